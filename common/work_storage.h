@@ -1,8 +1,7 @@
 /// Work storage of one call: uninitialised, released on every path, and had without an exception or not at all.
 #pragma once
 
-#include "common/types.h"
-
+#include <cstddef>
 #include <cstdlib>
 
 namespace tessel {
@@ -13,8 +12,8 @@ template <class T>
 class WorkArray
 {
 public:
-    /// A count of zero or less, and one whose size in bytes cannot be represented, gives no storage.
-    explicit WorkArray(Index count) noexcept : data_(static_cast<T*>(allocate(count))) {}
+    /// A count of zero, and one whose size in bytes cannot be represented, gives no storage.
+    explicit WorkArray(std::size_t count) noexcept : data_(static_cast<T*>(allocate(count))) {}
     ~WorkArray() { std::free(data_); }
     WorkArray(const WorkArray&) = delete;
     WorkArray& operator=(const WorkArray&) = delete;
@@ -23,12 +22,12 @@ public:
     T* data() const noexcept { return data_; }
 
 private:
-    static void* allocate(Index count) noexcept
+    static void* allocate(std::size_t count) noexcept
     {
-        Index bytes = 0;
-        if (count <= 0 || __builtin_mul_overflow(count, static_cast<Index>(sizeof(T)), &bytes))
+        std::size_t bytes = 0;
+        if (count == 0 || __builtin_mul_overflow(count, sizeof(T), &bytes))
             return nullptr;
-        return std::malloc(static_cast<std::size_t>(bytes));
+        return std::malloc(bytes);
     }
 
     T* data_;

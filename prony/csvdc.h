@@ -1,0 +1,45 @@
+/// Singular value decomposition of a complex matrix.
+#pragma once
+
+#include "common/types.h"
+
+namespace tessel {
+
+/// X = U diag(S) V^H of an N x P matrix with N >= P, by Householder reduction to bidiagonal form and implicit-shift QR
+/// iteration on the real bidiagonal form.
+///
+/// @param[in]     JOB   two digits AB. A = JOB mod 100 / 10: 0 no left vectors, 1 all N of them, 2 or more the first P,
+///                      negative all N. B = JOB mod 10: 0 no right vectors, otherwise all P of them.
+/// @param[in]     N     number of rows
+/// @param[in]     P     number of columns, 1 <= P <= N
+/// @param[in,out] X     the matrix, LDX x P, column-major; destroyed
+/// @param[in]     LDX   leading dimension of X, >= N
+/// @param[out]    U     left singular vectors, LDU x N or LDU x P; not referenced for A = 0. May be X itself, with
+///                      LDU = LDX, for A >= 2
+/// @param[in]     LDU   leading dimension of U, >= N
+/// @param[out]    S     singular values, P, as complex values with imaginary part 0: non-negative, not increasing
+/// @param[out]    V     right singular vectors, LDV x P, P rows; not referenced for B = 0
+/// @param[in]     LDV   leading dimension of V, >= P
+/// @param[out]    WORK  scratch, N
+/// @param[out]    E     super-diagonal of the final bidiagonal form, P: zero on success
+/// @param[out]    INFO  0, or the order of the part that did not converge: S(INFO+1..P) and their vectors are right
+/// @param[out]    ErrorFlag           0 on success, -1 on failure
+/// @param[out]    ErrorMessage        blanks on success, the text of the failure otherwise
+/// @param[in]     ErrorMessageLength  characters of ErrorMessage, by value
+///
+/// Entries must lie within about 1e-153..1e153: quotients are not rescaled. P < 1 returns at once with success. Each
+/// singular value gets at most 30 QR steps; the shift is the one of the classic routine, sign included, and reaches
+/// that limit for a few special matrices. No allocation, no state.
+///
+/// @par Errors
+///   "Sub SLATEC_CSVDC: SVD here only implemented for N>=P !": nothing else is written, not even INFO.
+///   "Sub SLATEC_CSVDC: not all singular values are correct !": a limit was met, see INFO.
+/// @par Source
+///   G. H. Golub, C. Reinsch, Numer. Math. 14 (1970) 403; J. J. Dongarra et al., LINPACK Users' Guide, SIAM 1979,
+///   ch. 11.
+extern "C" void SLATEC_CSVDC(const Integer& JOB, const Integer& N, const Integer& P, Complex* X, const Integer& LDX,
+                             Complex* U, const Integer& LDU, Complex* S, Complex* V, const Integer& LDV, Complex* WORK,
+                             Complex* E, Integer& INFO, Integer& ErrorFlag, char* ErrorMessage,
+                             CharLen ErrorMessageLength);
+
+} // namespace tessel
