@@ -4,6 +4,7 @@
 #include "common/fortran.h"
 #include "common/status.h"
 #include "common/views.h"
+#include "prony/rotations.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,12 +17,15 @@ using fortran::drotg;
 using fortran::dznrm2;
 using fortran::zaxpy;
 using fortran::zdotc;
-using fortran::zdrot;
 using fortran::zscal;
 using fortran::zswap;
 
 /// QR steps that one singular value may take.
 constexpr Index kMaxQrSteps = 30;
+
+/// Columns from which rotations are kept and applied together: below, the columns stay in the cache, and rotating them
+/// at once overlaps with the scalar recurrence.
+constexpr Index kDeferredFrom = 48;
 
 /// Exact zero in the sense of the cheap modulus; a NaN is not zero.
 bool is_zero(const Complex& z)
@@ -42,9 +46,19 @@ enum class Task
 class Decomposition
 {
 public:
-    Decomposition(Index job, Index rows, Index columns, const Matrix<Complex>& matrix, const Matrix<Complex>& left,
-                  const Matrix<Complex>& right, Complex* values, Complex* superdiagonal, Complex* scratch)
-        : n(rows), p(columns), x(matrix), u(left), v(right), s(values), e(superdiagonal), work(scratch)
+    Decomposition(Index job, Index rows, Index columns, const Matrix<Complex>& matrix,
+                  const Matrix<Complex>& left_matrix, const Matrix<Complex>& right_matrix, Complex* values,
+                  Complex* superdiagonal, Complex* scratch)
+        : n(rows),
+          p(columns),
+          x(matrix),
+          u(left_matrix),
+          v(right_matrix),
+          s(values),
+          e(superdiagonal),
+          work(scratch),
+          left(left_matrix, rows, columns >= kDeferredFrom),
+          right(right_matrix, columns, columns >= kDeferredFrom)
     {
         const Index left_code = job % 100 / 10; // both remainders keep the sign of job
         wantu = left_code != 0;
@@ -63,14 +77,16 @@ public:
         if (wantv)
             generate_right_vectors();
         make_real();
-        return iterate();
+        const Index unfinished = iterate();
+        put_in_order(unfinished);
+        return unfinished;
     }
 
 private:
     void reduce_to_bidiagonal();
     void reflect_column(Index l);
+    void update_column(Index l, Index j);
     void reflect_row(Index l);
-    void update_rows(Index l);
     void generate_left_vectors();
     void generate_right_vectors();
     void make_real();
@@ -80,6 +96,7 @@ private:
     void split(Index l, Index m);
     void qr_step(Index l, Index m);
     void accept(Index m);
+    void put_in_order(Index m);
 
     // From make_real() on only the real parts of s and e carry values; every write stores the imaginary part 0.
     Real sr(Index i) const { return s(i).real(); }
@@ -93,6 +110,8 @@ private:
     bool wantu, wantv; // whether left, right vectors are asked for
     Matrix<Complex> x, u, v;
     Vector<Complex> s, e, work;
+    bool row_update_pending = false; // the last row reflection is still to be applied to the rows below it
+    RotationQueue left, right;       // rotations of the columns of U and of V
 };
 
 /// y := y + t h with t = -(h^H y) / h1: applies the reflection with the vector h, whose first element is h1.
@@ -134,75 +153,97 @@ void Decomposition::reduce_to_bidiagonal()
 }
 
 /// Annihilates column l below its diagonal, applies the reflection to the columns behind it and takes row l of them,
-/// conjugated, into e.
+/// conjugated, into e. A column is touched once for this and for what is pending of row l-1.
 void Decomposition::reflect_column(Index l)
 {
+    update_column(l, l);
     s(l) = make_reflection(n - l + 1, x.from(l, l));
     const bool reflects = !is_zero(s(l));
     s(l) = -s(l);
     for (Index j = l + 1; j <= p; ++j) {
+        update_column(l, j);
         if (reflects)
             apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));
         e(j) = std::conj(x(l, j));
     }
+    row_update_pending = false;
     if (wantu)
         std::copy_n(x.from(l, l), n - l + 1, u.from(l, l)); // element by element: u may be x
 }
 
-/// Annihilates row l behind its super-diagonal and applies the reflection to the rows below it.
+/// Applies the reflection of row l-1 to column j from row l on: x := x - work conj(e(j) / e(l)).
+void Decomposition::update_column(Index l, Index j)
+{
+    if (row_update_pending)
+        zaxpy(n - l + 1, std::conj(divide_plain(-e(j), e(l))), work.from(l), x.from(l, j));
+}
+
+/// Annihilates row l behind its super-diagonal and forms work := X e of the rows below it.
 void Decomposition::reflect_row(Index l)
 {
     e(l) = make_reflection(p - l, e.from(l + 1));
-    const bool reflects = !is_zero(e(l));
+    row_update_pending = !is_zero(e(l));
     e(l) = -std::conj(e(l));
-    if (reflects)
-        update_rows(l);
+    if (row_update_pending) {
+        std::fill_n(work.from(l + 1), n - l, Complex(0.0, 0.0));
+        for (Index j = l + 1; j <= p; ++j)
+            zaxpy(n - l, e(j), x.from(l + 1, j), work.from(l + 1));
+    }
     if (wantv)
         std::copy_n(e.from(l + 1), p - l, v.from(l + 1, l));
 }
 
-/// work := X e, X := X - work (e / e(l+1))^H on rows l+1..n and columns l+1..p.
-void Decomposition::update_rows(Index l)
+/// Multiplies reflections together, from the last to the first, in place: column l of q holds the vector of reflection
+/// l from row l + offset on and becomes column l of the product. `reflects(l)` says whether there is a reflection l,
+/// `start(j)` makes column j of the product with the reflections from j on.
+///
+/// Columns are finished from the last to the first, a few at a time, so that they stay in the cache while the vectors
+/// pass by.
+template <class Reflects, class Start>
+void multiply_reflections(const Matrix<Complex>& q, Index rows, Index columns, Index offset, Index reflections,
+                          Reflects reflects, Start start)
 {
-    std::fill_n(work.from(l + 1), n - l, Complex(0.0, 0.0));
-    for (Index j = l + 1; j <= p; ++j)
-        zaxpy(n - l, e(j), x.from(l + 1, j), work.from(l + 1));
-    for (Index j = l + 1; j <= p; ++j)
-        zaxpy(n - l, std::conj(divide_plain(-e(j), e(l + 1))), work.from(l + 1), x.from(l + 1, j));
+    constexpr Index kBlock = 8;
+    const auto apply = [&](Index l, Index j) {
+        if (reflects(l))
+            apply_reflection(rows - l - offset + 1, q.from(l + offset, l), q.from(l + offset, j));
+    };
+    for (Index last = columns; last >= 1; last -= kBlock) {
+        const Index first = std::max<Index>(1, last - kBlock + 1);
+        for (Index j = last; j >= first; --j) {
+            start(j);
+            for (Index l = std::min(j - 1, reflections); l >= first; --l)
+                apply(l, j);
+        }
+        for (Index l = std::min(first - 1, reflections); l >= 1; --l)
+            for (Index j = first; j <= last; ++j)
+                apply(l, j);
+    }
 }
 
-/// Multiplies the column reflections together, from the last to the first.
+/// Column j of the unit matrix.
+void make_unit_column(const Matrix<Complex>& q, Index rows, Index j)
+{
+    std::fill_n(q.from(1, j), rows, Complex(0.0, 0.0));
+    q(j, j) = 1.0;
+}
+
 void Decomposition::generate_left_vectors()
 {
-    const auto make_unit_column = [this](Index j) {
-        std::fill_n(u.from(1, j), n, Complex(0.0, 0.0));
-        u(j, j) = 1.0;
-    };
-    for (Index j = nct + 1; j <= ncu; ++j)
-        make_unit_column(j);
-    for (Index l = nct; l >= 1; --l) {
-        if (is_zero(s(l))) {
-            make_unit_column(l);
-            continue;
-        }
-        for (Index j = l + 1; j <= ncu; ++j)
-            apply_reflection(n - l + 1, u.from(l, l), u.from(l, j));
-        zscal(n - l + 1, Complex(-1.0, 0.0), u.from(l, l));
-        u(l, l) = 1.0 + u(l, l);
-        std::fill_n(u.from(1, l), l - 1, Complex(0.0, 0.0));
-    }
+    const auto reflects = [this](Index l) { return !is_zero(s(l)); };
+    multiply_reflections(u, n, ncu, 0, nct, reflects, [&](Index j) {
+        if (j > nct || !reflects(j))
+            return make_unit_column(u, n, j);
+        zscal(n - j + 1, Complex(-1.0, 0.0), u.from(j, j));
+        u(j, j) = 1.0 + u(j, j);
+        std::fill_n(u.from(1, j), j - 1, Complex(0.0, 0.0));
+    });
 }
 
-/// Multiplies the row reflections together, from the last to the first.
 void Decomposition::generate_right_vectors()
 {
-    for (Index l = p; l >= 1; --l) {
-        if (l <= nrt && !is_zero(e(l)))
-            for (Index j = l + 1; j <= p; ++j)
-                apply_reflection(p - l, v.from(l + 1, l), v.from(l + 1, j));
-        std::fill_n(v.from(1, l), p, Complex(0.0, 0.0));
-        v(l, l) = 1.0;
-    }
+    multiply_reflections(
+        v, p, p, 1, nrt, [this](Index l) { return !is_zero(e(l)); }, [this](Index j) { make_unit_column(v, p, j); });
 }
 
 /// Moves the phases of s and e into the columns of U and V.
@@ -297,6 +338,7 @@ Task Decomposition::classify(Index m, Index& l)
 /// Chases e(m-1) up and out of column m, in which s(m) = 0.
 void Decomposition::deflate(Index l, Index m)
 {
+    right.flush();
     Real f = er(m - 1), c = 0.0, sn = 0.0;
     set_e(m - 1, 0.0);
     for (Index k = m - 1; k >= l; --k) {
@@ -308,13 +350,14 @@ void Decomposition::deflate(Index l, Index m)
             set_e(k - 1, c * er(k - 1));
         }
         if (wantv)
-            zdrot(p, v.from(1, k), v.from(1, m), c, sn);
+            rotate_columns(p, v.from(1, k), v.from(1, m), {c, sn});
     }
 }
 
 /// Chases e(l-1) down and out of row l-1, in which s(l-1) = 0.
 void Decomposition::split(Index l, Index m)
 {
+    left.flush();
     Real f = er(l - 1), c = 0.0, sn = 0.0;
     set_e(l - 1, 0.0);
     for (Index k = l; k <= m; ++k) {
@@ -324,7 +367,7 @@ void Decomposition::split(Index l, Index m)
         f = -sn * er(k);
         set_e(k, c * er(k));
         if (wantu)
-            zdrot(n, u.from(1, k), u.from(1, l - 1), c, sn);
+            rotate_columns(n, u.from(1, k), u.from(1, l - 1), {c, sn});
     }
 }
 
@@ -350,6 +393,10 @@ void Decomposition::qr_step(Index l, Index m)
 
     // Chase the bulge: a rotation of columns k, k+1 from the right, then of rows k, k+1 from the left.
     Real c = 0.0, sn = 0.0;
+    if (wantu)
+        left.begin_sweep(l);
+    if (wantv)
+        right.begin_sweep(l);
     for (Index k = l; k <= m - 1; ++k) {
         drotg(f, g, c, sn);
         if (k != l)
@@ -359,7 +406,7 @@ void Decomposition::qr_step(Index l, Index m)
         g = sn * sr(k + 1);
         set_s(k + 1, c * sr(k + 1));
         if (wantv)
-            zdrot(p, v.from(1, k), v.from(1, k + 1), c, sn);
+            right.push(k, c, sn);
 
         drotg(f, g, c, sn);
         set_s(k, f);
@@ -368,26 +415,53 @@ void Decomposition::qr_step(Index l, Index m)
         g = sn * er(k + 1);
         set_e(k + 1, c * er(k + 1));
         if (wantu)
-            zdrot(n, u.from(1, k), u.from(1, k + 1), c, sn);
+            left.push(k, c, sn);
     }
     set_e(m - 1, f);
 }
 
-/// Makes the singular value s(m) positive and lets it sink to its place among those found before.
+/// Makes the singular value s(m) positive and lets it sink to its place among those found before. No rotation to come
+/// touches their columns, so it is only noted which column belongs to a value, with a minus if V's is to be negated:
+/// in the imaginary part of e, which has no other use from m on.
 void Decomposition::accept(Index m)
 {
+    Real column = static_cast<Real>(m);
     if (sr(m) < 0.0) {
         set_s(m, -sr(m));
-        if (wantv)
-            zscal(p, Complex(-1.0, 0.0), v.from(1, m));
+        column = -column;
     }
+    e(m).imag(column);
     for (Index l = m; l != p && sr(l) < sr(l + 1); ++l) { // equal values stay in place
         std::swap(s(l), s(l + 1));
-        if (wantv)
-            zswap(p, v.from(1, l), v.from(1, l + 1));
-        if (wantu)
-            zswap(n, u.from(1, l), u.from(1, l + 1));
+        const Real sinking = e(l).imag();
+        e(l).imag(e(l + 1).imag());
+        e(l + 1).imag(sinking);
     }
+}
+
+/// Applies what is pending and moves the columns of the singular values m+1..p to their places.
+void Decomposition::put_in_order(Index m)
+{
+    left.flush();
+    right.flush();
+
+    const auto source = [this](Index j) { return static_cast<Index>(std::fabs(e(j).imag())); };
+    for (Index j = m + 1; j <= p; ++j)
+        if (wantv && e(j).imag() < 0.0)
+            zscal(p, Complex(-1.0, 0.0), v.from(1, source(j)));
+    for (Index j = m + 1; j <= p; ++j) {
+        Index from = source(j);
+        while (from < j) // that column has been exchanged: follow it
+            from = source(from);
+        if (from == j)
+            continue;
+        if (wantv)
+            zswap(p, v.from(1, j), v.from(1, from));
+        if (wantu)
+            zswap(n, u.from(1, j), u.from(1, from));
+    }
+    for (Index j = m + 1; j <= p; ++j)
+        e(j).imag(0.0);
 }
 
 } // namespace

@@ -68,10 +68,10 @@ typedef double _Complex tessel_complex;
  *   70 (1982) 975 (truncated singular values).
  */
 __attribute__((visibility("default"))) void
-LEASTSQ_PRONY_SVD(const int32_t *N, const int32_t *NDIM, const tessel_complex *Y, const double *DT, const int32_t *M,
-                  const int32_t *MMAX, tessel_complex *RESIDUE, tessel_complex *POLE, double *ERR_L2, double *ERR_RMS,
-                  double *ERR_PEAK, double *ERR_RMS_MEAN, double *ERR_PEAK_MEAN, int32_t *ErrorFlag,
-                  char *ErrorMessage, int32_t ErrorMessageLength);
+LEASTSQ_PRONY_SVD(const int32_t* N, const int32_t* NDIM, const tessel_complex* Y, const double* DT, const int32_t* M,
+                  const int32_t* MMAX, tessel_complex* RESIDUE, tessel_complex* POLE, double* ERR_L2, double* ERR_RMS,
+                  double* ERR_PEAK, double* ERR_RMS_MEAN, double* ERR_PEAK_MEAN, int32_t* ErrorFlag, char* ErrorMessage,
+                  int32_t ErrorMessageLength);
 
 #ifdef __cplusplus
 }

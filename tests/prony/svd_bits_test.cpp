@@ -1,0 +1,173 @@
+/// The fast decomposition against the plain one, bit for bit, for every vector width of this machine.
+
+#include "prony/csvdc.h"
+#include "prony/rotations.h"
+#include "tests/support/matrices.h"
+#include "tests/support/message.h"
+#include "tests/support/plain_svd.h"
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <string>
+
+namespace tessel::testing {
+namespace {
+
+/// Equal to the bit, padding included. Which NaN an operation on two of them returns is left to the machine.
+bool same_bits(TestMatrix& a, TestMatrix& b)
+{
+    const auto doubles = 2 * static_cast<std::size_t>(a.ld()) * static_cast<std::size_t>(a.columns());
+    const auto* const x = reinterpret_cast<const Real*>(a.data());
+    const auto* const y = reinterpret_cast<const Real*>(b.data());
+    for (std::size_t i = 0; i < doubles; ++i)
+        if (std::memcmp(&x[i], &y[i], sizeof(Real)) != 0 && !(std::isnan(x[i]) && std::isnan(y[i])))
+            return false;
+    return a.ld() == b.ld();
+}
+
+/// Restores the vectors in use when a test ends.
+struct WidthGuard
+{
+    ~WidthGuard() { use_vectors(widest_vectors()); }
+};
+
+void expect_same_bits(const std::string& what, const TestMatrix& a, Integer job, Index pad)
+{
+    const WidthGuard guard;
+    const auto n = static_cast<Integer>(a.rows()), p = static_cast<Integer>(a.columns());
+    const bool in_place = job / 10 % 10 >= 2;
+    TestMatrix x0(a), u0(n, n, pad), v0(p, p, pad), s0(p, 1), e0(p, 1), work(n, 1);
+    TestMatrix& left0 = in_place ? x0 : u0;
+    const Integer info0 = plain_svd(job, n, p, x0.data(), x0.ld(), left0.data(), left0.ld(), s0.data(), v0.data(),
+                                    v0.ld(), work.data(), e0.data());
+    for (const VectorWidth width : {VectorWidth::baseline, VectorWidth::avx2, VectorWidth::avx512}) {
+        if (width > widest_vectors())
+            continue;
+        use_vectors(width);
+        TestMatrix x(a), u(n, n, pad), v(p, p, pad), s(p, 1), e(p, 1);
+        TestMatrix& left = in_place ? x : u;
+        Message message;
+        Integer info = 77, flag = 77;
+        SLATEC_CSVDC(job, n, p, x.data(), x.ld(), left.data(), left.ld(), s.data(), v.data(), v.ld(), work.data(),
+                     e.data(), info, flag, message.data(), message.length());
+        EXPECT_EQ(info, info0) << what;
+        EXPECT_TRUE(same_bits(s, s0) && same_bits(e, e0) && same_bits(v, v0) && same_bits(left, left0))
+            << what << ", job " << job << ", vectors " << static_cast<int>(width);
+    }
+}
+
+struct Kind
+{
+    const char* name;
+    std::function<void(TestMatrix&, Random&)> make;
+};
+
+const Kind kKinds[] = {
+    {"random", [](TestMatrix& a, Random& random) { a.fill_random(random); }},
+    {"real", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return random.uniform(-1.0, 1.0); }); }},
+    {"toeplitz",
+     [](TestMatrix& a, Random& random) {
+         const auto y = random.complexes(static_cast<std::size_t>(a.rows() + a.columns()));
+         a.fill([&](Index i, Index j) { return y[static_cast<std::size_t>(a.columns() + i - j)]; });
+     }},
+    {"noise_free",
+     [](TestMatrix& a, Random& random) { // a Toeplitz matrix of two exponentials
+         const Complex s1(-0.01, random.uniform(-3.0, 3.0)), s2(-0.02, random.uniform(-3.0, 3.0));
+         a.fill([&](Index i, Index j) {
+             const Real k = static_cast<Real>(i - j);
+             return std::exp(s1 * k) + std::exp(s2 * k);
+         });
+     }},
+    {"vandermonde",
+     [](TestMatrix& a, Random& random) {
+         for (Index j = 0; j < a.columns(); ++j) {
+             const Complex z = std::polar(random.uniform(0.9, 1.0), random.uniform(-3.0, 3.0));
+             a(0, j) = 1.0;
+             for (Index i = 1; i < a.rows(); ++i)
+                 a(i, j) = a(i - 1, j) * z;
+         }
+     }},
+    {"rank_deficient",
+     [](TestMatrix& a, Random& random) {
+         const auto y = random.complexes(static_cast<std::size_t>(a.rows() + a.columns()));
+         a.fill([&](Index i, Index j) {
+             return y[static_cast<std::size_t>(i)] * y[static_cast<std::size_t>(a.rows() + j)];
+         });
+     }},
+    {"deflating",
+     [](TestMatrix& a, Random& random) { // bidiagonal with zeros on its diagonal: splits and deflates
+         a.fill([&](Index i, Index j) {
+             return i == j ? Complex(i % 5 == 1 ? 0.0 : random.uniform(0.5, 1.0)) : Complex(j == i + 1 ? 1.0 : 0.0);
+         });
+     }},
+    {"not_finite",
+     [](TestMatrix& a, Random& random) {
+         a.fill_random(random);
+         a(a.rows() / 2, a.columns() / 3) = std::numeric_limits<Real>::quiet_NaN();
+         a(a.rows() - 1, 0) = std::numeric_limits<Real>::infinity();
+     }},
+    {"zero", [](TestMatrix& a, Random&) { a.fill([](Index, Index) { return Complex(0.0, -0.0); }); }},
+};
+
+TEST(SvdBits, AreThoseOfThePlainRoutine)
+{
+    const struct
+    {
+        Index n, p, pad;
+    } shapes[] = {{1, 1, 0},   {3, 2, 1},    {20, 20, 0},  {47, 47, 3},  {48, 48, 0},
+                  {70, 50, 1}, {64, 64, 64}, {151, 63, 2}, {130, 97, 0}, {200, 120, 8}};
+    Random random(99);
+    for (const Kind& kind : kKinds)
+        for (const auto& shape : shapes)
+            for (const Integer job : {0, 11, 21, 20, 1}) {
+                TestMatrix a(shape.n, shape.p, shape.pad);
+                kind.make(a, random);
+                expect_same_bits(std::string(kind.name) + ' ' + std::to_string(shape.n) + 'x' + std::to_string(shape.p),
+                                 a, job, shape.pad);
+            }
+}
+
+/// More rotations than the queue holds: a sweep is cut in two.
+TEST(SvdBits, SurviveAFullQueue)
+{
+    Random random(4);
+    TestMatrix a(700, 700);
+    a.fill_random(random);
+    expect_same_bits("large", a, 1, 0);
+}
+
+/// Sweeps with ragged starts and ends, of all numbers and over all row counts, against single rotations.
+TEST(SvdBits, SweepsEqualSingleRotations)
+{
+    const WidthGuard guard;
+    Random random(8);
+    for (const VectorWidth width : {VectorWidth::baseline, VectorWidth::avx2, VectorWidth::avx512}) {
+        use_vectors(width);
+        for (int turn = 0; turn < 300; ++turn) {
+            const Index rows = 1 + random.below(40), columns = 2 + random.below(150);
+            TestMatrix a(rows, columns, random.below(5));
+            a.fill_random(random);
+            TestMatrix b(a);
+            const Index count = 1 + random.below(static_cast<int>(kMaxSweeps));
+            std::vector<std::vector<Rotation>> rotations(static_cast<std::size_t>(count));
+            std::vector<Sweep> sweeps;
+            for (auto& sequence : rotations) {
+                const Index first = 1 + random.below(static_cast<int>(columns - 1));
+                const Index end = first + random.below(static_cast<int>(columns - first + 1));
+                for (Index k = first; k < end; ++k) {
+                    const Real angle = random.uniform(0.0, 6.0);
+                    sequence.push_back({std::cos(angle), std::sin(angle)});
+                    fortran::zdrot(rows, &b(0, k - 1), &b(0, k), sequence.back().c, sequence.back().s);
+                }
+                sweeps.push_back({first, end, sequence.data()});
+            }
+            apply_sweeps(Matrix<Complex>(a.data(), a.ld()), rows, sweeps.data(), count);
+            ASSERT_TRUE(same_bits(a, b)) << "turn " << turn << ", vectors " << static_cast<int>(width);
+        }
+    }
+}
+
+} // namespace
+} // namespace tessel::testing

@@ -1,0 +1,13 @@
+/// The plain complex singular value decomposition: rotation by rotation, BLAS call by BLAS call, in the order in which
+/// the method is written down. The oracle of the fast one, bit for bit, and its peer in the benchmarks.
+#pragma once
+
+#include "common/types.h"
+
+namespace tessel::testing {
+
+/// Arguments as those of SLATEC_CSVDC, 1 <= p <= n; returns INFO.
+Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Complex* u, Integer ldu, Complex* s,
+                  Complex* v, Integer ldv, Complex* work, Complex* e);
+
+} // namespace tessel::testing
