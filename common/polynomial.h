@@ -1,0 +1,146 @@
+/// Rules for monic complex polynomials, p(z) = z^n + a(n) z^(n-1) + ... + a(2) z + a(1), each written once.
+///
+/// The size of a complex value is |re| + |im| (`abs1`) throughout.
+#pragma once
+
+#include "common/complex_ops.h"
+#include "common/types.h"
+#include "common/views.h"
+
+#include <cmath>
+#include <complex>
+
+namespace tessel {
+
+/// 1 / z in extended precision, each part rounded once.
+inline Complex reciprocal(const Complex& z) noexcept
+{
+    return divide_extended(1.0, z);
+}
+
+/// A value as mantissa * base^exponent.
+struct Scaled
+{
+    Complex mantissa;
+    Real exponent;
+};
+
+/// Splits z so that 1/base < size of mantissa <= 1. Zero keeps exponent 0; so does a size that is not finite, which no
+/// scaling would ever bring into the range. Exact if the base is a power of two.
+inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
+{
+    Real size = abs1(z), exponent = 0.0;
+    const auto multiply_by = [&](Real factor) {
+        size *= factor;
+        z = multiply(factor, z);
+    };
+    if (!std::isfinite(size))
+        return {z, exponent};
+    if (size > 1.0)
+        for (; size > 1.0; exponent += 1.0)
+            multiply_by(inverse_base);
+    else
+        for (; size <= inverse_base && size != 0.0; exponent -= 1.0)
+            multiply_by(base);
+    return {z, exponent};
+}
+
+/// Replaces the coefficients of z^2 + b z + c by its zeros, the larger in b:
+///
+///     w = -b +- sqrt(b^2 - 4 c) with the sign that does not cancel,    b := w / 2,    c := 2 c / w.
+///
+/// Where b^2 is the larger term, both are taken relative to the size of b, so that nothing overflows; the factor 1 /
+/// size and the quotient are formed in extended precision, so that nothing overflows there either. Of two signs that
+/// serve equally well the plus is taken. b = c = 0 stays as it is.
+inline void solve_quadratic(Complex& b, Complex& c) noexcept
+{
+    const Complex q = multiply(4.0, c);
+    const Real size = abs1(b);
+    Complex d;
+    if (size > std::sqrt(abs1(q))) {
+        const Extended factor = 1.0L / size;
+        const auto scaled = [](const Complex& z, Extended by) {
+            return Complex(static_cast<Real>(z.real() * by), static_cast<Real>(z.imag() * by));
+        };
+        const Complex b1 = scaled(b, factor);
+        d = multiply(size, std::sqrt(multiply(b1, b1) - scaled(q, factor * factor)));
+    } else {
+        d = std::sqrt(multiply(b, b) - q);
+    }
+
+    const Complex plus = d - b, minus = -(d + b);
+    const Complex w = abs1(plus) < abs1(minus) ? minus : plus;
+    if (abs1(w) == 0.0)
+        return;
+    b = multiply(0.5, w);
+    c = divide_extended(multiply(2.0, c), w);
+}
+
+// Horner's rule. A sum takes the coefficients one by one, value := value x + a(k); several sums go through one loop, so
+// that the latency of each recurrence hides behind the others.
+//
+// Inside the unit circle the coefficients are taken downwards with x = z, the value starting from the leading
+// coefficient. Outside, z^n would overflow: they are taken upwards with x = 1 / z, the value starting from zero, and a
+// last step adds the leading coefficient. That gives p(z) / z^n.
+
+/// Sum of a polynomial's terms.
+struct TermSum
+{
+    Vector<const Complex> a;
+    Complex x, value;
+
+    void add(const Complex& coefficient) noexcept { value = multiply(value, x) + coefficient; }
+    void take(Index k) noexcept { add(a(k)); }
+};
+
+/// Sum of the sizes of the terms, in the precision of T.
+template <class T>
+struct SizeSum
+{
+    Vector<const Complex> a;
+    T x, value;
+
+    void add(Real size) noexcept { value = value * x + size; }
+    void take(Index k) noexcept { add(abs1(a(k))); }
+};
+
+/// Sum of weights that stand in the real parts of w.
+struct WeightSum
+{
+    Vector<const Complex> w;
+    Real x, value;
+
+    void add(Real weight) noexcept { value = value * x + weight; }
+    void take(Index k) noexcept { add(w(k).real()); }
+};
+
+template <class... Sum>
+void take_upwards(Index n, Sum&... sums) noexcept
+{
+    for (Index k = 1; k <= n; ++k)
+        (sums.take(k), ...);
+}
+
+template <class... Sum>
+void take_downwards(Index n, Sum&... sums) noexcept
+{
+    for (Index k = n; k >= 1; --k)
+        (sums.take(k), ...);
+}
+
+/// Bound of |p(z)| on the circle |z| = r: r^n + sum size(a(k)) r^(k-1); for r > 1 the same divided by r^n.
+template <class T>
+T circle_bound(const Complex* a, Index n, T r) noexcept
+{
+    if (r > T(1)) {
+        SizeSum<T> sum{Vector(a), T(1) / r, T(0)};
+        take_upwards(n, sum);
+        sum.add(1.0);
+        return sum.value;
+    }
+    SizeSum<T> sum{Vector(a), r, T(1)};
+    take_downwards(n, sum);
+    return sum.value;
+}
+
+} // namespace tessel

@@ -1,0 +1,71 @@
+/// Values of a polynomial on the unit circle, by a fast transform.
+#pragma once
+
+#include "common/complex_ops.h"
+#include "common/types.h"
+
+#include <complex>
+
+namespace tessel {
+
+/// Discrete Fourier transform with the positive sign, of any length that is a power of two:
+///
+///     value(k) = sum_l a(l) exp(2 pi i k l / m),    k = 0..m-1.
+///
+/// Halves the problem from the top: a mod (x^(2L) - c^2) gives a mod (x^L - c) and a mod (x^L + c), down to L = 1. So
+/// it works in place on a natural order and leaves the values in bit-reversed order, value(k) at `bit_reversed(k, m)`.
+/// The table of the constants c of a length is the beginning of that of twice the length: it only ever grows.
+///
+/// @par Source  C. M. Fiduccia, Polynomial evaluation via the division algorithm, Proc. 4th ACM STOC (1972) 88.
+class CircleTransform
+{
+public:
+    /// `table` has room for half of the largest length, at least 2.
+    explicit CircleTransform(Complex* table) noexcept : c_(table)
+    {
+        c_[0] = 1.0;
+        c_[1] = stage_root_;
+    }
+
+    void operator()(Complex* a, Index m) noexcept
+    {
+        grow(m / 2);
+        for (Index half = m / 2; half >= 1; half /= 2)
+            for (Index first = 0, b = 0; first < m; first += 2 * half, ++b)
+                for (Index k = first; k < first + half; ++k) {
+                    const Complex y = multiply(c_[b], a[k + half]);
+                    a[k + half] = a[k] - y;
+                    a[k] += y;
+                }
+    }
+
+    /// The bits of k, of m values, in reversed order.
+    static Index bit_reversed(Index k, Index m) noexcept
+    {
+        Index reversed = 0;
+        for (Index bit = 1; bit < m; bit *= 2, k /= 2)
+            reversed = 2 * reversed + k % 2;
+        return reversed;
+    }
+
+private:
+    /// c(L + j) = c(j) times the root of the stage, each stage's root the square root of the last one's. The second
+    /// half of a stage mirrors the first at the imaginary axis: real polynomials then have exactly conjugate values.
+    void grow(Index count) noexcept
+    {
+        for (; ready_ < count; ready_ *= 2) {
+            stage_root_ = std::sqrt(stage_root_);
+            for (Index j = 0; j < ready_ / 2; ++j) {
+                const Complex c = multiply(c_[j], stage_root_);
+                c_[ready_ + j] = c;
+                c_[2 * ready_ - 1 - j] = Complex(-c.real(), c.imag());
+            }
+        }
+    }
+
+    Complex* c_;
+    Complex stage_root_{0.0, 1.0};
+    Index ready_ = 2;
+};
+
+} // namespace tessel
