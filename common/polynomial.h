@@ -49,31 +49,26 @@ inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
 ///
 ///     w = -b +- sqrt(b^2 - 4 c) with the sign that does not cancel,    b := w / 2,    c := 2 c / w.
 ///
-/// Where b^2 is the larger term, both are taken relative to the size of b, so that nothing overflows; the factor 1 /
-/// size and the quotient are formed in extended precision, so that nothing overflows there either. Of two signs that
-/// serve equally well the plus is taken. b = c = 0 stays as it is.
+/// Extended precision throughout, one rounding at the end: b^2 and |w|^2 neither overflow nor underflow, so nothing
+/// needs scaling. Of two signs that serve equally well the plus is taken. b = c = 0 stays as it is.
 inline void solve_quadratic(Complex& b, Complex& c) noexcept
 {
-    const Complex q = multiply(4.0, c);
-    const Real size = abs1(b);
-    Complex d;
-    if (size > std::sqrt(abs1(q))) {
-        const Extended factor = 1.0L / size;
-        const auto scaled = [](const Complex& z, Extended by) {
-            return Complex(static_cast<Real>(z.real() * by), static_cast<Real>(z.imag() * by));
-        };
-        const Complex b1 = scaled(b, factor);
-        d = multiply(size, std::sqrt(multiply(b1, b1) - scaled(q, factor * factor)));
-    } else {
-        d = std::sqrt(multiply(b, b) - q);
-    }
+    using Wide = std::complex<Extended>;
+    const auto size = [](const Wide& z) { return std::fabs(z.real()) + std::fabs(z.imag()); };
 
-    const Complex plus = d - b, minus = -(d + b);
-    const Complex w = abs1(plus) < abs1(minus) ? minus : plus;
-    if (abs1(w) == 0.0)
+    const Wide a1(b), a0(c);
+    const Wide square(a1.real() * a1.real() - a1.imag() * a1.imag(), 2.0L * a1.real() * a1.imag());
+    const Wide d = std::sqrt(square - 4.0L * a0);
+    const Wide plus = d - a1, minus = -(d + a1);
+    const Wide w = size(plus) < size(minus) ? minus : plus;
+    if (size(w) == 0.0L)
         return;
-    b = multiply(0.5, w);
-    c = divide_extended(multiply(2.0, c), w);
+
+    const Extended re = 2.0L * a0.real(), im = 2.0L * a0.imag();
+    const Extended norm = w.real() * w.real() + w.imag() * w.imag();
+    b = Complex(static_cast<Real>(0.5L * w.real()), static_cast<Real>(0.5L * w.imag()));
+    c = Complex(static_cast<Real>((re * w.real() + im * w.imag()) / norm),
+                static_cast<Real>((im * w.real() - re * w.imag()) / norm));
 }
 
 // Horner's rule. A sum takes the coefficients one by one, value := value x + a(k); several sums go through one loop, so

@@ -112,8 +112,7 @@ Complex divide_upwards(Vector<const Complex> p, Vector<Complex> h, Index n, cons
 /// H(s) have made it shift up. Returns the new H(s).
 Complex h_step(const Complex* p, Complex* h, Index n, const Point& at, Values& values)
 {
-    // H := z H cut to degree n - 1, until H(s) is not zero; n turns leave nothing of H, and the quotient is not a
-    // number.
+    // H := z H cut to degree n - 1, until H(s) is not zero. n turns leave nothing of H; its quotient is not a number.
     for (Index turn = 1; turn <= n && abs1(values.h) == 0.0; ++turn) {
         std::copy_backward(h, h + n - 1, h + n);
         h[0] = 0.0;
@@ -152,7 +151,7 @@ class Work
 {
 public:
     explicit Work(Index n) noexcept
-        : degree_(n), samples_(most_samples(n)), block_(static_cast<std::size_t>(5 * n + 3 + samples_ + samples_ / 2))
+        : degree_(n), samples_(most_samples(n)), block_(static_cast<std::size_t>(4 * n + 2 + samples_ + samples_ / 2))
     {}
 
     explicit operator bool() const noexcept { return static_cast<bool>(block_); }
