@@ -16,11 +16,17 @@ inline Real abs1(const Complex& z) noexcept
     return std::fabs(z.real()) + std::fabs(z.imag());
 }
 
-/// sqrt(re^2 + im^2) in extended precision, rounded once: the squares can neither overflow nor underflow.
-inline Real modulus(const Complex& z) noexcept
+/// sqrt(re^2 + im^2) in extended precision: the squares can neither overflow nor underflow.
+inline Extended modulus_extended(const Complex& z) noexcept
 {
     const Extended re = z.real(), im = z.imag();
-    return static_cast<Real>(std::sqrt(re * re + im * im));
+    return std::sqrt(re * re + im * im);
+}
+
+/// sqrt(re^2 + im^2) in extended precision, rounded once.
+inline Real modulus(const Complex& z) noexcept
+{
+    return static_cast<Real>(modulus_extended(z));
 }
 
 /// Square of the modulus: the modulus rounded to double, then squared.
