@@ -310,6 +310,15 @@ TEST(Prony, SaysWhenWorkStorageCannotBeHad)
     }
 }
 
+/// The limit on the order is that of the back-substitution, which comes after the first decomposition.
+TEST(Prony, RefusesMoreThanFiveThousandExponentials)
+{
+    Fit fit(std::vector<Complex>(10002, 0.0), 1.0, 5001);
+    fit.run();
+    EXPECT_EQ(fit.message, padded("Sub RECIPES_SVBKSB: input parameters out of bounds !"));
+    EXPECT_TRUE(fit.nothing_written());
+}
+
 /// Declared lengths size the storage and change no bit; nor does what was fitted before.
 TEST(Prony, DependsOnItsSamplesAlone)
 {
