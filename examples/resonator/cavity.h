@@ -1,0 +1,60 @@
+#pragma once
+
+#include "examples/resonator/record.h"
+
+#include <functional>
+#include <vector>
+
+namespace resonator {
+
+/// A rectangular microwave cavity with perfectly conducting walls, filled with a lossy dielectric and infinite in z, on
+/// a two-dimensional Yee grid of square cells. A line current at one node excites it with a short pulse, a
+/// sine under a Gaussian; the electric field Ez is recorded at another node. SI units throughout.
+struct Cavity
+{
+    struct Node
+    {
+        Index i, j;
+    };
+
+    Index cells_x = 120, cells_y = 84;
+    double cell = 1e-3;         ///< edge of a cell [m]
+    double permittivity = 2.1;  ///< relative, of the filling
+    double conductivity = 2e-3; ///< of the filling [S/m]
+    double courant = 0.7;       ///< velocity * time step / cell; stable up to 1 / sqrt(2)
+    Index steps = 8000;
+    Node source{17, 13}, probe{71, 53};
+    double current = 1e-3;     ///< of the pulse, at the peak of its Gaussian [A]
+    double carrier = 3e9;      ///< of the pulse [Hz]
+    double bandwidth = 0.45e9; ///< standard deviation of the pulse's spectrum [Hz]
+
+    double time_step() const;
+    /// Loss per step, a = conductivity * time step / (2 * permittivity), without a unit.
+    double loss() const;
+    /// Number of steps that the pulse drives: from record entry pulse_steps() on, the cavity rings freely.
+    Index pulse_steps() const;
+    /// The driving current between the steps n and n + 1 [A].
+    double current_after(Index n) const;
+};
+
+/// A mode of the discrete cavity with m and n half waves along x and y. What the probe sees of it, from the end of the
+/// pulse on, is residue * exp(pole * t) plus the complex conjugate.
+struct CavityMode
+{
+    Index m, n;
+    Complex pole;    ///< [1/s]
+    Complex residue; ///< [V/m]
+};
+
+/// Steps the cavity from rest. The record holds Ez at the probe [V/m] before the first step and after each.
+/// `on_step` is told the number of steps made.
+Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step);
+
+/// All (cells_x - 1) * (cells_y - 1) modes of the discrete cavity in closed form. The loss must be small enough that
+/// every mode oscillates.
+std::vector<CavityMode> exact_modes(const Cavity& cavity);
+
+/// Largest difference of the record from the sum of all its exact modes over the window, relative to its peak there.
+double distance_from_closed_form(const std::vector<CavityMode>& exact, const Record& record, const Window& window);
+
+} // namespace resonator
