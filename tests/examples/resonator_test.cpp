@@ -1,6 +1,9 @@
 #include "examples/resonator/cavity.h"
 #include "examples/resonator/error.h"
+#include "examples/resonator/fit.h"
+#include "examples/resonator/options.h"
 #include "examples/resonator/record.h"
+#include "examples/resonator/report.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <numbers>
 
 namespace resonator {
@@ -44,6 +48,19 @@ std::string error_of(Action action)
         return error.what();
     }
     return "no error";
+}
+
+/// A record of c exp(s t) sums.
+Record sum_of_modes(const std::vector<std::pair<Complex, Complex>>& modes, double spacing, Index count)
+{
+    Record record{0.0, spacing, {}};
+    for (Index k = 0; k < count; ++k) {
+        Complex sum = 0.0;
+        for (const auto& [pole, residue] : modes)
+            sum += residue * std::exp(pole * (static_cast<double>(k) * spacing));
+        record.values.push_back(sum);
+    }
+    return record;
 }
 
 TEST(Cavity, RingsAsTheSumOfItsExactModes)
@@ -129,6 +146,161 @@ TEST(RecordFile, NamesTheLineAtFault)
     EXPECT_EQ(error_of([] { read_record("/no/such/file", {}); }),
               "/no/such/file: cannot be opened: No such file or directory");
     EXPECT_EQ(error_of([] { read_record("/tmp", {}); }), "/tmp: cannot be read: Is a directory");
+}
+
+TEST(Decimation, LeavesAFewSamplesPerPeriodOfTheHighestFrequency)
+{
+    // Modes at 1 and 4 Hz, beside one at 9 Hz that is too weak to count.
+    const auto highest = [](Complex pole, double spacing = 0.01) {
+        const Complex strong(-0.02, 2.0 * pi), weak(-0.02, 18.0 * pi);
+        return highest_frequency(sum_of_modes({{strong, 1.0}, {pole, 0.1}, {weak, 1e-6}}, spacing, 4000), 0);
+    };
+    EXPECT_NEAR(highest({-0.02, 8.0 * pi}), 4.2, 0.2);
+    EXPECT_NEAR(highest({-0.02, -8.0 * pi}), 4.2, 0.2) << "a negative frequency counts as well";
+    EXPECT_NEAR(highest({-0.8, 8.0 * pi}), 5.0, 1.0) << "one that is soon gone counts as well";
+
+    const Index stride = choose_stride(sum_of_modes({{{-0.02, 8.0 * pi}, 1.0}}, 0.01, 4000), 0);
+    EXPECT_GE(1.0 / (4.0 * 0.01 * static_cast<double>(stride)), 2.5);
+    EXPECT_LE(1.0 / (4.0 * 0.01 * static_cast<double>(stride)), 5.0);
+    // What does not oscillate keeps samples enough, what fills the band is not decimated.
+    EXPECT_EQ(choose_stride(sum_of_modes({{{-1.0, 0.0}, 1.0}}, 1e-4, 6400), 0), 100);
+    EXPECT_EQ(choose_stride(sum_of_modes({{{0.0, 3.0}, 1.0}}, 1.0, 400), 0), 1);
+
+    EXPECT_EQ(choose_orders(300), (std::vector<Index>{75, 81, 87, 93, 100}));
+    EXPECT_EQ(choose_orders(4), (std::vector<Index>{1}));
+}
+
+Fit fit_with_measures(Index order, double peak_mean, std::string failure = "")
+{
+    Fit fit;
+    fit.order = order;
+    fit.failure = std::move(failure);
+    fit.err_peak_mean = peak_mean;
+    return fit;
+}
+
+TEST(Choice, TakesTheLeastOfTheLargestMeasures)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    Fit hidden = fit_with_measures(4, 1e-9); // its largest measure is another
+    hidden.err_rms_mean = 1e-3;
+    const std::vector<Fit> fits{fit_with_measures(1, nan),
+                                fit_with_measures(2, 1e-5),
+                                fit_with_measures(3, 1e-6),
+                                hidden,
+                                fit_with_measures(5, 0.0, "Sub X: too bad !"),
+                                fit_with_measures(6, 1e-6)};
+    EXPECT_EQ(best_fit(fits).order, 3);
+    EXPECT_EQ(error_of([&] { best_fit({fits[0]}); }), "no fit has finite measures");
+    EXPECT_EQ(error_of([&] { best_fit({fits[4]}); }), "Sub X: too bad !");
+}
+
+TEST(Selection, TellsModesFromTheRest)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    Fit fit;
+    fit.poles = {{0.5, 3.0}, {-0.1, 2.0}, {-0.1, -2.0}, {-0.1, 4.0}, {1e-12, 1.0}, {-infinity, 0.0}, {-3.0, 0.0}};
+    fit.residues = {100.0, 1.0, 1.0, 1e-5, {0.0, 0.5}, 1e-3, 0.5};
+    Record record = sum_of_modes({{fit.poles[1], 1.0}}, 0.1, 200);
+    const Window window{0, 1, 200};
+    const auto kinds = [&](double threshold) {
+        std::vector<Kind> result;
+        for (const Mode& mode : classify(fit, record, window, threshold))
+            result.push_back(mode.kind);
+        return result;
+    };
+    using enum Kind;
+    // By rising imaginary part: -2, then 0 (at once gone) and 0, 1 (no loss), 2, 3 (growing) and 4 (weak).
+    EXPECT_EQ(kinds(1e-3), (std::vector<Kind>{kept, negligible, kept, kept, kept, growing, negligible}));
+    for (Complex& value : record.values)
+        value = value.real();
+    EXPECT_EQ(kinds(1e-6), (std::vector<Kind>{conjugate, kept, kept, kept, kept, growing, kept}));
+    fit.err_rms = 0.2; // what the fit leaves unexplained hides what is smaller
+    EXPECT_EQ(kinds(1e-6), (std::vector<Kind>{conjugate, negligible, negligible, kept, kept, growing, negligible}));
+
+    const Mode lossless = classify(fit, record, window, 0.0)[3];
+    EXPECT_EQ(lossless.quality(), infinity);
+    EXPECT_NEAR(lossless.share, 0.5, 1e-9);
+    EXPECT_NEAR(lossless.phase(), 90.0, 1e-12);
+    const Mode damped = classify(fit, record, window, 0.0)[4];
+    EXPECT_NEAR(damped.quality(), 10.0, 1e-12);
+    double sum = 0.0;
+    for (Index k = 0; k < 200; ++k)
+        sum += std::exp(-0.02 * static_cast<double>(k));
+    EXPECT_NEAR(damped.share, std::sqrt(sum / 200.0), 1e-12);
+}
+
+TEST(Selection, ModelDoesWithAPoleAtMinusInfinity)
+{
+    Fit fit;
+    fit.poles = {{-std::numeric_limits<double>::infinity(), pi}, {-1.0, 0.0}};
+    fit.residues = {5.0, 2.0};
+    EXPECT_EQ(model_at(fit, 0.0), 2.0);
+    EXPECT_EQ(model_at(fit, 1.0), 2.0 * std::exp(-1.0));
+}
+
+TEST(Verdict, AsksForTheEightLowestAndNothingThatIsNotThere)
+{
+    const auto verdict = [](auto change) {
+        std::vector<Pair> pairs;
+        for (Index m = 1; m <= 9; ++m) {
+            const Complex pole(-0.1, static_cast<double>(m));
+            pairs.push_back({CavityMode{m, 1, pole, 1.0}, Mode{pole, 1.0, 1.0, Kind::kept}});
+        }
+        change(pairs);
+        ::testing::internal::CaptureStdout();
+        const bool met = print_verdict(pairs);
+        return std::pair(met, ::testing::internal::GetCapturedStdout().find("MISSED") == std::string::npos);
+    };
+    const std::pair good(true, true), missed(false, false);
+    EXPECT_EQ(verdict([](auto&) {}), good);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[7].found->pole *= 1.0 + 0.9e-8; }), good);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[7].found->pole *= 1.0 + 1.1e-8; }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[0].found->pole -= 0.9e-5; }), good);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[0].found->pole -= 1.1e-5; }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[3].found.reset(); }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[8].found.reset(); }), good) << "the ninth is not asked for";
+    EXPECT_EQ(verdict([](auto& pairs) { pairs.resize(7); }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs.push_back({{}, pairs[0].found}); }), missed);
+}
+
+TEST(Comparison, PairsEachExactModeWithTheNearestFound)
+{
+    Record record{0.0, 0.5, std::vector<Complex>(100)};
+    const Window window{4, 1, 96};
+    const std::vector<CavityMode> exact{
+        {2, 1, {-0.1, 5.0}, 1.0}, {1, 1, {-0.1, 3.0}, 1e-4}, {1, 2, {-0.1, 7.0}, 5e-7}, {1, 3, {-0.1, 8.0}, 1e-9}};
+    const auto mode = [](double frequency, Kind kind) { return Mode{{-0.1, frequency}, 1.0, 1.0, kind}; };
+    const auto pairs = compare(
+        exact, {mode(3.0001, Kind::kept), mode(5.0, Kind::conjugate), mode(7.0001, Kind::kept), mode(8.0, Kind::kept)},
+        record, window, 1e-6);
+    ASSERT_EQ(pairs.size(), 4u);
+    EXPECT_EQ(pairs[0].exact->m, 1);
+    EXPECT_EQ(pairs[0].found->pole.imag(), 3.0001);
+    EXPECT_NEAR(std::abs(pairs[0].exact->residue), 1e-4 * std::exp(-0.2), 1e-18) << "at the first fitted sample";
+    EXPECT_NEAR(pairs[0].frequency_error(), 0.0001 / 3.0, 1e-12);
+    EXPECT_EQ(pairs[1].exact->m, 2);
+    EXPECT_FALSE(pairs[1].found) << "only kept modes count";
+    EXPECT_TRUE(pairs[2].exact && pairs[2].found) << "just below the threshold, but found";
+    EXPECT_FALSE(pairs[3].exact) << "too weak to be seen";
+}
+
+TEST(CommandLine, NamesTheOptionAtFault)
+{
+    const auto error = [](std::vector<std::string> words) { return error_of([&] { parse_options(words); }); };
+    EXPECT_EQ(error({"--records", "x"}), "--records: unknown option; --help lists them");
+    EXPECT_EQ(error({"x.dat"}), "x.dat: unknown option; --help lists them");
+    EXPECT_EQ(error({"--start"}), "--start: a value is missing");
+    EXPECT_EQ(error({"--decimate", "0"}), "--decimate: '0' is not a whole number from 1 on");
+    EXPECT_EQ(error({"--samples=1e3"}), "--samples: '1e3' is not a whole number from 1 on");
+    EXPECT_EQ(error({"--record", "x", "--dt", "nan"}), "--dt: 'nan' is not a time above zero");
+    EXPECT_EQ(error({"--dt", "1"}), "--dt: the spacing belongs to a record, which --record names");
+    EXPECT_EQ(error({"--orders", "3:1"}), "--orders: '3:1' ends before it begins");
+    EXPECT_EQ(error({"--orders", "1:2:3:4"}), "--orders: '1:2:3:4' is not FIRST, FIRST:LAST or FIRST:LAST:STEP");
+
+    EXPECT_EQ(parse_options({"--orders", "4:9:2"}).orders, (std::vector<Index>{4, 6, 8}));
+    EXPECT_EQ(parse_options({"--orders=7"}).orders, (std::vector<Index>{7}));
+    EXPECT_EQ(parse_options({"--start", "-1.5e-9"}).start, -1.5e-9);
 }
 
 } // namespace
