@@ -6,9 +6,11 @@
 #include "examples/resonator/report.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -65,7 +67,8 @@ Record sum_of_modes(const std::vector<std::pair<Complex, Complex>>& modes, doubl
 
 TEST(Cavity, RingsAsTheSumOfItsExactModes)
 {
-    // Among them a Courant number at the limit, strong loss, and nodes beside a wall.
+    // Among them a Courant number at the limit, strong loss, and nodes beside a
+    // wall.
     Cavity strong{.cells_x = 23, .cells_y = 17, .conductivity = 0.05, .courant = 0.705, .steps = 900};
     strong.source = {1, 16}, strong.probe = {22, 9}, strong.bandwidth = 5e9;
     Cavity weak{.cells_x = 31, .cells_y = 24, .permittivity = 1.0, .conductivity = 1e-4, .courant = 0.4, .steps = 1500};
@@ -96,7 +99,8 @@ TEST(Cavity, NearsTheContinuousOneInSiUnits)
 
 TEST(RecordFile, TakesTheUsualForms)
 {
-    const TemporaryFile complex_file("# a probe\n\n  1.0e-9, +1 , -2.5 # first\r\n2D-9;3;4\n3.0000001e-09\t5\t1d2\n");
+    const TemporaryFile complex_file("# a probe\n\n  1.0e-9, +1 , -2.5 # "
+                                     "first\r\n2D-9;3;4\n3.0000001e-09\t5\t1d2\n");
     const Record record = read_record(complex_file.path, {});
     EXPECT_DOUBLE_EQ(record.start, 1e-9);
     EXPECT_NEAR(record.spacing, 1e-9, 1e-15);
@@ -129,14 +133,20 @@ TEST(RecordFile, NamesTheLineAtFault)
         {"0 1\n\n1 2 3\n", {}, ":3: 3 columns, where the lines before have 2"},
         {"7\n8\n",
          {},
-         ":1: 1 column; the columns are: time, real part [imaginary part]; for a record without times give --dt"},
+         ":1: 1 column; the columns are: time, real part [imaginary part]; for a "
+         "record without times give --dt"},
         {"0 1 2\n", 0.1, ":1: 3 columns; with --dt the columns are: real part [imaginary part]"},
-        {"0 1\n1 1\n2 1\n4 1\n5 1\n", {}, ":4: the times are not equally spaced: a step of 2 to 4, where 1 is usual"},
+        {"0 1\n1 1\n2 1\n4 1\n5 1\n",
+         {},
+         ":4: the times are not equally spaced: a step of 2 to 4, where 1 is "
+         "usual"},
         {"0 1\n1 1\n2 1\n2 1\n3 1\n", {}, ":4: time 2 does not come after 2"},
-        // Every step is within its tolerance of the usual one, but they do not add up to a straight line.
+        // Every step is within its tolerance of the usual one, but they do not
+        // add up to a straight line.
         {"0 1\n1 1\n2 1\n3 1\n4 1\n5.09 1\n6.18 1\n7.27 1\n8.36 1\n",
          {},
-         ":4: the times are not equally spaced: 3, where equal steps lead to 3.135"},
+         ":4: the times are not equally spaced: 3, where equal steps lead to "
+         "3.135"},
         {"# nothing\n", {}, ": no record: the file has fewer than two samples"},
     };
     for (const Case& c : cases) {
@@ -162,7 +172,8 @@ TEST(Decimation, LeavesAFewSamplesPerPeriodOfTheHighestFrequency)
     const Index stride = choose_stride(sum_of_modes({{{-0.02, 8.0 * pi}, 1.0}}, 0.01, 4000), 0);
     EXPECT_GE(1.0 / (4.0 * 0.01 * static_cast<double>(stride)), 2.5);
     EXPECT_LE(1.0 / (4.0 * 0.01 * static_cast<double>(stride)), 5.0);
-    // What does not oscillate keeps samples enough, what fills the band is not decimated.
+    // What does not oscillate keeps samples enough, what fills the band is not
+    // decimated.
     EXPECT_EQ(choose_stride(sum_of_modes({{{-1.0, 0.0}, 1.0}}, 1e-4, 6400), 0), 100);
     EXPECT_EQ(choose_stride(sum_of_modes({{{0.0, 3.0}, 1.0}}, 1.0, 400), 0), 1);
 
@@ -210,7 +221,8 @@ TEST(Selection, TellsModesFromTheRest)
         return result;
     };
     using enum Kind;
-    // By rising imaginary part: -2, then 0 (at once gone) and 0, 1 (no loss), 2, 3 (growing) and 4 (weak).
+    // By rising imaginary part: -2, then 0 (at once gone) and 0, 1 (no loss), 2,
+    // 3 (growing) and 4 (weak).
     EXPECT_EQ(kinds(1e-3), (std::vector<Kind>{kept, negligible, kept, kept, kept, growing, negligible}));
     for (Complex& value : record.values)
         value = value.real();
@@ -285,6 +297,15 @@ TEST(Comparison, PairsEachExactModeWithTheNearestFound)
     EXPECT_FALSE(pairs[3].exact) << "too weak to be seen";
 }
 
+TEST(Loading, SaysWhatFailed)
+{
+    const Library library(TESSEL_LIBRARY);
+    const Fit fit = library.fit({1.0, 2.0, 3.0, 4.0}, 1.0, 3);
+    EXPECT_EQ(fit.failure, "Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !");
+    EXPECT_EQ(error_of([&] { best_fit({fit}); }), fit.failure);
+    EXPECT_EQ(error_of([] { Library("libm.so.6"); }), "libm.so.6: this library does not export LEASTSQ_PRONY_SVD");
+}
+
 TEST(CommandLine, NamesTheOptionAtFault)
 {
     const auto error = [](std::vector<std::string> words) { return error_of([&] { parse_options(words); }); };
@@ -301,6 +322,114 @@ TEST(CommandLine, NamesTheOptionAtFault)
     EXPECT_EQ(parse_options({"--orders", "4:9:2"}).orders, (std::vector<Index>{4, 6, 8}));
     EXPECT_EQ(parse_options({"--orders=7"}).orders, (std::vector<Index>{7}));
     EXPECT_EQ(parse_options({"--start", "-1.5e-9"}).start, -1.5e-9);
+}
+
+struct Outcome
+{
+    int status;
+    std::string output, errors;
+};
+
+Outcome run(const std::string& arguments, const std::string& environment = "")
+{
+    const TemporaryFile errors("");
+    const std::string command = environment + " " RESONATOR_PROGRAM " " + arguments + " 2>" + errors.path;
+    std::FILE* const pipe = popen(command.c_str(), "r");
+    Outcome outcome{};
+    char part[4096];
+    while (const std::size_t size = std::fread(part, 1, sizeof part, pipe))
+        outcome.output.append(part, size);
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    std::ifstream stream(errors.path);
+    outcome.errors.assign(std::istreambuf_iterator<char>(stream), {});
+    return outcome;
+}
+
+/// The number of lines of a file that are no comment.
+Index data_lines(const std::string& path)
+{
+    std::ifstream file(path);
+    Index count = 0;
+    for (std::string line; std::getline(file, line);)
+        count += !line.empty() && line[0] != '#';
+    return count;
+}
+
+TEST(Program, FindsTheModesOfTheSimulatedCavity)
+{
+    char folder[] = "/tmp/resonator-test-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string prefix = std::string(folder) + "/new/cavity";
+    const Outcome outcome = run("--output " + prefix + " --orders 90");
+    EXPECT_EQ(outcome.status, 0) << outcome.output << outcome.errors;
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_NE(outcome.output.find("as expected."), std::string::npos) << outcome.output;
+    EXPECT_EQ(data_lines(prefix + "-record.dat"), Cavity{}.steps + 1);
+    EXPECT_GE(data_lines(prefix + "-modes.dat"), 8);
+    EXPECT_EQ(data_lines(prefix + "-poles.dat"), 90);
+    std::filesystem::remove_all(folder);
+}
+
+TEST(Program, ReportsModesThatItMissed)
+{
+    const Outcome outcome = run("--orders 10");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find("MISSED"), std::string::npos) << outcome.output;
+}
+
+TEST(Program, FitsARecordFromAFile)
+{
+    std::string content = "# time, field\n";
+    for (int k = 0; k < 400; ++k) {
+        const double t = 1e-12 * k;
+        char line[100];
+        std::snprintf(line, sizeof line, "%.17g %.17g\n", t,
+                      std::exp(-5e8 * t) * std::cos(2.0 * pi * 60e9 * t) +
+                          0.2 * std::exp(-2e9 * t) * std::sin(2.0 * pi * 95e9 * t));
+        content += line;
+    }
+    const TemporaryFile file(content);
+    const Outcome outcome = run("--record " + file.path);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find("2 modes, 2 complex conjugates"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("60.0000000000        376.9911   5.00000e-01"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("95.0000000000        149.2257   1.00000e-01"), std::string::npos) << outcome.output;
+}
+
+TEST(Program, DoesWithoutGnuplot)
+{
+    const TemporaryFile file("0 1\n1 0.5\n2 0.25\n3 0.125\n4 0.0625\n5 0.03125\n");
+    const TemporaryFile prefix("");
+    const Outcome outcome = run("--record " + file.path + " --orders 1 --output " + prefix.path, "PATH=/nowhere");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find("no picture: gnuplot: No such file or directory\n"), std::string::npos);
+    for (const char* name : {"-record.dat", "-modes.dat", "-poles.dat"})
+        EXPECT_TRUE(std::filesystem::remove(prefix.path + name)) << name;
+}
+
+TEST(Program, SaysInOneLineWhatIsWrong)
+{
+    const TemporaryFile bad("0 1\n1 x\n"), zero("0 0\n1 0\n2 0\n3 0\n"), brief("0 1\n1 2\n2 3\n");
+    const TemporaryFile ramp("0 1\n1 2\n2 3\n3 4\n4 5\n");
+    const std::pair<std::string, std::string> cases[] = {
+        {"--record " + bad.path, bad.path + ":2: 'x' is not a number"},
+        {"--record " + zero.path, "the record is zero where it would be fitted: "
+                                  "is the probe on a node of every mode?"},
+        {"--record " + brief.path, "too few samples are left to fit: 3, where 4 are the least"},
+        {"--record " + ramp.path + " --start 9", "--start: the record ends before this time"},
+        {"--record " + ramp.path + " --orders 3", "order 3 takes 6 samples at least; there are 5"},
+        {"--record " + ramp.path + " --output " + bad.path + "/x", bad.path + ": cannot be made: Not a directory"},
+        {"--library /no/such/library.so", "the library cannot be loaded: /no/such/library.so: cannot open shared "
+                                          "object "
+                                          "file: No such file or directory"},
+        {"--bogus", "--bogus: unknown option; --help lists them"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.errors, "resonator: " + message + "\n") << arguments;
+    }
+    EXPECT_EQ(run("--help").output, kHelp);
 }
 
 } // namespace
