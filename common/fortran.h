@@ -16,6 +16,10 @@ namespace tessel::fortran {
 
 using Length = std::size_t;
 
+/// A system of equations for HYBRJ1: FCN(N, X, FVEC, FJAC, LDFJAC, IFLAG).
+using HybridFunction = void (*)(const Integer* n, const Real* x, Real* fvec, Real* fjac, const Integer* ldfjac,
+                                Integer* iflag);
+
 extern "C" {
 // BLAS, level 1
 double dznrm2_(const Integer* n, const Complex* x, const Integer* incx);
@@ -34,6 +38,28 @@ void zgesvd_(const char* jobu, const char* jobvt, const Integer* m, const Intege
 void zgeev_(const char* jobvl, const char* jobvr, const Integer* n, Complex* a, const Integer* lda, Complex* w,
             Complex* vl, const Integer* ldvl, Complex* vr, const Integer* ldvr, Complex* work, const Integer* lwork,
             double* rwork, Integer* info, Length jobvl_length, Length jobvr_length);
+void dgesvd_(const char* jobu, const char* jobvt, const Integer* m, const Integer* n, double* a, const Integer* lda,
+             double* s, double* u, const Integer* ldu, double* vt, const Integer* ldvt, double* work,
+             const Integer* lwork, Integer* info, Length jobu_length, Length jobvt_length);
+void zgesv_(const Integer* n, const Integer* nrhs, Complex* a, const Integer* lda, Integer* ipiv, Complex* b,
+            const Integer* ldb, Integer* info);
+
+// ARPACK, and its common block of trace levels
+void dnaupd_(Integer* ido, const char* bmat, const Integer* n, const char* which, const Integer* nev, double* tol,
+             double* resid, const Integer* ncv, double* v, const Integer* ldv, Integer* iparam, Integer* ipntr,
+             double* workd, double* workl, const Integer* lworkl, Integer* info, Length bmat_length,
+             Length which_length);
+void dneupd_(const Logical* rvec, const char* howmny, Logical* select, double* dr, double* di, double* z,
+             const Integer* ldz, const double* sigmar, const double* sigmai, double* workev, const char* bmat,
+             const Integer* n, const char* which, const Integer* nev, double* tol, double* resid, const Integer* ncv,
+             double* v, const Integer* ldv, Integer* iparam, Integer* ipntr, double* workd, double* workl,
+             const Integer* lworkl, Integer* info, Length howmny_length, Length bmat_length, Length which_length);
+extern Integer debug_[24];
+
+// MINPACK
+void hybrj1_(HybridFunction fcn, const Integer* n, double* x, double* fvec, double* fjac, const Integer* ldfjac,
+             const double* tol, Integer* info, double* wa, const Integer* lwa);
+double dpmpar_(const Integer* i);
 }
 
 // The level-1 operations with unit stride, which is all that the routines use.

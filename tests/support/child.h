@@ -1,0 +1,42 @@
+/// A piece of a test in a process of its own, with its streams caught and a limit on its time.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tessel::testing {
+
+struct Outcome
+{
+    int status;         ///< as waitpid gives it: 0 after a normal end with exit status 0
+    std::string output; ///< what was written to the standard output and the error stream
+};
+
+/// Runs `body()`, which returns the exit status, in a child that ends as a host does: buffers of every runtime are
+/// flushed. A child that hangs is killed after `seconds`.
+template <class Body>
+Outcome run_in_child(Body body, unsigned seconds = 60)
+{
+    std::fflush(nullptr);
+    std::FILE* const streams = std::tmpfile();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(seconds);
+        dup2(fileno(streams), STDOUT_FILENO);
+        dup2(fileno(streams), STDERR_FILENO);
+        std::exit(body());
+    }
+    Outcome outcome{-1, {}};
+    waitpid(child, &outcome.status, 0);
+    std::rewind(streams);
+    for (int c = std::fgetc(streams); c != EOF; c = std::fgetc(streams))
+        outcome.output.push_back(static_cast<char>(c));
+    std::fclose(streams);
+    return outcome;
+}
+
+} // namespace tessel::testing

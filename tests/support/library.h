@@ -1,0 +1,52 @@
+/// The built library, loaded at run time as a host does it: through the public headers and `dlopen` alone.
+#pragma once
+
+#include <tessel/FDTDCalcAPI.h>
+
+#include <dlfcn.h>
+
+#include <memory>
+#include <stdexcept>
+
+namespace tessel::testing {
+
+class Library
+{
+public:
+    Library() : handle_(dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_LOCAL))
+    {
+        if (handle_ == nullptr)
+            throw std::runtime_error(dlerror());
+    }
+    ~Library() { dlclose(handle_); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    static bool is_loaded()
+    {
+        void* const handle = dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+        if (handle != nullptr)
+            dlclose(handle);
+        return handle != nullptr;
+    }
+
+    /// Address of an exported function of the type of `prototype`.
+    template <class Function>
+    Function* symbol(const char* name, Function*) const
+    {
+        void* const address = dlsym(handle_, name);
+        if (address == nullptr)
+            throw std::runtime_error(dlerror());
+        return reinterpret_cast<Function*>(address);
+    }
+    std::unique_ptr<FDTDCalcAPI> create() const
+    {
+        static FDTDCalcAPI* (*const prototype)() = nullptr;
+        return std::unique_ptr<FDTDCalcAPI>(symbol("createFDTDCalcApi", prototype)());
+    }
+
+private:
+    void* handle_;
+};
+
+} // namespace tessel::testing
