@@ -1,51 +1,118 @@
 /// What makes the packaged serial OpenBLAS fit for a host's process. The linker puts these functions in the place of
 /// OpenBLAS's own (`--wrap`); the build file `cmake/dependencies.cmake` lists the remedies that need no code.
 ///
-/// 1. The serial build scans its table of work buffers outside its lock, so two threads can be given one buffer and
-///    compute wrong results without any error flag. Here the table is entered by one thread at a time.
-/// 2. The table has a fixed number of places; one call too many ends in a printed complaint and a null buffer. Here
-///    callers beyond a safe number wait for a buffer instead.
-/// 3. It reads environment variables when it is loaded, and one of them makes it print. The host's environment is
-///    not ours to act on.
+/// Work buffers. The serial build scans its table of buffers outside its lock, so two threads can be given one buffer
+/// and compute wrong results without any error flag; it spins for ever when a buffer cannot be mapped, and complains
+/// on the standard output when the table is full. Here is a pool of our own in its place:
+///
+///   - A place is taken by one atomic exchange. No lock: nothing is left locked in the child of a fork.
+///   - The first buffer lies in the library's own zero-initialised storage, so it is there since the library was
+///     loaded: if it cannot be had, loading fails, and no call does later. A call that cannot have another one waits
+///     for one to come back. That ends: none of OpenBLAS's routines that takes a buffer calls another one that does, or
+///     anything of the host. The price is 128 MiB of address space, of which a host that locks all its memory pays all.
+///   - A buffer that was mapped is kept for the next call, and unmapped with the library. Only pages that a call writes
+///     to take memory.
+///   - In the child of a fork no other thread lives, so every buffer is free again.
+///
+/// Environment. OpenBLAS reads it when it is loaded: OPENBLAS_CORETYPE changes the kernels and so the bits of every
+/// result, OPENBLAS_VERBOSE makes it print. The host's environment is not ours to act on: it reads as empty.
 
-#include <condition_variable>
-#include <mutex>
+#include "common/openblas_guard.h"
 
-extern "C" {
-void* __real_blas_memory_alloc(int position);
-void __real_blas_memory_free(void* buffer);
+#include <atomic>
+
+#include <pthread.h>
+#include <sys/mman.h>
+
+extern "C" { // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 void* __wrap_blas_memory_alloc(int position);
 void __wrap_blas_memory_free(void* buffer);
-void __wrap_openblas_read_env();
-}
+char* __wrap_getenv(const char* name);
+} // NOLINTEND(bugprone-reserved-identifier)
 
+namespace tessel {
 namespace {
 
-/// Well below the number of places in OpenBLAS's table, and far above the number of cores it is worth to keep busy.
-constexpr int kMaxBuffersInUse = 32;
+/// A place in the pool, on a cache line of its own.
+struct alignas(64) Place
+{
+    std::atomic<void*> buffer = nullptr; ///< set by the first taker, kept from then on
+    std::atomic<bool> taken = false;
 
-std::mutex gate;
-std::condition_variable buffer_returned;
-int buffers_in_use = 0;
+    /// The buffer, mapped if need be, or null if the place is taken or no memory can be had.
+    void* take() noexcept
+    {
+        if (taken.exchange(true, std::memory_order_acquire))
+            return nullptr;
+        if (buffer == nullptr) {
+            void* const mapped =
+                mmap(nullptr, kWorkBufferSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (mapped == MAP_FAILED) {
+                give_back();
+                return nullptr;
+            }
+            buffer = mapped;
+        }
+        return buffer;
+    }
+    void give_back() noexcept { taken.store(false, std::memory_order_release); }
+};
+
+alignas(4096) std::byte first_buffer[kWorkBufferSize];
+constinit Place places[kWorkBuffers] = {{first_buffer}};
+
+/// Number of buffers that came back, modulo 2^32; a caller that found none waits for it to change.
+constinit std::atomic<int> returns = 0;
+
+[[gnu::constructor]] void prepare_for_fork()
+{
+    pthread_atfork(nullptr, nullptr, [] {
+        for (Place& place : places)
+            place.give_back();
+    });
+}
+
+/// A buffer in use, by a thread that still computes while the process ends, stays.
+[[gnu::destructor]] void unmap_idle_buffers()
+{
+    for (Place& place : places) {
+        if (place.buffer == first_buffer || place.taken.exchange(true))
+            continue;
+        if (void* const idle = place.buffer.exchange(nullptr))
+            munmap(idle, kWorkBufferSize);
+        place.give_back();
+    }
+}
 
 } // namespace
+} // namespace tessel
 
-void* __wrap_blas_memory_alloc(int position)
+void* __wrap_blas_memory_alloc(int)
 {
-    std::unique_lock lock(gate);
-    buffer_returned.wait(lock, [] { return buffers_in_use < kMaxBuffersInUse; });
-    ++buffers_in_use;
-    return __real_blas_memory_alloc(position);
+    using namespace tessel;
+    for (;;) {
+        const int seen = returns; // before the search: a buffer that comes back during it ends the wait
+        for (Place& place : places)
+            if (void* const buffer = place.take())
+                return buffer;
+        returns.wait(seen);
+    }
 }
 
 void __wrap_blas_memory_free(void* buffer)
 {
-    {
-        const std::lock_guard lock(gate);
-        __real_blas_memory_free(buffer);
-        --buffers_in_use;
+    using namespace tessel;
+    for (Place& place : places) {
+        if (place.buffer != buffer)
+            continue;
+        place.give_back();
+        ++returns;
+        returns.notify_one();
+        return;
     }
-    buffer_returned.notify_one();
 }
 
-void __wrap_openblas_read_env() {}
+char* __wrap_getenv(const char*)
+{
+    return nullptr;
+}
