@@ -26,22 +26,23 @@ struct Scaled
 };
 
 /// Splits z so that 1/base < size of mantissa <= 1. Zero keeps exponent 0; so does a size that is not finite, which no
-/// scaling would ever bring into the range. Exact if the base is a power of two.
+/// scaling would ever bring into the range. Exact if the base is a power of two. A size that a multiplication leaves as
+/// it is ends the scaling where it stands: a subnormal one and a base below 1.5 do that.
 inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
 {
     Real size = abs1(z), exponent = 0.0;
-    const auto multiply_by = [&](Real factor) {
-        size *= factor;
-        z = multiply(factor, z);
+    const auto multiply_while = [&](auto out_of_range, Real factor, Real step) {
+        for (Real next = 0.0; out_of_range() && (next = size * factor) != size; exponent += step) {
+            size = next;
+            z = multiply(factor, z);
+        }
     };
     if (!std::isfinite(size))
         return {z, exponent};
     if (size > 1.0)
-        for (; size > 1.0; exponent += 1.0)
-            multiply_by(inverse_base);
+        multiply_while([&] { return size > 1.0; }, inverse_base, 1.0);
     else
-        for (; size <= inverse_base && size != 0.0; exponent -= 1.0)
-            multiply_by(base);
+        multiply_while([&] { return size <= inverse_base && size != 0.0; }, base, -1.0);
     return {z, exponent};
 }
 

@@ -25,7 +25,9 @@ extern "C" void CQUAD_ROOTS(Complex& B, Complex& C);
 
 /// Splits coefficients into mantissas and exponents, A(i) = M(i) BASE^EXPO(i) with 1/BASE < size(M(i)) <= 1.
 ///
-/// Zero keeps exponent 0, as does an element whose size is not finite: it passes as it is.
+/// Zero keeps exponent 0, as does an element whose size is not finite: it passes as it is. Below a base of 1.5 a
+/// subnormal element may be out of reach, and its scaling ends where a multiplication no longer changes it. The cost
+/// grows as 1 / log BASE.
 ///
 /// @param[in]  A      values, N
 /// @param[out] M      mantissas, N; may be A itself

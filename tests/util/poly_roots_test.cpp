@@ -140,6 +140,23 @@ TEST(Scaling, LimitsAndValuesThatCannotBeScaled)
     EXPECT_EQ(e, 0.0);
 }
 
+TEST(Scaling, EndsWhereAMultiplicationChangesNothing)
+{
+    // The smallest number times 1.25 rounds to itself; bases of 1 and below lie outside the contract, yet end too.
+    for (const Real base : {1.25, 1.0, 0.5, 0.0, -2.0, kInfinity, kNaN})
+        for (const Real value : {5e-324, 1e-310, 0.5, 3.0, 1e308}) {
+            const Complex a = value;
+            Complex m = kSentinel, e = kSentinel;
+            CSCALE_EXP(&a, &m, &e, 1, base, 1.0 / base);
+            EXPECT_NE(e, kSentinel) << value << ", base " << base;
+        }
+    const Complex a = 5e-324;
+    Complex m, e;
+    CSCALE_EXP(&a, &m, &e, 1, 1.25, 0.8);
+    EXPECT_EQ(m, a);
+    EXPECT_EQ(e, 0.0);
+}
+
 TEST(Bound, IsTheSumOfSizesOnTheCircle)
 {
     const Complex a[] = {Complex(1.0, -2.0), Complex(-0.5, 0.0), Complex(3.0, 4.0)};
