@@ -1,4 +1,4 @@
-/// Arrays that end at an inaccessible page: whoever reads or writes one element too far is stopped at once.
+/// Arrays beside inaccessible pages: whoever reads or writes one element too far is stopped at once.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace tessel::testing {
 
-/// Room for up to `most` elements, of which each use takes the last ones.
+/// Room for up to `most` elements between two inaccessible pages, of which each use takes the first or the last ones.
 template <class T>
 class Guarded
 {
@@ -18,16 +18,18 @@ public:
     {
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         room_ = (most * sizeof(T) + page - 1) / page * page;
-        void* const start = mmap(nullptr, room_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (start == MAP_FAILED || mprotect(static_cast<std::byte*>(start) + room_, page, PROT_NONE) != 0)
+        mapped_ = room_ + 2 * page;
+        void* const start = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        start_ = static_cast<std::byte*>(start) + page;
+        if (start == MAP_FAILED || mprotect(start_, room_, PROT_READ | PROT_WRITE) != 0)
             throw std::bad_alloc();
-        start_ = static_cast<std::byte*>(start);
-        mapped_ = room_ + page;
     }
-    ~Guarded() { munmap(start_, mapped_); }
+    ~Guarded() { munmap(start_ - (mapped_ - room_) / 2, mapped_); }
     Guarded(const Guarded&) = delete;
     Guarded& operator=(const Guarded&) = delete;
 
+    /// An array whose first element lies behind the inaccessible page.
+    T* first() const { return reinterpret_cast<T*>(start_); }
     /// An array of `count` elements; behind its last one lies the inaccessible page.
     T* last(std::size_t count) const { return reinterpret_cast<T*>(start_ + room_ - count * sizeof(T)); }
 

@@ -3,9 +3,12 @@
 
 #include "common/types.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <numbers>
+#include <span>
 #include <vector>
 
 namespace tessel::testing {
@@ -15,9 +18,22 @@ class Random
 {
 public:
     explicit Random(std::uint64_t seed) : state_(seed) {}
+    /// The sequence begins with the given bytes, eight a draw, and goes on from a seed that is their hash (FNV-1a).
+    explicit Random(std::span<const std::uint8_t> first) : state_(0xcbf29ce484222325u), first_(first)
+    {
+        for (const std::uint8_t byte : first)
+            state_ = (state_ ^ byte) * 0x100000001b3u;
+    }
 
     std::uint64_t bits()
     {
+        if (!first_.empty()) {
+            std::uint64_t value = 0;
+            const std::size_t count = std::min(first_.size(), sizeof value);
+            std::memcpy(&value, first_.data(), count);
+            first_ = first_.subspan(count);
+            return value;
+        }
         std::uint64_t z = (state_ += 0x9e3779b97f4a7c15u);
         z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
         z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
@@ -45,6 +61,7 @@ public:
 
 private:
     std::uint64_t state_;
+    std::span<const std::uint8_t> first_;
 };
 
 } // namespace tessel::testing

@@ -1,0 +1,124 @@
+/// Values that a routine must come back from: not finite, subnormal, huge, tiny, of every exponent, and mixtures.
+#pragma once
+
+#include "common/types.h"
+#include "tests/support/random.h"
+
+#include <bit>
+#include <cmath>
+#include <complex>
+#include <iterator>
+#include <limits>
+#include <vector>
+
+namespace tessel::testing {
+
+enum class Values
+{
+    ordinary,  ///< uniform in [-1, 1)
+    few,       ///< small integers: ties, cancellation, exact zeros
+    special,   ///< zeros, infinities, NaN, the ends of the range, thresholds
+    subnormal, ///< and zero
+    wide,      ///< every exponent alike
+    bits,      ///< any pattern
+    mixed      ///< each value of another kind
+};
+constexpr int kValueKinds = 7;
+
+inline Values any_kind(Random& random)
+{
+    return static_cast<Values>(random.below(kValueKinds));
+}
+
+inline Real hostile_value(Random& random, Values kind)
+{
+    using Limits = std::numeric_limits<Real>;
+    static constexpr Real special[] = {0.0,
+                                       -0.0,
+                                       1.0,
+                                       -1.0,
+                                       Limits::infinity(),
+                                       -Limits::infinity(),
+                                       Limits::quiet_NaN(),
+                                       Limits::denorm_min(),
+                                       Limits::min(),
+                                       Limits::max(),
+                                       Limits::lowest(),
+                                       Limits::epsilon(),
+                                       1e154,
+                                       -1e154,
+                                       1e-162,
+                                       1e-300};
+    switch (kind) {
+    case Values::ordinary:
+        return random.uniform(-1.0, 1.0);
+    case Values::few:
+        return random.below(5) - 2;
+    case Values::special:
+        return special[random.below(static_cast<int>(std::size(special)))];
+    case Values::subnormal:
+        return random.uniform(-1.0, 1.0) * 0x1p-1022;
+    case Values::wide:
+        return std::ldexp(random.uniform(-1.0, 1.0), random.below(2098) - 1073);
+    case Values::bits:
+        return std::bit_cast<Real>(random.bits());
+    case Values::mixed:
+        break;
+    }
+    return hostile_value(random, static_cast<Values>(random.below(kValueKinds - 1)));
+}
+
+inline Complex hostile_complex(Random& random, Values kind)
+{
+    const Real re = hostile_value(random, kind);
+    return {re, random.below(4) == 0 ? 0.0 : hostile_value(random, kind)};
+}
+
+inline std::vector<Real> hostile_reals(Random& random, std::size_t n)
+{
+    const Values kind = any_kind(random);
+    std::vector<Real> values(n);
+    for (Real& value : values)
+        value = hostile_value(random, kind);
+    return values;
+}
+
+/// An array: a sum of exponentials, an impulse, or values of one kind; scaled as a whole, and with a few of its
+/// elements exchanged for those of another kind, each in one case of several.
+inline std::vector<Complex> hostile_complexes(Random& random, std::size_t n)
+{
+    std::vector<Complex> values(n);
+    switch (const int shape = random.below(4); shape) {
+    case 0:
+        for (int terms = 1 + random.below(4); terms > 0; --terms) {
+            const Complex z = std::polar(random.uniform(0.5, 1.2), random.uniform(-4.0, 4.0));
+            Complex power = random.complex();
+            for (Complex& value : values) {
+                value += power;
+                power *= z;
+            }
+        }
+        break;
+    case 1:
+        if (n > 0)
+            values[static_cast<std::size_t>(random.below(static_cast<int>(n)))] =
+                hostile_complex(random, Values::mixed);
+        break;
+    default:
+        const Values kind = any_kind(random);
+        for (Complex& value : values)
+            value = hostile_complex(random, kind);
+    }
+    if (random.below(3) == 0) {
+        const Real scale = std::ldexp(1.0, random.below(2098) - 1073);
+        for (Complex& value : values)
+            value *= scale;
+    }
+    if (n > 0 && random.below(3) == 0)
+        for (int count = 1 + random.below(3); count > 0; --count)
+            values[static_cast<std::size_t>(random.below(static_cast<int>(n)))] =
+                hostile_complex(random, Values::special);
+    return values;
+}
+
+} // namespace tessel::testing
