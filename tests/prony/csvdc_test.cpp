@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace tessel::testing {
@@ -68,6 +69,8 @@ struct MatrixCase
     const char* name;
     Index n, p, pad;
     void (*make)(TestMatrix&, Random&);
+
+    friend void PrintTo(const MatrixCase& test, std::ostream* out) { *out << test.name; }
 };
 
 void graded(TestMatrix& a, Random& random)

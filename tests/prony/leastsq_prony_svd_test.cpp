@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace tessel::testing {
@@ -85,6 +86,8 @@ struct KnownCase
     Integer m;
     Real worst_pole; // relative
     Real worst_l2;
+
+    friend void PrintTo(const KnownCase& test, std::ostream* out) { *out << test.name; }
 };
 
 class KnownSignal : public ::testing::TestWithParam<KnownCase>
