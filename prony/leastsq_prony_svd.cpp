@@ -22,17 +22,16 @@ constexpr Integer kSvdJob = 21; // the first P left singular vectors, and the ri
 constexpr Index kPasses = 3;
 constexpr Real kSvTol[kPasses] = {5e-17, 2.23e-16, 1e-15};
 
-/// The arguments that every routine of a fit is given as they came.
+/// Where every routine of a fit puts its status.
 struct Call
 {
-    const Integer& ndim;
-    const Integer& mmax;
     Integer& flag;
     char* message;
     CharLen message_length;
 };
 
-/// The work arrays of a fit, one behind the other in one block.
+/// The work arrays of a fit of n samples and m exponentials, in one block. The block is sized by the declared lengths;
+/// the arrays stand close together in it, so that no more pages are touched than the fit needs.
 class WorkStorage
 {
     static std::size_t extent(std::size_t ndim, std::size_t mmax)
@@ -53,21 +52,21 @@ class WorkStorage
     }
 
 public:
-    WorkStorage(Index ndim, Index mmax)
-        : block(extent(static_cast<std::size_t>(ndim), static_cast<std::size_t>(mmax))), //
-          a(take(ndim * mmax), ndim),
-          f(take(ndim * mmax), ndim),
-          v(take(mmax * mmax), mmax),
-          b(take(ndim)),
-          work(take(ndim)),
-          product(take(ndim)),
-          model(take(ndim)),
-          sv(take(mmax)),
-          wt(take(mmax)),
-          e(take(mmax)),
-          zr(take(mmax)),
-          x(take(kPasses * mmax), mmax),
-          coef(take(mmax + 1)),
+    WorkStorage(std::size_t ndim, std::size_t mmax, Index n, Index m)
+        : block(extent(ndim, mmax)),
+          a(take(n * m), n),
+          f(take(n * m), n),
+          v(take(m * m), m),
+          b(take(n)),
+          work(take(n)),
+          product(take(n)),
+          model(take(n)),
+          sv(take(m)),
+          wt(take(m)),
+          e(take(m)),
+          zr(take(m)),
+          x(take(kPasses * m), m),
+          coef(take(m + 1)),
           zw(take(1))
     {}
 
@@ -115,20 +114,21 @@ void multiply_matrix(Index rows, Index m, const Matrix<const Complex>& a, const 
     }
 }
 
-/// Solves A x = b with each of the thresholds and returns the column of w.x that holds the solution to keep: the one
-/// of the smallest residual, the lower pass on a tie; a residual that is not a number never wins. Its product A x is
-/// left in w.model. Returns 0 if a routine failed, whose status then stands.
+/// Solves A x = b, in the work arrays of a fit of n samples, with each of the thresholds and returns the column of w.x
+/// that holds the solution to keep: the one of the smallest residual, the lower pass on a tie; a residual that is not a
+/// number never wins. Its product A x is left in w.model. Returns 0 if a routine failed, whose status then stands.
 ///
 /// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before has
 /// its solution and its residual: it cannot win and is not carried out.
-Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m, const Matrix<const Complex>& a,
-                      const Complex* b)
+Index solve_truncated(const Call& call, WorkStorage& w, Integer n, Integer rows, Integer m,
+                      const Matrix<const Complex>& a, const Complex* b)
 {
     for (Index j = 1; j <= m; ++j)
         std::copy_n(a.from(1, j), rows, w.f.from(1, j));
+    const Integer ldf = n, ldv = m;
     Integer info = 0; // a failure shows in the flag as well
-    SLATEC_CSVDC(kSvdJob, rows, m, w.f.from(1, 1), call.ndim, w.f.from(1, 1), call.ndim, w.sv.from(1), w.v.from(1, 1),
-                 call.mmax, w.work.from(1), w.e.from(1), info, call.flag, call.message, call.message_length);
+    SLATEC_CSVDC(kSvdJob, rows, m, w.f.from(1, 1), ldf, w.f.from(1, 1), ldf, w.sv.from(1), w.v.from(1, 1), ldv,
+                 w.work.from(1), w.e.from(1), info, call.flag, call.message, call.message_length);
     if (has_failed(call.flag))
         return 0;
 
@@ -139,8 +139,8 @@ Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m,
         if (pass > 1 && dropped == dropped_before)
             continue;
         dropped_before = dropped;
-        RECIPES_SVBKSB(w.f.from(1, 1), w.wt.from(1), w.v.from(1, 1), rows, m, call.ndim, call.mmax, b,
-                       w.x.from(1, pass), call.flag, call.message, call.message_length);
+        RECIPES_SVBKSB(w.f.from(1, 1), w.wt.from(1), w.v.from(1, 1), rows, m, ldf, ldv, b, w.x.from(1, pass), call.flag,
+                       call.message, call.message_length);
         if (has_failed(call.flag))
             return 0;
 
@@ -209,9 +209,9 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
 {
     using namespace tessel;
     const Status status(*ErrorFlag, ErrorMessage, ErrorMessageLength);
-    const Call call{*NDIM, *MMAX, *ErrorFlag, ErrorMessage, ErrorMessageLength};
+    const Call call{*ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Integer n = *N, m = *M;
-    const Index ndim = *NDIM, mmax = *MMAX;
+    const Integer ndim = *NDIM, mmax = *MMAX;
     const Real dt = *DT;
     const Vector<const Complex> y(Y);
     const Vector<Complex> residue(RESIDUE), pole(POLE);
@@ -219,7 +219,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     if (n < 2 || n > ndim || dt < kMinTimeStep || m < 1 || m > mmax || 2 * Index{m} > n)
         return status.fail("Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !");
 
-    WorkStorage w(ndim, mmax);
+    WorkStorage w(static_cast<std::size_t>(ndim), static_cast<std::size_t>(mmax), n, m);
     if (!w.available())
         return status.fail("Sub LEASTSQ_PRONY_SVD: work storage not available !");
 
@@ -228,7 +228,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     const Matrix<const Complex> prediction(y.from(m), -1);
     for (Index i = 1; i <= n - m; ++i)
         w.b(i) = -y(m + i);
-    Index best = solve_truncated(call, w, n - m, m, prediction, w.b.from(1));
+    Index best = solve_truncated(call, w, n, n - m, m, prediction, w.b.from(1));
     if (best == 0)
         return;
 
@@ -237,8 +237,8 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     w.coef(m) = 1.0;
     for (Index j = 1; j <= m; ++j)
         w.coef(m - j) = w.x(j, best);
-    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), *ErrorFlag, ErrorMessage, ErrorMessageLength);
-    if (has_failed(*ErrorFlag))
+    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), call.flag, call.message, call.message_length);
+    if (has_failed(call.flag))
         return;
     for (Index j = 1; j <= m; ++j) {
         const Complex logarithm = std::log(w.zr(j));
@@ -248,7 +248,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     // Stage 2, residues: sum_j c_j z_j^(k-1) = y(k), k = 1..n. The product of this matrix with the residues is the
     // model at the samples: it is made of the discrete poles, not of exp(pole dt).
     build_vandermonde(n, m, w.zr, w.a);
-    best = solve_truncated(call, w, n, m, Matrix<const Complex>(w.a.from(1, 1), ndim), Y);
+    best = solve_truncated(call, w, n, n, m, Matrix<const Complex>(w.a.from(1, 1), n), Y);
     if (best == 0)
         return;
     std::copy_n(w.x.from(1, best), m, residue.from(1));

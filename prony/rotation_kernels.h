@@ -25,7 +25,7 @@ struct RotationKernels
     /// Two sweeps in a diagonal front: for k = first..end-1 the next rotation of `a` on columns k, k+1, then the next
     /// rotation of `b` on columns k-1, k. A column is loaded once and stored once for both.
     void (*pair)(double* ring, std::ptrdiff_t first, std::ptrdiff_t end, const Rotation* a, const Rotation* b);
-    /// One rotation of two columns of n doubles anywhere.
+    /// One rotation of two columns of n doubles anywhere; n is even.
     void (*columns)(std::ptrdiff_t n, double* x, double* y, double c, double s);
 };
 
