@@ -30,11 +30,12 @@ extern "C" void ADAPTIVE_PRONY(const Integer& N, const Integer& NDIM, const Comp
                                CharLen ErrorMessageLength)
 {
     const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
-    const Integer n = N, mmin = MMIN, mmax = MMAX;
+    const Integer n = N, ndim = NDIM, mmin = MMIN, mmax = MMAX;
+    const Real dt = DT;
     const Real tolerance[kMeasures] = {TOL_L2, TOL_RMS, TOL_PEAK, TOL_RMS_MEAN, TOL_PEAK_MEAN};
     const auto is_too_small = [](Real value) { return value < kMinTolerance; };
 
-    if (n < 2 || n > NDIM || mmin < 1 || mmin > mmax || DT <= 0.0 ||
+    if (n < 2 || n > ndim || mmin < 1 || mmin > mmax || dt <= 0.0 ||
         std::any_of(tolerance, tolerance + kMeasures, is_too_small))
         return status.fail("Sub ADAPTIVE_PRONY: input parameters out of bounds !");
 
@@ -42,7 +43,7 @@ extern "C" void ADAPTIVE_PRONY(const Integer& N, const Integer& NDIM, const Comp
     Real measure[kMeasures];
     for (Integer order = std::min(mmin, cap);; ++order) {
         M = order;
-        LEASTSQ_PRONY_SVD(&N, &NDIM, Y, &DT, &M, &MMAX, RESIDUE, POLE, &measure[0], &measure[1], &measure[2],
+        LEASTSQ_PRONY_SVD(&n, &ndim, Y, &dt, &order, &mmax, RESIDUE, POLE, &measure[0], &measure[1], &measure[2],
                           &measure[3], &measure[4], &ErrorFlag, ErrorMessage, ErrorMessageLength);
         if (has_failed(ErrorFlag))
             return;

@@ -121,8 +121,8 @@ void apply_reflection(Index count, const Complex* h, Complex* y)
     zaxpy(count, t, h, y);
 }
 
-/// Turns the vector h, of norm `norm`, into its reflection vector and returns the element that h is reflected to,
-/// with its sign turned over; zero if h is zero, which is then left alone.
+/// Turns the vector h into its reflection vector and returns minus the element that h is reflected to; zero if h is
+/// zero, which is then left alone.
 Complex make_reflection(Index count, Complex* h)
 {
     Complex norm(dznrm2(count, h), 0.0);
@@ -167,8 +167,8 @@ void Decomposition::reflect_column(Index l)
         e(j) = std::conj(x(l, j));
     }
     row_update_pending = false;
-    if (wantu)
-        std::copy_n(x.from(l, l), n - l + 1, u.from(l, l)); // element by element: u may be x
+    if (wantu && u.from(l, l) != x.from(l, l)) // u may be x
+        std::copy_n(x.from(l, l), n - l + 1, u.from(l, l));
 }
 
 /// Applies the reflection of row l-1 to column j from row l on: x := x - work conj(e(j) / e(l)).
@@ -388,7 +388,7 @@ void Decomposition::qr_step(Index l, Index m)
             shift = -shift;
         shift = c0 / (b + shift);
     }
-    Real f = (sl + sm) * (sl - sm) - shift; // the sign of the classic routine
+    Real f = (sl + sm) * (sl - sm) - shift; // minus: part of the contract; a derivation gives plus
     Real g = sl * el;
 
     // Chase the bulge: a rotation of columns k, k+1 from the right, then of rows k, k+1 from the left.

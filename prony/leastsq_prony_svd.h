@@ -57,12 +57,15 @@ typedef double _Complex tessel_complex;
  *   - "Sub RECIPES_SVBKSB: input parameters out of bounds !": M exceeds 5000.
  *   - "Sub SLATEC_CSVDC: not all singular values are correct !", "Sub NAPACK_CZERO: too many iterations necessary !",
  *     "Sub NAPACK_CZERO: work storage not available !": an iteration or a storage limit was met. A failure of the
- *     second stage leaves the new POLE; RESIDUE and the measures keep their old contents.
+ *     second stage leaves the new POLE; RESIDUE and the measures keep their old contents. The decomposition can meet
+ *     its limit when the samples fall over more than about 25 decades and M is 40 or more: end the record where the
+ *     signal has died away.
  * @par Not an error
  *   All-zero samples give measures that are not numbers, samples with NaN or infinite values give such results, both
  *   with success unless an iteration limit is met. ERR_PEAK is formed from a maximum that a NaN never wins.
  * @par State
- *   None; work storage belongs to the call. Nothing is printed and no exception leaves.
+ *   None; work storage belongs to the call, which needs about 160 KiB of stack besides. Nothing is printed and no
+ *   exception leaves.
  * @par Source
  *   R. de Prony (1795); S. L. Marple, Digital Spectral Analysis, 1987, ch. 11; D. W. Tufts, R. Kumaresan, Proc. IEEE
  *   70 (1982) 975 (truncated singular values).

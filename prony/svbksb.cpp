@@ -54,7 +54,7 @@ extern "C" void RECIPES_SVBKSB(const Complex* U, const Complex* W, const Complex
     // y := diag(1/w) U^H b. A zero singular value drops its component: this is the truncation.
     alignas(Complex) std::byte storage[kMaxUnknowns * sizeof(Complex)]; // bytes: left uninitialised
     const Vector<Complex> y(reinterpret_cast<Complex*>(storage));
-    constexpr Index kSideBySide = 4;
+    constexpr Index kSideBySide = 4; // dropped components too: it is cheaper than to leave them out
     Index j = 1;
     for (; j + kSideBySide - 1 <= n; j += kSideBySide)
         inner_products<kSideBySide>(m, u, j, b, y);

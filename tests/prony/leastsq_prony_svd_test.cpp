@@ -3,6 +3,7 @@
 #include "tests/support/message.h"
 #include "tests/support/plain_fit.h"
 #include "tests/support/random.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/signals.h"
 
 #include <cstring>
@@ -305,7 +306,10 @@ TEST(Prony, TakesArgumentsAtTheirBounds)
 
 TEST(Prony, SaysWhenWorkStorageCannotBeHad)
 {
-    for (const Integer extent : {Integer{2000000000}, Integer{2147483647}}) {
+    std::vector<Integer> extents = {2000000000, 2147483647};
+    if (!kSanitized) // whose allocator ends the process instead
+        extents.push_back(100000000);
+    for (const Integer extent : extents) {
         Fit fit(lanczos1(), 3);
         fit.ndim = fit.mmax = extent;
         expect_status(-1, kNoStorage, [&](Integer& flag, char* text, CharLen length) { fit.call(flag, text, length); });
@@ -344,12 +348,20 @@ TEST(Prony, HasTheBitsOfThePlainFit)
     Signal noisy = four_cosines();
     for (Complex& sample : noisy.y)
         sample += 1e-3 * random.complex();
+    Signal two_passes; // of the second stage: the later one leaves out more and is worse
+    for (int k = 0; k < 17; ++k)
+        two_passes.y.push_back(1e12 * std::pow(0.5, k) + std::pow(10.0, k));
     const struct
     {
         Signal signal;
         std::vector<Integer> orders;
-    } cases[] = {{lanczos1(), {1, 2, 3, 5, 12}},     {lanczos2(), {3, 8, 12}}, {fifteen_modes(), {15, 30, 64}},
-                 {four_cosines(), {8, 20, 60, 125}}, {noisy, {8, 60}},         {yee_cavity(0.9), {20, 24, 100}}};
+    } cases[] = {{lanczos1(), {1, 2, 3, 5, 12}},
+                 {lanczos2(), {3, 8, 12}},
+                 {fifteen_modes(), {15, 30, 64}},
+                 {four_cosines(), {8, 20, 60, 125}},
+                 {noisy, {8, 60}},
+                 {yee_cavity(0.9), {20, 24, 100}},
+                 {two_passes, {2}}};
     for (const auto& test : cases)
         for (const Integer m : test.orders) {
             const Fit fit = Fit(test.signal, m).run();
@@ -360,6 +372,27 @@ TEST(Prony, HasTheBitsOfThePlainFit)
             EXPECT_TRUE(same_bits(fit.poles, poles) && same_bits(fit.residues, residues)) << m;
             EXPECT_EQ(std::memcmp(fit.measures, measures, sizeof measures), 0) << m;
         }
+}
+
+/// Samples 1, 0, t, t at order 2: the matrix has the singular values 1 and t, exactly. With both, z^2 - z - t.
+TEST(Prony, KeepsASingularValueEqualToTheThreshold)
+{
+    const Fit kept = Fit({1.0, 0.0, 5e-17, 5e-17}, 1.0, 2).run();
+    ASSERT_EQ(kept.flag, 0);
+    EXPECT_LE(std::min(std::abs(kept.poles[0]), std::abs(kept.poles[1])), 1e-15);
+
+    const Real below = std::nextafter(5e-17, 0.0);
+    const Fit dropped = Fit({1.0, 0.0, below, below}, 1.0, 2).run();
+    ASSERT_EQ(dropped.flag, 0);
+    EXPECT_GE(std::min(std::abs(dropped.poles[0]), std::abs(dropped.poles[1])), 1.0);
+}
+
+TEST(Prony, KeepsASingularValueThatIsNotANumber)
+{
+    const Fit fit = Fit({kNaN, 1.0}, 1.0, 1).run();
+    ASSERT_EQ(fit.flag, 0);
+    EXPECT_TRUE(std::isnan(fit.poles[0].real()));
+    EXPECT_EQ(fit.measures[2], 0.0) << "a NaN is never the maximum";
 }
 
 TEST(Prony, AllZeroSamplesAreNotAFailure)

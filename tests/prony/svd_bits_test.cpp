@@ -102,6 +102,13 @@ const Kind kKinds[] = {
              return i == j ? Complex(i % 5 == 1 ? 0.0 : random.uniform(0.5, 1.0)) : Complex(j == i + 1 ? 1.0 : 0.0);
          });
      }},
+    {"deflating_late",
+     [](TestMatrix& a, Random& random) { // bidiagonal: values become negligible when rotations are pending
+         a.fill([&](Index i, Index j) {
+             const Real size = random.uniform(0.5, 1.0);
+             return Complex(i == j ? (random.below(4) == 0 ? 1e-14 * size : size) : j == i + 1 ? size : 0.0);
+         });
+     }},
     {"not_finite",
      [](TestMatrix& a, Random& random) {
          a.fill_random(random);
@@ -129,11 +136,20 @@ TEST(SvdBits, AreThoseOfThePlainRoutine)
             }
 }
 
+/// b = 0 and c != 0 in the shift, exactly: its sign is then that of +0.
+TEST(SvdBits, TheShiftHasATie)
+{
+    TestMatrix a(3, 3);
+    const Real entries[3][3] = {{8, 1, 0}, {0, 3, 4}, {0, 0, 5}};
+    a.fill([&](Index i, Index j) { return entries[i][j]; });
+    expect_same_bits("tie", a, 21, 0);
+}
+
 /// More rotations than the queue holds: a sweep is cut in two.
 TEST(SvdBits, SurviveAFullQueue)
 {
     Random random(4);
-    TestMatrix a(700, 700);
+    TestMatrix a(320, 320);
     a.fill_random(random);
     expect_same_bits("large", a, 1, 0);
 }

@@ -3,7 +3,6 @@
 #include "common/complex_ops.h"
 #include "common/views.h"
 #include "prony/czero.h"
-#include "prony/svbksb.h"
 #include "tests/support/plain_svd.h"
 
 #include <algorithm>
@@ -16,12 +15,6 @@ namespace {
 
 constexpr Index kPasses = 3;
 constexpr Real kSvTol[kPasses] = {5e-17, 2.23e-16, 1e-15};
-
-struct Status
-{
-    Integer flag = 0;
-    char text[1] = {};
-};
 
 /// The work arrays, tight and zero-filled.
 struct Work
@@ -57,6 +50,23 @@ void truncate(Index m, Real tolerance, const Vector<Complex>& sv, const Vector<C
         wt(j) = modulus(sv(j)) < threshold ? Complex(0.0, 0.0) : sv(j);
 }
 
+/// x := V diag(1/w) U^H b, zero values left out, sum by sum.
+void back_substitute(const Work& w, Integer rows, Integer m, const Vector<Complex>& x)
+{
+    for (Index j = 1; j <= m; ++j)
+        x(j) = 0.0;
+    for (Index jj = 1; jj <= m; ++jj) {
+        Complex s(0.0, 0.0);
+        if (w.wt(jj).real() != 0.0 || w.wt(jj).imag() != 0.0) {
+            for (Index i = 1; i <= rows; ++i)
+                s += multiply(std::conj(w.f(i, jj)), w.b(i));
+            s = divide_by_reciprocal(s, w.wt(jj));
+        }
+        for (Index j = 1; j <= m; ++j)
+            x(j) += multiply(w.v(j, jj), s);
+    }
+}
+
 /// product := A x, column by column.
 void multiply_matrix(Index rows, Index m, const Matrix<Complex>& a, const Vector<Complex>& x,
                      const Vector<Complex>& product)
@@ -79,10 +89,9 @@ Index best_pass(const Real (&residual)[kPasses])
 }
 
 /// Solves A x = b, with A in w.a and w.f and b in w.b, once for each threshold, a solution in each column of `x`, and
-/// returns the pass to keep; 0 if a routine failed, whose status then stands.
+/// returns the pass to keep; 0 if the decomposition met its limit.
 Index solve_truncated(const Work& w, Integer rows, Integer m, const Matrix<Complex>& x)
 {
-    Status status;
     if (plain_svd(21, rows, m, w.f.from(1, 1), w.n, w.f.from(1, 1), w.n, w.sv.from(1), w.v.from(1, 1), w.m,
                   w.work.from(1), w.e.from(1)) != 0)
         return 0;
@@ -90,11 +99,7 @@ Index solve_truncated(const Work& w, Integer rows, Integer m, const Matrix<Compl
     Real residual[kPasses];
     for (Index pass = 1; pass <= kPasses; ++pass) {
         truncate(m, kSvTol[pass - 1], w.sv, w.wt);
-        RECIPES_SVBKSB(w.f.from(1, 1), w.wt.from(1), w.v.from(1, 1), rows, m, w.n, w.m, w.b.from(1), x.from(1, pass),
-                       status.flag, status.text, 0);
-        if (status.flag != 0)
-            return 0;
-
+        back_substitute(w, rows, m, x.column(pass));
         multiply_matrix(rows, m, w.a, x.column(pass), w.product);
         Real sum = 0.0;
         for (Index i = 1; i <= rows; ++i)
@@ -184,9 +189,9 @@ bool plain_fit(Integer n, const Complex* samples, Real dt, Integer m, Complex* r
     for (Index j = 1; j <= m; ++j)
         w.coef(m - j) = w.pa(j, best);
 
-    Status status;
-    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), status.flag, status.text, 0);
-    if (status.flag != 0)
+    Integer flag = 0;
+    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), flag, nullptr, 0);
+    if (flag != 0)
         return false;
     for (Index j = 1; j <= m; ++j) {
         const Complex logarithm = std::log(w.zr(j));

@@ -270,8 +270,8 @@ Index Decomposition::iterate()
 Task Decomposition::classify(Index m, Index& l)
 {
     for (l = m - 1; l >= 1; --l) {
-        const Real neighbours = std::fabs(sr(l)) + std::fabs(sr(l + 1));
-        if (neighbours + std::fabs(er(l)) == neighbours) {
+        const Real neighbours = modulus(s(l)) + modulus(s(l + 1));
+        if (neighbours + modulus(e(l)) == neighbours) {
             set_e(l, 0.0);
             break;
         }
@@ -281,8 +281,8 @@ Task Decomposition::classify(Index m, Index& l)
     ++l;
 
     for (Index ls = m; ls >= l; --ls) {
-        const Real neighbours = (ls != m ? std::fabs(er(ls)) : 0.0) + (ls != l ? std::fabs(er(ls - 1)) : 0.0);
-        if (neighbours + std::fabs(sr(ls)) == neighbours) {
+        const Real neighbours = (ls != m ? modulus(e(ls)) : 0.0) + (ls != l ? modulus(e(ls - 1)) : 0.0);
+        if (neighbours + modulus(s(ls)) == neighbours) {
             set_s(ls, 0.0);
             if (ls == m)
                 return Task::deflate;
