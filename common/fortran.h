@@ -35,6 +35,9 @@ void zswap_(const Integer* n, Complex* x, const Integer* incx, Complex* y, const
 void zgesvd_(const char* jobu, const char* jobvt, const Integer* m, const Integer* n, Complex* a, const Integer* lda,
              double* s, Complex* u, const Integer* ldu, Complex* vt, const Integer* ldvt, Complex* work,
              const Integer* lwork, double* rwork, Integer* info, Length jobu_length, Length jobvt_length);
+void zgesdd_(const char* jobz, const Integer* m, const Integer* n, Complex* a, const Integer* lda, double* s,
+             Complex* u, const Integer* ldu, Complex* vt, const Integer* ldvt, Complex* work, const Integer* lwork,
+             double* rwork, Integer* iwork, Integer* info, Length jobz_length);
 void zgeev_(const char* jobvl, const char* jobvr, const Integer* n, Complex* a, const Integer* lda, Complex* w,
             Complex* vl, const Integer* ldvl, Complex* vr, const Integer* ldvr, Complex* work, const Integer* lwork,
             double* rwork, Integer* info, Length jobvl_length, Length jobvr_length);
