@@ -56,7 +56,7 @@ class Own:
             ctypes.byref(samples), ctypes.byref(samples), address(self.y), ctypes.byref(ctypes.c_double(1.0)),
             ctypes.byref(unknowns), ctypes.byref(unknowns), address(self.residues), address(self.poles),
             *measures, ctypes.byref(self.flag), None, ctypes.c_int32(0),
-        ]  # fmt: skip
+        ]
 
     def __call__(self):
         self.fit(*self.arguments)
@@ -112,11 +112,8 @@ class Harminv:
 
     def __call__(self):
         call = self.library
-        data = ctypes.c_void_p(
-            call.harminv_data_create(
-                len(self.y), ctypes.c_void_p(self.y.ctypes.data), ctypes.c_double(-0.5), ctypes.c_double(0.5), self.order
-            )
-        )
+        signal, lowest, highest = ctypes.c_void_p(self.y.ctypes.data), ctypes.c_double(-0.5), ctypes.c_double(0.5)
+        data = ctypes.c_void_p(call.harminv_data_create(len(self.y), signal, lowest, highest, self.order))
         call.harminv_solve(data)
         count = call.harminv_get_num_freqs(data)
         omega, amplitude = np.empty(count, complex), np.empty(count, complex)
@@ -129,7 +126,10 @@ class Harminv:
 
 def worst_pole_error(known, found):
     """Largest relative distance of a known pole from the nearest of those found."""
-    return float(np.max(np.min(np.abs(known[:, None] - found[None, :]), axis=1) / np.abs(known))) if len(found) else math.inf
+    if len(found) == 0:
+        return math.inf
+    nearest = np.min(np.abs(known[:, None] - found[None, :]), axis=1)
+    return float(np.max(nearest / np.abs(known)))
 
 
 def timed(run):

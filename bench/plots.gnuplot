@@ -9,6 +9,7 @@ set title "A fit of N = 4 M samples on one core"
 set xlabel "order M"
 set ylabel "time in ms"
 set logscale xy
+set xrange [4:600]
 set key left top reverse Left
 data = results."/fit_time.dat"
 plot data using 1:2 title "the plain routine" with linespoints lc "gray50" pt 4, \
@@ -19,14 +20,15 @@ plot data using 1:2 title "the plain routine" with linespoints lc "gray50" pt 4,
      data using 1:3 title "Tessel" with linespoints lc "black" lw 2 pt 7
 
 set output pictures."/svd-ratio.svg"
-set title "Singular value decomposition: time over that of each peer\n{/*0.85 filled: Toeplitz matrices, open: Vandermonde matrices}"
+set title "Singular value decomposition of a fit's systems\n{/*0.85 filled: Toeplitz, open: Vandermonde}"
 unset logscale
+set autoscale x
 set xlabel "shape"
-set ylabel "Tessel / peer"
+set ylabel "time / time of the peer"
 set xtics rotate by -30
 set xrange [-0.5:*]
 set yrange [0:*]
-set key right bottom
+set key left top Left
 data = results."/svd_ratio.dat"
 plot 1 notitle with lines lc "gray50" dt 2, \
      data using 0:2:xtic(1) title "ZGESVD" with points lc "#1b9e77" pt 7, \

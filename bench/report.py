@@ -46,7 +46,7 @@ GOALS = (
     ("fit", "rest_share", lambda shape: order(shape) >= 50, 0.05, 0.05),
     ("fit_storage", "eightfold/tight", lambda shape: True, 1.15, 1.15),
     ("fit_peers", "own/scipy", lambda shape: order(shape) <= 200, 0.90, 1.00),
-)  # fmt: skip
+)
 
 # What is shown of each kind of benchmark: the ratios, and then what is not one.
 COLUMNS = {
@@ -57,7 +57,7 @@ COLUMNS = {
     "fit_storage": ("eightfold/tight",),
     "fit_peers": ("own/scipy", "own/pencil", "own/esprit", "own/harminv",
                   "error_own", "error_scipy", "error_pencil", "error_esprit", "error_harminv"),
-}  # fmt: skip
+}
 
 
 def load(path):
@@ -86,11 +86,12 @@ def show_table(kind, results, vectors, rows):
     for shape, benchmark in results.items():
         cells = (f"{benchmark[key]:.3g}".rjust(width) for key, width in zip(columns, widths))
         goals = dict(goals_of(kind, shape, vectors))
-        verdicts = (f"{key} <= {most:g}: {'met' if benchmark[key] <= most else 'NOT met'}" for key, most in goals.items())
+        met = {key: benchmark[key] <= most for key, most in goals.items()}
+        verdicts = (f"{key} <= {most:g}: {'met' if met[key] else 'NOT met'}" for key, most in goals.items())
         print(f"  {shape:<19}  {'  '.join(cells)}  {'; '.join(verdicts)}".rstrip())
         for key in columns:
-            met = ("yes" if benchmark[key] <= goals[key] else "no") if key in goals else ""
-            rows.append((vectors, kind, shape, key, f"{benchmark[key]:.6g}", goals.get(key, ""), met))
+            verdict = {True: "yes", False: "no", None: ""}[met.get(key)]
+            rows.append((vectors, kind, shape, key, f"{benchmark[key]:.6g}", goals.get(key, ""), verdict))
 
 
 def growth_exponent(points):
@@ -136,7 +137,7 @@ def main():
             continue
         results, context = load(path)
         print(f"\n== Own kernels: {vectors} (this machine's widest: {context['widest_vectors']}). "
-              f"BLAS kernels: {context['blas_kernels']}.")  # fmt: skip
+              f"BLAS kernels: {context['blas_kernels']}.")
         if widest is None:
             widest = vectors
             write_plot_data(folder, results, peers)
@@ -151,7 +152,7 @@ def main():
             show_growth(kind, "M", results.get(kind, {}), [n for n in names if n in first], order, 50)
         show_growth("zeros", "degree", results.get("zeros", {}), ("own", "zgeev"), order, 20)
         show_growth("svd", "n p^2", results.get("svd", {}), ("own", "zgesvd", "zgesdd", "plain"),
-                    lambda shape: extents(shape)[0] * extents(shape)[1] ** 2, 1e6)  # fmt: skip
+                    lambda shape: extents(shape)[0] * extents(shape)[1] ** 2, 1e6)
     with open(folder / "ratios.csv", "w", newline="") as out:
         table = csv.writer(out)
         table.writerow(("vectors", "kind", "shape", "quantity", "value", "goal", "met"))
