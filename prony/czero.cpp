@@ -29,6 +29,7 @@ constexpr Index kSamplesBefore = 8;     // doubled on entry of every pass
 constexpr Index kUnlimitedPasses = 5;   // passes that every search may make
 constexpr Index kSamplesPerDegree = 32; // no further pass once there are more
 constexpr Index kVariableSteps = 4000;  // step lengths that shrink at all reach zero long before
+constexpr Index kStalledSteps = 50;     // steps that move nothing: the zero is too small a number
 
 /// The largest number of samples that a search of degree n can come to.
 Index most_samples(Index n)
@@ -327,6 +328,7 @@ private:
     Outcome variable_shift_stage(Point at, Values values)
     {
         Real last = 0.0, before_last = 0.0; // step lengths
+        Index stalled = 0;                  // how many in succession were zero
         for (Index step = 1; step <= kVariableSteps; ++step) {
             values.h = h_step(p_, work_.h(), n_, at, values);
             if (abs1(values.h) == 0.0)
@@ -334,7 +336,8 @@ private:
             const Complex quotient = divide_extended(values.p, values.h);
             const Point next(at.s - (at.outside ? multiply(at.s, quotient) : quotient));
             const Real length = abs1(next.s - at.s);
-            if (std::isnan(length))
+            stalled = length == 0.0 ? stalled + 1 : 0;
+            if (std::isnan(length) || stalled == kStalledSteps)
                 return Outcome::kFailed;
 
             SizeSum<Extended> bound{Vector(p_), next.radius, 1.0L};

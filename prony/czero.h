@@ -27,9 +27,9 @@ namespace tessel {
 ///
 /// @par Errors
 ///   - "Sub NAPACK_CZERO: too many iterations necessary !": a zero was not found within the limit on samples, which
-///     grows with the degree, or the iteration met a value that is not finite. A coefficient that is not finite always
-///     leads here if more than two zeros lie off the origin. Z(n+1..N) then hold the zeros found so far, Z(1..n) the
-///     coefficients of the polynomial that is left.
+///     grows with the degree, or the iteration came to a halt or met a value that is not finite. A coefficient that is
+///     not finite always leads here if more than two zeros lie off the origin. Z(n+1..N) then hold the zeros found so
+///     far, Z(1..n) the coefficients of the polynomial that is left.
 ///   - "Sub NAPACK_CZERO: work storage not available !": about 1600 N bytes could not be had. Z holds the zeros at the
 ///     origin and the coefficients that are left.
 /// @par State    None: results depend on the arguments alone.
