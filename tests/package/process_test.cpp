@@ -5,6 +5,7 @@
 #include "tests/support/lapack.h"
 #include "tests/support/library.h"
 #include "tests/support/random.h"
+#include "tests/support/sanitized.h"
 
 #include <gtest/gtest.h>
 
@@ -19,12 +20,6 @@
 
 namespace tessel::testing {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true; // shadow memory: limits and counts of memory mean nothing
-#else
-constexpr bool kSanitized = false;
-#endif
 
 /// Solves a system that is large enough to need a work buffer, and gives the solution.
 std::vector<Complex> solve_system(FDTDCalcAPI& api, Integer n = 120)

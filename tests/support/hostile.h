@@ -91,7 +91,8 @@ inline std::vector<Complex> hostile_complexes(Random& random, std::size_t n)
     switch (const int shape = random.below(4); shape) {
     case 0:
         for (int terms = 1 + random.below(4); terms > 0; --terms) {
-            const Complex z = std::polar(random.uniform(0.5, 1.2), random.uniform(-4.0, 4.0));
+            const Real size = random.uniform(0.5, 1.2), phase = random.uniform(-4.0, 4.0);
+            const Complex z = std::polar(size, phase);
             Complex power = random.complex();
             for (Complex& value : values) {
                 value += power;

@@ -1,0 +1,120 @@
+// Every own routine over shapes and values of any kind: within its contract and the bounds of its arrays, alone and
+// beside others, in any floating-point environment of its host, of which nothing is changed.
+#include "tests/support/exercises.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cfenv>
+#include <clocale>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+#include <xmmintrin.h>
+
+namespace tessel::testing {
+namespace {
+
+struct Subject
+{
+    const char* name;
+    Exercise* exercise;
+    std::uint64_t calls;
+};
+
+class Contract : public ::testing::TestWithParam<Subject>
+{
+protected:
+    /// Hashes of what the calls number `first`, `first` + 1, ... give.
+    std::vector<std::uint64_t> run(std::uint64_t first, std::uint64_t count) const
+    {
+        Room room;
+        std::vector<std::uint64_t> hashes;
+        for (std::uint64_t seed = first; seed < first + count; ++seed) {
+            Random random(seed);
+            try {
+                hashes.push_back(GetParam().exercise(random, room));
+            } catch (const Breach& breach) {
+                ADD_FAILURE() << breach.what() << ", seed " << seed;
+            }
+        }
+        return hashes;
+    }
+};
+
+TEST_P(Contract, HoldsForAnyValues)
+{
+    EXPECT_EQ(run(0, GetParam().calls).size(), GetParam().calls);
+}
+
+TEST_P(Contract, HoldsForCallsThatOverlap)
+{
+    const std::uint64_t calls = GetParam().calls / 5;
+    const std::vector<std::uint64_t> alone = run(0, calls);
+    std::array<std::vector<std::uint64_t>, 4> together;
+    std::vector<std::thread> threads;
+    for (auto& hashes : together)
+        threads.emplace_back([&] { hashes = run(0, calls); });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const auto& hashes : together)
+        EXPECT_TRUE(hashes == alone) << "not the bits of calls made alone";
+}
+
+/// What a host has set up and must find again: all but the flags that arithmetic raises.
+struct HostState
+{
+    HostState()
+    {
+        std::fesetround(std::fegetround()); // both units agree
+        __asm__ volatile("fnstcw %0" : "=m"(x87));
+        for (char** entry = environ; *entry != nullptr; ++entry)
+            environment.emplace_back(*entry);
+        for (int signal = 1; signal < 32; ++signal) {
+            struct sigaction action = {};
+            sigaction(signal, nullptr, &action);
+            handlers.push_back(reinterpret_cast<std::uintptr_t>(action.sa_handler));
+        }
+        sigset_t blocked;
+        sigprocmask(SIG_BLOCK, nullptr, &blocked);
+        for (int signal = 1; signal < 32; ++signal)
+            handlers.push_back(sigismember(&blocked, signal) != 0);
+    }
+    bool operator==(const HostState&) const = default;
+
+    unsigned modes = _mm_getcsr() & ~unsigned{_MM_EXCEPT_MASK}; // masks, rounding, flush to zero, subnormals are zero
+    unsigned short x87 = 0;
+    std::string locale = std::setlocale(LC_ALL, nullptr);
+    std::vector<std::string> environment;
+    std::vector<std::uintptr_t> handlers;
+};
+
+TEST_P(Contract, HoldsInEveryEnvironmentAndLeavesItAsItWas)
+{
+    constexpr unsigned kFlushToZero = 0x8000, kSubnormalsAreZero = 0x0040;
+    const unsigned csr = _mm_getcsr();
+    const std::uint64_t calls = GetParam().calls / 20;
+    for (const int rounding : {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})
+        for (const unsigned flush : {0u, kFlushToZero, kFlushToZero | kSubnormalsAreZero}) {
+            std::fesetround(rounding);
+            _mm_setcsr(_mm_getcsr() | flush);
+            const HostState before;
+            run(flush + static_cast<unsigned>(rounding), calls);
+            const bool kept = HostState() == before;
+            _mm_setcsr(csr);
+            std::fesetround(FE_TONEAREST);
+            EXPECT_TRUE(kept) << "rounding " << rounding << ", flushing " << flush;
+        }
+}
+
+INSTANTIATE_TEST_SUITE_P(Robustness, Contract,
+                         ::testing::Values(Subject{"fit", exercise_fit, 1500}, Subject{"search", exercise_search, 2000},
+                                           Subject{"zeros", exercise_zeros, 2000}, Subject{"svd", exercise_svd, 300},
+                                           Subject{"utilities", exercise_utilities, 10000}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+} // namespace
+} // namespace tessel::testing
