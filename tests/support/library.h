@@ -13,18 +13,28 @@ namespace tessel::testing {
 class Library
 {
 public:
-    Library() : handle_(dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_LOCAL))
+#ifdef TESSEL_LIBRARY
+    Library() : Library(TESSEL_LIBRARY) {}
+    static bool is_loaded()
+    {
+        return is_loaded(TESSEL_LIBRARY);
+    }
+#endif
+    explicit Library(const char* path) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL))
     {
         if (handle_ == nullptr)
             throw std::runtime_error(dlerror());
     }
-    ~Library() { dlclose(handle_); }
+    ~Library()
+    {
+        dlclose(handle_);
+    }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    static bool is_loaded()
+    static bool is_loaded(const char* path)
     {
-        void* const handle = dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+        void* const handle = dlopen(path, RTLD_NOW | RTLD_NOLOAD);
         if (handle != nullptr)
             dlclose(handle);
         return handle != nullptr;
