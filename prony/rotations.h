@@ -52,6 +52,7 @@ class RotationQueue
 {
 public:
     /// With `deferred` false every rotation is applied at once: better as long as the columns stay in the cache.
+    // cppcheck-suppress uninitMemberVar ; 64 KiB that are written before they are read
     RotationQueue(const Matrix<Complex>& matrix, Index rows, bool deferred)
         : matrix_(matrix), rows_(rows), deferred_(deferred)
     {}
