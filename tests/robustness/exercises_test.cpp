@@ -8,6 +8,7 @@
 #include <cfenv>
 #include <clocale>
 #include <csignal>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,6 +24,8 @@ struct Subject
     const char* name;
     Exercise* exercise;
     std::uint64_t calls;
+
+    friend void PrintTo(const Subject& subject, std::ostream* out) { *out << subject.name; }
 };
 
 class Contract : public ::testing::TestWithParam<Subject>

@@ -58,8 +58,10 @@ void back_substitute(const Work& w, Integer rows, Integer m, const Vector<Comple
     for (Index jj = 1; jj <= m; ++jj) {
         Complex s(0.0, 0.0);
         if (w.wt(jj).real() != 0.0 || w.wt(jj).imag() != 0.0) {
-            for (Index i = 1; i <= rows; ++i)
-                s += multiply(std::conj(w.f(i, jj)), w.b(i));
+            for (Index i = 1; i <= rows; ++i) {
+                const Complex f = w.f(i, jj), b = w.b(i);
+                s += Complex(f.real() * b.real() + f.imag() * b.imag(), f.real() * b.imag() - f.imag() * b.real());
+            }
             s = divide_by_reciprocal(s, w.wt(jj));
         }
         for (Index j = 1; j <= m; ++j)
