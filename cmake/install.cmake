@@ -1,0 +1,57 @@
+# What an installation consists of: the library, the public headers and the Fortran module's source, the package files
+# for find_package and pkg-config, the manual page and the notices of what is linked in. Every path in an installed file
+# is relative to that file, so that a prefix can be moved.
+
+include(CMakePackageConfigHelpers)
+set(TESSEL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Tessel)
+set(TESSEL_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/tessel)
+
+set_target_properties(tessel_headers PROPERTIES EXPORT_NAME headers)
+install(TARGETS tessel tessel_headers EXPORT Tessel
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
+install(FILES ${PROJECT_SOURCE_DIR}/THIRD_PARTY_NOTICES DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
+
+install(FILES ${TESSEL_PUBLIC_HEADERS} bindings/fortran/tessel.f90
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tessel COMPONENT Development)
+install(FILES docs/man/LEASTSQ_PRONY_SVD.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT Development)
+
+install(EXPORT Tessel NAMESPACE Tessel:: FILE TesselTargets.cmake
+  DESTINATION ${TESSEL_CMAKE_DIR} COMPONENT Development)
+configure_package_config_file(cmake/TesselConfig.cmake.in TesselConfig.cmake
+  INSTALL_DESTINATION ${TESSEL_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(TesselConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TesselConfig.cmake ${PROJECT_BINARY_DIR}/TesselConfigVersion.cmake
+  DESTINATION ${TESSEL_CMAKE_DIR} COMPONENT Development)
+
+file(RELATIVE_PATH TESSEL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/tessel.pc.in tessel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tessel.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+
+# Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and two Debian packages.
+if(PROJECT_IS_TOP_LEVEL)
+  set(TESSEL_PACKAGE_CONTACT "Tessel developers" CACHE STRING "Maintainer named in the Debian packages")
+  set(CPACK_GENERATOR TGZ DEB)
+  set(CPACK_PACKAGE_NAME tessel)
+  set(CPACK_PACKAGE_CONTACT ${TESSEL_PACKAGE_CONTACT})
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+  set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+  set(CPACK_SYSTEM_NAME linux-x86_64)
+  set(CPACK_STRIP_FILES ON)
+  set(CPACK_COMPONENTS_ALL Runtime Development)
+
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtessel${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "\
+The shared library, as a host program links or loads it.")
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtessel-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "\
+Headers for C and C++, the Fortran module's source, CMake and pkg-config files and the manual page.")
+  include(CPack)
+endif()
