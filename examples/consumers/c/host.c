@@ -5,7 +5,11 @@
 #include <math.h>
 #include <stdio.h>
 
-enum { N = 60, M = 4 }; /* samples; exponentials, two for each mode of a real record */
+enum
+{
+    N = 60,
+    M = 4
+}; /* samples; exponentials, two for each mode of a real record */
 
 int main(void)
 {

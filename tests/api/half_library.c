@@ -1,0 +1,2 @@
+void LEASTSQ_PRONY_SVD(void);
+void LEASTSQ_PRONY_SVD(void) {}
