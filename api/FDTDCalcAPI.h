@@ -19,8 +19,9 @@
 ///     usable as before. Arrays must not overlap, unless it says so.
 ///
 /// Threads: `dnaupd` and `dneupd` keep their progress in storage of the process: one eigen-problem at a time, whatever
-/// the number of objects. Two interleaved solves end with INFO = 0 and wrong eigenvalues. All other operations may run
-/// on any number of threads at once, on one object or on several, and give the bits of a serial run.
+/// the number of objects. Two interleaved solves end with wrong eigenvalues, whatever INFO says, and may write outside
+/// their arrays. All other operations may run on any number of threads at once, on one object or on several, and give
+/// the bits of a serial run.
 #ifndef TESSEL_FDTDCALCAPI_H
 #define TESSEL_FDTDCALCAPI_H
 
