@@ -1,3 +1,4 @@
+/// @file
 /// The calculation interface: the numerical solvers of the library behind one fixed virtual table.
 ///
 /// Needs a C++11 compiler and the standard library alone. A host either links the library or loads it at run time:
@@ -63,7 +64,8 @@ public:
     /// @param[in]  SIGMAR  real part of the shift, in modes 3 and 4
     /// @param[in]  SIGMAI  imaginary part of the shift, in modes 3 and 4
     /// @param[out] WORKEV  work storage, 3 NCV
-    /// @param      BMAT    and all that follow: as the last call of `dnaupd` left them
+    /// @param BMAT,BMAT_LENGTH,N,WHICH,WHICH_LENGTH,NEV,TOL,RESID,NCV,V,LDV,IPARAM,IPNTR,WORKD,WORKL,LWORKL,INFO
+    ///                     as the last call of `dnaupd` left them
     ///
     /// Where SIGMAI is not zero, DR and DI are those of the transformed operator: the eigenvalues are the Rayleigh
     /// quotients of the vectors.

@@ -1,3 +1,4 @@
+/// @file
 /// Loading the library at run time, for hosts in C++ that do not link it. Header-only; needs C++11 and `dlopen` (-ldl
 /// with a C library before glibc 2.34).
 ///
@@ -33,7 +34,9 @@ class ObjectDeleter
 {
 public:
     ObjectDeleter() = default;
+    /// @param library  handle whose release closes the library
     explicit ObjectDeleter(std::shared_ptr<void> library) : library_(std::move(library)) {}
+    /// Deletes the object, through its virtual destructor.
     void operator()(FDTDCalcAPI* object) const { delete object; }
 
 private:
@@ -65,9 +68,13 @@ public:
         find(path, "createFDTDCalcApi", create_);
     }
 
+    /// Shares the handle.
     Library(const Library&) = default;
+    /// Lets go of the library and shares the handle of another.
     Library& operator=(const Library&) = default;
+    /// Takes the handle over and leaves the other without one.
     Library(Library&& other) noexcept { swap(other); }
+    /// Lets go of the library and takes the handle of another over.
     Library& operator=(Library&& other) noexcept
     {
         Library(std::move(other)).swap(*this);
@@ -102,6 +109,7 @@ public:
     /// Lets go of the library now. It is unloaded when no copy and no object of it is left.
     void close() noexcept { Library(std::move(*this)); }
 
+    /// Exchanges the handles of the two.
     void swap(Library& other) noexcept
     {
         handle_.swap(other.handle_);

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Least-squares Prony fit: damped complex exponentials from equally spaced samples.
  *
  * Plain C (C99) and C++ (C++11); needs the standard library alone.
@@ -8,6 +9,8 @@
 
 #include <stdint.h>
 
+/** @typedef tessel_complex
+ *  Two doubles, real part first. */
 #ifdef __cplusplus
 #include <complex>
 typedef std::complex<double> tessel_complex;
@@ -17,6 +20,8 @@ typedef double _Complex tessel_complex;
 #endif
 
 /**
+ * Fits damped complex exponentials to equally spaced samples.
+ *
  * Represents N samples with spacing DT as a sum of M damped complex exponentials,
  *
  *     y(k) ~ sum_j RESIDUE(j) exp(POLE(j) (k - 1) DT),    k = 1..N,
