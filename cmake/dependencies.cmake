@@ -2,8 +2,8 @@
 # meets the BLAS or LAPACK of its host. `tessel_solvers` carries them with the remedies that the packaged OpenBLAS
 # needs before it is fit for a host's process:
 #
-#   * its table of work buffers is replaced and, in the library, the environment that it sees is empty
-#     (common/openblas_guard.cpp);
+#   * its table of work buffers is replaced, XERBLA reports for the routines of the interface alone and, in the library,
+#     the environment that it sees is empty (common/openblas_guard.cpp);
 #   * its Haswell ZGEMV reads past the end of A (upstream issue 4013): the reference BLAS's member takes its place;
 #   * its ZGESV leaves A unfactored when NRHS = 0: the reference LAPACK's driver takes its place, on the same ZGETRF.
 #
@@ -36,4 +36,4 @@ target_link_libraries(tessel_solvers INTERFACE
   $<TARGET_OBJECTS:tessel_guard> ${ZGEMV_OBJECT} ${ZGESV_OBJECT}
   ${ARPACK_ARCHIVE} ${MINPACK_ARCHIVE} ${OPENBLAS_ARCHIVE} gfortran m)
 target_link_options(tessel_solvers INTERFACE
-  LINKER:--wrap=blas_memory_alloc,--wrap=blas_memory_free)
+  LINKER:--wrap=blas_memory_alloc,--wrap=blas_memory_free,--wrap=xerbla_)

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 namespace tessel::testing {
 namespace {
@@ -46,6 +47,18 @@ TEST(Silence, TheSharedArpackOfTheHostDoesPrint)
     EXPECT_NE(control.output.find("_naupd: Number of update iterations taken"), std::string::npos);
 }
 
+/// An operator whose products hold a NaN from the given one on, and the columns of Z that this takes.
+void spoil_products(Arnoldi& problem, int first)
+{
+    problem.op = [op = problem.op, first, count = 0](const Real* x, Real* y) mutable {
+        op(x, y);
+        if (++count >= first)
+            y[3] = std::numeric_limits<Real>::quiet_NaN();
+    };
+    problem.z_columns = static_cast<std::size_t>(problem.ncv);
+    problem.restarts = 20;
+}
+
 TEST(Silence, NoEigenSolveOfTheLibraryPrints)
 {
     namespace fs = std::filesystem;
@@ -71,6 +84,10 @@ TEST(Silence, NoEigenSolveOfTheLibraryPrints)
         expect(-5, [](Arnoldi& p) { p.which = "??"; });
         expect(-9, [](Arnoldi& p) { p.resid.assign(100, 0.0); });
         expect(0, [](Arnoldi& p) { p.op = [](const Real* x, Real* y) { std::copy_n(x, 100, y); }; });
+        // LAPACK calls the norm of such a matrix an illegal value.
+        expect(-9999, [](Arnoldi& p) { spoil_products(p, 1); });
+        expect(1, [](Arnoldi& p) { spoil_products(p, 2); });
+        expect(-8, [](Arnoldi& p) { spoil_products(p, 6); });
         return failures;
     });
     EXPECT_EQ(outcome.status, 0) << "problems without the expected INFO";

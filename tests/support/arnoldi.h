@@ -65,6 +65,7 @@ struct Arnoldi
     Operator op;                  ///< modes 1, 2: y := OP x; modes 3, 4: y := Re or Im of (A - sigma B)^-1 x
     Operator b;                   ///< y := B x, if BMAT = 'G'
     std::size_t missing_work = 0; ///< by how much LWORKL falls short
+    std::size_t z_columns = 0;    ///< columns of Z, NEV + 1 if 0
 
     Integer info = 77, post_info = 77;
     Integer iparam[11] = {};
@@ -81,7 +82,7 @@ struct Arnoldi
         select.resize(width, 0x55555554);
         dr.assign(static_cast<std::size_t>(nev) + 1, kUntouched);
         di = dr;
-        z.assign(size * dr.size(), kUntouched);
+        z.assign(size * (z_columns > 0 ? z_columns : dr.size()), kUntouched);
         const std::size_t work = 3 * width * width + 6 * width - missing_work;
         const Integer lworkl = static_cast<Integer>(work);
         const Guarded<Real> v(size * width), workd(3 * size), workl(work), workev(3 * width), residual(size),
