@@ -1,8 +1,8 @@
 /// How each operation of the interface reaches its routine. All adaptation to the foreign calling convention happens
 /// here: lengths are widened and moved behind the other arguments, a logical becomes exactly 0 or 1.
 ///
-/// Nothing is copied or allocated. The build compiles this file without tail calls: an operation of 28 arguments would
-/// otherwise shuffle them in place, at more than twice the instructions.
+/// Nothing is copied or allocated. The build compiles this file without tail calls: by g++ an operation of 28 arguments
+/// would otherwise shuffle them in place, at more than twice the instructions.
 
 #include "api/fdtd_calc_impl.h"
 
@@ -12,8 +12,9 @@
 namespace fortran = tessel::fortran;
 
 /// ARPACK's trace levels: the output unit, the number of digits, and a level for each of 22 routines. All zero, and out
-/// of every host's reach: no eigen-solve prints. ARPACK's own block, which this one replaces, starts with unit 6.
-tessel::Integer tessel::fortran::debug_[24] = {};
+/// of every host's reach: no eigen-solve prints. ARPACK's own block, which this one replaces, starts with unit 6 and is
+/// aligned alike.
+alignas(32) tessel::Integer tessel::fortran::debug_[24] = {};
 
 namespace internal {
 
