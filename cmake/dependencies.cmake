@@ -11,10 +11,10 @@
 
 set(TESSEL_SOLVER_PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE})
 find_library(OPENBLAS_ARCHIVE libopenblas.a PATHS ${TESSEL_SOLVER_PATHS}/openblas-serial NO_DEFAULT_PATH REQUIRED)
-find_library(ARPACK_ARCHIVE libarpack.a PATHS ${TESSEL_SOLVER_PATHS} REQUIRED)
-find_library(MINPACK_ARCHIVE libminpack.a PATHS ${TESSEL_SOLVER_PATHS} REQUIRED)
+find_library(ARPACK_ARCHIVE libarpack.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
+find_library(MINPACK_ARCHIVE libminpack.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
 find_library(REFERENCE_BLAS_ARCHIVE libblas.a PATHS ${TESSEL_SOLVER_PATHS}/blas NO_DEFAULT_PATH REQUIRED)
-find_library(REFERENCE_LAPACK_ARCHIVE liblapack_pic.a PATHS ${TESSEL_SOLVER_PATHS} REQUIRED)
+find_library(REFERENCE_LAPACK_ARCHIVE liblapack_pic.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
 
 # Takes one object out of an archive, when the project is configured.
 function(tessel_extract_member archive member output)
