@@ -23,6 +23,10 @@
 /// the number of objects. Two interleaved solves end with wrong eigenvalues, whatever INFO says, and may write outside
 /// their arrays. All other operations may run on any number of threads at once, on one object or on several, and give
 /// the bits of a serial run.
+///
+/// Memory: loading reserves 128 MiB of address space for the solvers. Each further thread that is inside LAPACK at the
+/// same time reserves 128 MiB more, which are kept until the library is closed. Only what a call writes to takes
+/// memory; a process that locks its future pages (mlockall) pays all of it.
 #ifndef TESSEL_FDTDCALCAPI_H
 #define TESSEL_FDTDCALCAPI_H
 
@@ -59,7 +63,9 @@ public:
     /// @param[out] DR      real parts of the eigenvalues, NEV + 1
     /// @param[out] DI      imaginary parts of the eigenvalues, NEV + 1; the positive one of a pair comes first
     /// @param[out] Z       vectors, (LDZ, NEV + 1): one column for a real eigenvalue; for a pair one column with the
-    ///                     real and one with the imaginary part. May be V, if Schur vectors are not needed
+    ///                     real and one with the imaginary part. May be V, if Schur vectors are not needed. Where the
+    ///                     operator may overflow give Z NCV columns (V itself will do): an eigenvector of NaNs makes
+    ///                     DNEUPD reach all of them
     /// @param[in]  LDZ     leading dimension of Z, >= N if RVEC is true
     /// @param[in]  SIGMAR  real part of the shift, in modes 3 and 4
     /// @param[in]  SIGMAI  imaginary part of the shift, in modes 3 and 4
@@ -186,7 +192,8 @@ public:
     /// @param[in]     LWORK  >= max(1, 2 min(M, N) + max(M, N)); -1 asks for the best LWORK and does nothing else
     /// @param[out]    RWORK  work storage, 5 min(M, N)
     /// @param[out]    INFO   see Errors
-    /// @param[in]     JOBU_LENGTH, JOBVT_LENGTH  lengths of JOBU and JOBVT, by value: 1
+    /// @param[in]     JOBU_LENGTH   length of JOBU, by value: 1
+    /// @param[in]     JOBVT_LENGTH  length of JOBVT, by value: 1
     ///
     /// @par Errors  INFO = 0 on success; -k if argument k (counted without the lengths) is illegal, which is also
     ///              reported in a line on the standard output; > 0 if the QR iteration did not converge.
