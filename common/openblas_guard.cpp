@@ -12,7 +12,8 @@
 ///     anything of the host. The price is 128 MiB of address space, of which a host that locks all its memory pays all.
 ///   - A buffer that was mapped is kept for the next call, and unmapped with the library. Only pages that a call writes
 ///     to take memory.
-///   - In the child of a fork no other thread lives, so every buffer is free again.
+///   - In the child of a fork no other thread lives, so every buffer is free again; after a bare `_Fork` or `clone`,
+///     which run no handlers, those of the other threads stay lent.
 ///
 /// Environment. OpenBLAS reads it when it is loaded: OPENBLAS_CORETYPE changes the kernels and so the bits of every
 /// result, OPENBLAS_VERBOSE makes it print. The host's environment is not ours to act on: it reads as empty.
@@ -48,15 +49,17 @@ struct alignas(64) Place
     std::atomic<void*> buffer = nullptr; ///< set by the first taker, kept from then on
     std::atomic<bool> taken = false;
 
-    /// The buffer, mapped if need be, or null if the place is taken or no memory can be had.
-    void* take() noexcept
+    /// The buffer, mapped if need be and `may_map`, or null if the place is taken or no memory can be had; that clears
+    /// `may_map`.
+    void* take(bool& may_map) noexcept
     {
-        if (taken.exchange(true, std::memory_order_acquire))
+        if ((buffer == nullptr && !may_map) || taken.exchange(true, std::memory_order_acquire))
             return nullptr;
         if (buffer == nullptr) {
             void* const mapped =
                 mmap(nullptr, kWorkBufferSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
             if (mapped == MAP_FAILED) {
+                may_map = false;
                 give_back();
                 return nullptr;
             }
@@ -101,8 +104,9 @@ void* __wrap_blas_memory_alloc(int)
     using namespace tessel;
     for (;;) {
         const int seen = returns; // before the search: a buffer that comes back during it ends the wait
+        bool may_map = true;      // one refusal is enough for a search
         for (Place& place : places)
-            if (void* const buffer = place.take())
+            if (void* const buffer = place.take(may_map))
                 return buffer;
         returns.wait(seen);
     }
