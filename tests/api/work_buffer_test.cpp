@@ -1,11 +1,11 @@
 #include "common/openblas_guard.h"
+#include "tests/support/address_space.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <set>
 #include <thread>
 #include <vector>
@@ -21,13 +21,6 @@ void __wrap_blas_memory_free(void* buffer);
 
 namespace tessel::testing {
 namespace {
-
-std::size_t address_space()
-{
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
 
 // The pool must lend no less than what OpenBLAS's own allocator maps: the kernels divide that among themselves.
 TEST(WorkBuffers, AreOfTheSizeThatOpenBlasMaps)

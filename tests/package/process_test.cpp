@@ -1,5 +1,6 @@
 // The library as a guest in a process: loading and unloading, memory that cannot be had, forks, the environment.
 #include "common/openblas_guard.h"
+#include "tests/support/address_space.h"
 #include "tests/support/arnoldi.h"
 #include "tests/support/child.h"
 #include "tests/support/lapack.h"
@@ -32,14 +33,6 @@ std::vector<Complex> solve_system(FDTDCalcAPI& api, Integer n = 120)
     Integer info = 77;
     api.zgesv(&n, &one, a.data(), &n, pivots.data(), b.data(), &n, &info);
     return info == 0 ? b : std::vector<Complex>();
-}
-
-/// Pages of address space that the process has.
-std::size_t address_space()
-{
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 void limit_address_space(std::size_t bytes)
@@ -78,16 +71,6 @@ TEST(Process, LoadingAndUnloadingLeavesNothing)
         cycle();
     EXPECT_LT(mallinfo2().uordblks, heap + cycles * smallest_block) << "a block a cycle was left";
     EXPECT_LE(address_space(), space + kWorkBufferSize / 2) << "a work buffer was left";
-}
-
-TEST(Process, AHundredThousandObjectsLeaveNothing)
-{
-    const Library library;
-    library.create();
-    const std::size_t before = mallinfo2().uordblks;
-    for (int i = 0; i < 100000; ++i)
-        library.create();
-    EXPECT_EQ(mallinfo2().uordblks, before);
 }
 
 // OpenBLAS would spin for ever when a work buffer cannot be mapped.
