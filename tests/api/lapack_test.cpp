@@ -1,19 +1,17 @@
 #include "tests/support/child.h"
 #include "tests/support/lapack.h"
 #include "tests/support/library.h"
+#include "tests/support/matrices.h"
 #include "tests/support/random.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <numbers>
 #include <string>
 
 namespace tessel::testing {
 namespace {
-
-constexpr Real kEps = std::numeric_limits<Real>::epsilon();
 
 FDTDCalcAPI& api()
 {
@@ -21,47 +19,6 @@ FDTDCalcAPI& api()
     static const std::unique_ptr<FDTDCalcAPI> object = library.create();
     return *object;
 }
-
-/// Column-major matrix whose leading dimension may exceed its rows.
-template <class T>
-struct Dense
-{
-    Dense(Integer rows, Integer columns, Integer padding = 0)
-        : m(rows),
-          n(columns),
-          ld(std::max(1, rows + padding)),
-          a(static_cast<std::size_t>(ld) * static_cast<std::size_t>(std::max(1, n)), T(kPadding))
-    {
-        for (Integer j = 0; j < n; ++j)
-            for (Integer i = 0; i < m; ++i)
-                (*this)(i, j) = T(0);
-    }
-    T& operator()(Index i, Index j) { return a[static_cast<std::size_t>(i + j * ld)]; }
-    const T& operator()(Index i, Index j) const { return a[static_cast<std::size_t>(i + j * ld)]; }
-    T* data() { return a.data(); }
-
-    /// Largest modulus of an element.
-    Real size() const
-    {
-        Real largest = 0;
-        for (Integer j = 0; j < n; ++j)
-            for (Integer i = 0; i < m; ++i)
-                largest = std::max(largest, std::abs((*this)(i, j)));
-        return largest;
-    }
-    bool padding_intact() const
-    {
-        for (Integer j = 0; j < n; ++j)
-            for (Integer i = m; i < ld; ++i)
-                if ((*this)(i, j) != T(kPadding))
-                    return false;
-        return true;
-    }
-
-    static constexpr Real kPadding = -7.25;
-    Integer m, n, ld;
-    std::vector<T> a;
-};
 
 template <class T>
 T element(Random& random)
@@ -87,10 +44,10 @@ constexpr Kind kKinds[] = {Kind::random, Kind::graded,   Kind::deficient, Kind::
                            Kind::ones,   Kind::rotation, Kind::tiny,      Kind::huge};
 
 template <class T>
-Dense<T> matrix(Kind kind, Integer m, Integer n, Integer padding, std::uint64_t seed = 1)
+BasicTestMatrix<T> matrix(Kind kind, Integer m, Integer n, Integer padding, std::uint64_t seed = 1)
 {
     Random random(seed);
-    Dense<T> a(m, n, padding);
+    BasicTestMatrix<T> a(m, n, padding);
     for (Integer j = 0; j < n; ++j)
         for (Integer i = 0; i < m; ++i) {
             const T value = element<T>(random);
@@ -105,6 +62,7 @@ Dense<T> matrix(Kind kind, Integer m, Integer n, Integer padding, std::uint64_t 
                 a(i, j) = j < 3 ? value : a(i, j % 3) * Real(j);
                 break;
             case Kind::zero:
+                a(i, j) = T(0);
                 break;
             case Kind::ones:
                 a(i, j) = T(1);
@@ -123,40 +81,20 @@ Dense<T> matrix(Kind kind, Integer m, Integer n, Integer padding, std::uint64_t 
     return a;
 }
 
-/// |I - Q^H Q| over `columns` columns (or rows, for VT), largest element.
-template <class T>
-Real orthogonality(const Dense<T>& q, Integer vectors, bool rows)
-{
-    Real worst = 0;
-    const Integer length = rows ? q.n : q.m;
-    for (Integer k = 0; k < vectors; ++k)
-        for (Integer l = 0; l <= k; ++l) {
-            T sum = 0;
-            for (Integer i = 0; i < length; ++i) {
-                const T x = rows ? q(k, i) : q(i, k), y = rows ? q(l, i) : q(i, l);
-                if constexpr (std::is_same_v<T, Real>)
-                    sum += x * y;
-                else
-                    sum += std::conj(x) * y;
-            }
-            worst = std::max(worst, std::abs(sum - T(k == l ? 1 : 0)));
-        }
-    return worst;
-}
-
 /// Decomposes a copy of A with the given jobs and judges what came out by scaled ratios.
 template <class T>
-std::vector<Real> check_svd(const Dense<T>& a, char jobu, char jobvt, bool least)
+std::vector<Real> check_svd(const BasicTestMatrix<T>& a, char jobu, char jobvt, bool least)
 {
-    const Integer m = a.m, n = a.n, p = std::min(m, n), padding = a.ld - std::max(1, m);
-    Dense<T> factors = a, u(m, m, padding), vt(n, n, padding);
+    const Integer m = static_cast<Integer>(a.rows()), n = static_cast<Integer>(a.columns()), p = std::min(m, n);
+    const Integer padding = a.ld() - m;
+    BasicTestMatrix<T> factors = a, u(m, m, padding), vt(n, n, padding);
     std::vector<Real> s(static_cast<std::size_t>(p) + 1, -1.0), rwork(5 * static_cast<std::size_t>(p) + 1, -1.0);
     const Integer lwork = least ? least_work(T(), m, n) : best_work<T>(api(), jobu, jobvt, m, n);
     EXPECT_GE(lwork, least_work(T(), m, n));
     std::vector<T> work(static_cast<std::size_t>(lwork));
     Integer info = 77;
-    gesvd(api(), jobu, jobvt, m, n, factors.data(), factors.ld, s.data(), u.data(), u.ld, vt.data(), vt.ld, work.data(),
-          lwork, rwork.data(), info);
+    gesvd(api(), jobu, jobvt, m, n, factors.data(), factors.ld(), s.data(), u.data(), u.ld(), vt.data(), vt.ld(),
+          work.data(), lwork, rwork.data(), info);
     EXPECT_EQ(info, 0);
     EXPECT_EQ(s.back(), -1.0);
     EXPECT_EQ(rwork.back(), -1.0);
@@ -174,10 +112,10 @@ std::vector<Real> check_svd(const Dense<T>& a, char jobu, char jobvt, bool least
             for (Integer j = 0; j < n; ++j)
                 vt(k, j) = factors(k, j);
     const Real unit = kEps * std::max({1, m, n});
-    EXPECT_LE(jobu == 'N' ? 0.0 : orthogonality(u, jobu == 'A' ? m : p, false), 50 * unit);
-    EXPECT_LE(jobvt == 'N' ? 0.0 : orthogonality(vt, jobvt == 'A' ? n : p, true), 50 * unit);
+    EXPECT_LE(jobu == 'N' ? 0.0 : departure_from_orthonormal(u, jobu == 'A' ? m : p), 50 * unit);
+    EXPECT_LE(jobvt == 'N' ? 0.0 : departure_from_orthonormal(adjoint(vt), jobvt == 'A' ? n : p), 50 * unit);
     if (jobu != 'N' && jobvt != 'N' && p > 0) {
-        const Real scale = a.size() > 0 ? a.size() : 1.0; // quotients first: tiny and huge matrices
+        const Real scale = max_modulus(a) > 0 ? max_modulus(a) : 1.0; // quotients first: tiny and huge matrices
         Real worst = 0;
         for (Integer j = 0; j < n; ++j)
             for (Integer i = 0; i < m; ++i) {
@@ -212,7 +150,7 @@ TYPED_TEST(Svd, FactorsEveryKindOfMatrixInEveryShape)
 TYPED_TEST(Svd, EveryPairOfJobsGivesTheSameValues)
 {
     for (const auto& [m, n] : {std::pair{8, 8}, {30, 6}, {6, 30}}) {
-        const Dense<TypeParam> a = matrix<TypeParam>(Kind::random, m, n, 1, 5);
+        const BasicTestMatrix<TypeParam> a = matrix<TypeParam>(Kind::random, m, n, 1, 5);
         const std::vector<Real> expected = check_svd(a, 'A', 'A', false);
         for (const char jobu : {'A', 'S', 'O', 'N'})
             for (const char jobvt : {'A', 'S', 'O', 'N'}) {
@@ -236,12 +174,8 @@ TYPED_TEST(Svd, AWorkspaceQueryAnswersAndDoesNothingElse)
 TYPED_TEST(Svd, FindsClosedFormSingularValues)
 {
     const Integer n = 40;
-    Dense<TypeParam> a(n, n);
-    for (Integer i = 0; i < n; ++i) {
-        a(i, i) = TypeParam(1);
-        if (i + 1 < n)
-            a(i, i + 1) = TypeParam(1);
-    }
+    BasicTestMatrix<TypeParam> a(n, n);
+    a.fill([](Index i, Index j) { return j == i || j == i + 1 ? 1.0 : 0.0; });
     const std::vector<Real> s = check_svd(a, 'N', 'N', false);
     for (Integer k = 1; k <= n; ++k)
         EXPECT_NEAR(s[static_cast<std::size_t>(k - 1)], 2 * std::cos(k * std::numbers::pi / (2 * n + 1)),
@@ -295,18 +229,16 @@ TYPED_TEST(Svd, IllegalArgumentsAreReportedByPositionAndControlComesBack)
 }
 
 /// Solves A X = B and judges by |B - A X| / (|A| |X| n eps).
-void check_solution(const Dense<Complex>& a, Integer nrhs, Integer padding)
+void check_solution(const TestMatrix& a, Integer nrhs, Integer padding)
 {
-    const Integer n = a.n;
+    const Integer n = static_cast<Integer>(a.rows()), lda = a.ld();
     Random random(static_cast<std::uint64_t>(nrhs + 3));
-    Dense<Complex> factors = a, b(n, nrhs, padding);
-    for (Integer j = 0; j < nrhs; ++j)
-        for (Integer i = 0; i < n; ++i)
-            b(i, j) = random.complex();
-    Dense<Complex> x = b;
+    TestMatrix factors = a, x(n, nrhs, padding);
+    const TestMatrix b = x.fill_random(random);
+    const Integer ldb = b.ld();
     std::vector<Integer> pivots(static_cast<std::size_t>(n) + 1, -9);
     Integer info = 77;
-    api().zgesv(&n, &nrhs, factors.data(), &factors.ld, pivots.data(), x.data(), &x.ld, &info);
+    api().zgesv(&n, &nrhs, factors.data(), &lda, pivots.data(), x.data(), &ldb, &info);
     EXPECT_EQ(info, 0);
     EXPECT_TRUE(factors.padding_intact() && x.padding_intact());
     EXPECT_EQ(pivots.back(), -9);
@@ -318,7 +250,8 @@ void check_solution(const Dense<Complex>& a, Integer nrhs, Integer padding)
                 sum -= a(i, k) * x(k, j);
             worst = std::max(worst, std::abs(sum));
         }
-    EXPECT_LE(worst, 50 * kEps * n * a.size() * std::max(x.size(), 1e-300)) << "order " << n << ", " << nrhs;
+    EXPECT_LE(worst, 50 * kEps * n * max_modulus(a) * std::max(max_modulus(x), 1e-300))
+        << "order " << n << ", " << nrhs;
 }
 
 TEST(Zgesv, SolvesSystemsOfEveryShape)
@@ -333,31 +266,31 @@ TEST(Zgesv, SolvesSystemsOfEveryShape)
 TEST(Zgesv, FactorsTheMatrixWithoutRightHandSides)
 {
     const Integer n = 40, none = 0, one = 1;
-    Dense<Complex> with = matrix<Complex>(Kind::random, n, n, 2), without = with;
-    const std::vector<Complex> untouched = with.a;
+    TestMatrix with = matrix<Complex>(Kind::random, n, n, 2), without = with;
+    const TestMatrix before = with;
+    const Integer lda = with.ld();
     std::vector<Complex> b(static_cast<std::size_t>(n), 1.0);
     std::vector<Integer> pivots(static_cast<std::size_t>(n)), pivots_without(pivots);
     Integer info = 77, info_without = 77;
-    api().zgesv(&n, &one, with.data(), &with.ld, pivots.data(), b.data(), &n, &info);
-    api().zgesv(&n, &none, without.data(), &without.ld, pivots_without.data(), b.data(), &n, &info_without);
+    api().zgesv(&n, &one, with.data(), &lda, pivots.data(), b.data(), &n, &info);
+    api().zgesv(&n, &none, without.data(), &lda, pivots_without.data(), b.data(), &n, &info_without);
     EXPECT_EQ(info, 0);
     EXPECT_EQ(info_without, 0);
-    EXPECT_NE(without.a, untouched);
-    EXPECT_EQ(without.a, with.a);
+    EXPECT_FALSE(without == before);
+    EXPECT_TRUE(without == with);
     EXPECT_EQ(pivots_without, pivots);
 }
 
 TEST(Zgesv, ReportsTheFirstZeroPivotAndLeavesTheRightHandSide)
 {
     const Integer n = 5, one = 1;
-    Dense<Complex> a(n, n);
-    for (Integer i = 0; i < n; ++i)
-        a(i, i) = i == 2 ? 0.0 : 1.0;
+    TestMatrix a(n, n);
+    a.fill([](Index i, Index j) { return i == j && i != 2 ? 1.0 : 0.0; });
     std::vector<Complex> b(5, Complex(2.0, 1.0));
     const std::vector<Complex> before = b;
     std::vector<Integer> pivots(5);
     Integer info = 77;
-    api().zgesv(&n, &one, a.data(), &a.ld, pivots.data(), b.data(), &n, &info);
+    api().zgesv(&n, &one, a.data(), &n, pivots.data(), b.data(), &n, &info);
     EXPECT_EQ(info, 3);
     EXPECT_EQ(b, before);
 }

@@ -16,32 +16,33 @@ namespace tessel::testing {
 constexpr Real kEps = std::numeric_limits<Real>::epsilon();
 
 /// rows x columns with `pad` rows of sentinels below each column and one column of them behind the last.
-class TestMatrix
+template <class T>
+class BasicTestMatrix
 {
 public:
-    TestMatrix(Index rows, Index columns, Index pad = 0)
+    BasicTestMatrix(Index rows, Index columns, Index pad = 0)
         : rows_(rows),
           columns_(columns),
           ld_(std::max<Index>(rows + pad, 1)),
           data_(static_cast<std::size_t>(ld_ * (columns + 1)), kSentinel)
     {}
 
-    Complex& operator()(Index i, Index j) { return data_[static_cast<std::size_t>(i + j * ld_)]; }
-    const Complex& operator()(Index i, Index j) const { return data_[static_cast<std::size_t>(i + j * ld_)]; }
-    Complex* data() { return data_.data(); }
+    T& operator()(Index i, Index j) { return data_[static_cast<std::size_t>(i + j * ld_)]; }
+    const T& operator()(Index i, Index j) const { return data_[static_cast<std::size_t>(i + j * ld_)]; }
+    T* data() { return data_.data(); }
     Index rows() const { return rows_; }
     Index columns() const { return columns_; }
     Integer ld() const { return static_cast<Integer>(ld_); }
 
     template <class F>
-    TestMatrix& fill(F value)
+    BasicTestMatrix& fill(F value)
     {
         for (Index j = 0; j < columns_; ++j)
             for (Index i = 0; i < rows_; ++i)
                 (*this)(i, j) = value(i, j);
         return *this;
     }
-    TestMatrix& fill_random(Random& random)
+    BasicTestMatrix& fill_random(Random& random)
     {
         return fill([&](Index, Index) { return random.complex(); });
     }
@@ -57,9 +58,9 @@ public:
     }
     bool untouched() const
     {
-        return std::all_of(data_.begin(), data_.end(), [](const Complex& z) { return z == kSentinel; });
+        return std::all_of(data_.begin(), data_.end(), [](const T& z) { return z == kSentinel; });
     }
-    bool operator==(const TestMatrix& other) const
+    bool operator==(const BasicTestMatrix& other) const
     {
         for (Index j = 0; j < columns_; ++j)
             for (Index i = 0; i < rows_; ++i)
@@ -69,26 +70,45 @@ public:
     }
 
 private:
-    static constexpr Complex kSentinel{-7.25, 3.5};
+    static constexpr T kSentinel{-7.25};
     Index rows_, columns_, ld_;
-    std::vector<Complex> data_;
+    std::vector<T> data_;
 };
+using TestMatrix = BasicTestMatrix<Complex>;
+
+inline Real conjugate(Real x)
+{
+    return x;
+}
+inline Complex conjugate(Complex z)
+{
+    return std::conj(z);
+}
+
+/// A^H
+template <class T>
+BasicTestMatrix<T> adjoint(const BasicTestMatrix<T>& a)
+{
+    return BasicTestMatrix<T>(a.columns(), a.rows()).fill([&](Index i, Index j) { return conjugate(a(j, i)); });
+}
 
 /// max |A^H A - 1| over the first `columns` columns.
-inline Real departure_from_orthonormal(const TestMatrix& a, Index columns)
+template <class T>
+Real departure_from_orthonormal(const BasicTestMatrix<T>& a, Index columns)
 {
     Real worst = 0.0;
     for (Index j = 0; j < columns; ++j)
         for (Index k = 0; k <= j; ++k) {
-            Complex sum = j == k ? -1.0 : 0.0;
+            T sum = j == k ? -1.0 : 0.0;
             for (Index i = 0; i < a.rows(); ++i)
-                sum += std::conj(a(i, k)) * a(i, j);
+                sum += conjugate(a(i, k)) * a(i, j);
             worst = std::max(worst, std::abs(sum));
         }
     return worst;
 }
 
-inline Real max_modulus(const TestMatrix& a)
+template <class T>
+Real max_modulus(const BasicTestMatrix<T>& a)
 {
     Real size = 0.0;
     for (Index j = 0; j < a.columns(); ++j)
