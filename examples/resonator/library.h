@@ -2,9 +2,10 @@
 
 #include "examples/resonator/record.h"
 
-#include <tessel/leastsq_prony_svd.h>
+#include <tessel/FDTDCalcAPI.h>
 
 #include <array>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ struct Fit
     std::array<double, 5> measures() const { return {err_l2, err_rms, err_peak, err_rms_mean, err_peak_mean}; }
 };
 
-/// The library, loaded for the life of this object.
+/// The library, loaded for the life of this object, and one object of its calculation interface.
 class Library
 {
 public:
@@ -31,11 +32,12 @@ public:
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
+    FDTDCalcAPI& api() const { return *api_; }
     Fit fit(const std::vector<Complex>& samples, double spacing, Index order) const;
 
 private:
     void* handle_;
-    decltype(&LEASTSQ_PRONY_SVD) fit_;
+    std::unique_ptr<FDTDCalcAPI> api_;
 };
 
 /// Where the library is when nobody says: in the build folder or the `lib` beside this program, otherwise wherever
