@@ -21,6 +21,36 @@ double pulse_deviation(const Cavity& cavity)
     return 1.0 / (2.0 * std::numbers::pi * cavity.bandwidth);
 }
 
+/// A mode sin(m pi i/Nx) sin(n pi j/Ny) of the discrete cavity.
+struct Shape
+{
+    Index m, n;
+    double k;    ///< S^2 (sin^2(m pi/(2 Nx)) + sin^2(n pi/(2 Ny)))
+    double gain; ///< couples the current at the source to the mode and the mode to the field at the probe [V/(m A)]
+};
+
+std::vector<Shape> shapes(const Cavity& cavity)
+{
+    using std::numbers::pi;
+    const auto nx = static_cast<double>(cavity.cells_x), ny = static_cast<double>(cavity.cells_y);
+    const double epsilon = cavity.permittivity * kEpsilon0;
+    const double coupling = cavity.time_step() / (epsilon * cavity.cell * cavity.cell) * 4.0 / (nx * ny);
+    const auto sine = [](double waves, Index node, double cells) {
+        return std::sin(waves * pi * static_cast<double>(node) / cells);
+    };
+    std::vector<Shape> result;
+    for (Index m = 1; m < cavity.cells_x; ++m)
+        for (Index n = 1; n < cavity.cells_y; ++n) {
+            const auto p = static_cast<double>(m), q = static_cast<double>(n);
+            const double sine_x = std::sin(p * pi / (2.0 * nx)), sine_y = std::sin(q * pi / (2.0 * ny));
+            const double seen = sine(p, cavity.source.i, nx) * sine(q, cavity.source.j, ny) *
+                                sine(p, cavity.probe.i, nx) * sine(q, cavity.probe.j, ny);
+            result.push_back(
+                {m, n, cavity.courant * cavity.courant * (sine_x * sine_x + sine_y * sine_y), coupling * seen});
+        }
+    return result;
+}
+
 } // namespace
 
 double Cavity::time_step() const
@@ -45,6 +75,15 @@ double Cavity::current_after(Index n) const
     const double t = (static_cast<double>(n) + 0.5 - 0.5 * static_cast<double>(pulse_steps())) * time_step();
     const double u = t / pulse_deviation(*this);
     return current * std::exp(-0.5 * u * u) * std::sin(2.0 * std::numbers::pi * carrier * t);
+}
+
+Complex Cavity::current_spectrum(double frequency) const
+{
+    const Complex step = std::polar(1.0, -2.0 * std::numbers::pi * frequency * time_step());
+    Complex sum = 0.0; // by Horner's rule
+    for (Index n = pulse_steps(); n-- > 0;)
+        sum = sum * step + current_after(n);
+    return sum * std::sqrt(step) * time_step(); // the first current flows after half a step
 }
 
 Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
@@ -102,37 +141,44 @@ Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
 /// c z^k + conj(c z^k).
 std::vector<CavityMode> exact_modes(const Cavity& cavity)
 {
-    using std::numbers::pi;
-    const auto nx = static_cast<double>(cavity.cells_x), ny = static_cast<double>(cavity.cells_y);
     const double dt = cavity.time_step(), a = cavity.loss();
-    const double epsilon = cavity.permittivity * kEpsilon0;
-    const double coupling = dt / (epsilon * cavity.cell * cavity.cell) * 4.0 / (nx * ny);
-    const auto shape = [](double waves, Index node, double cells) {
-        return std::sin(waves * pi * static_cast<double>(node) / cells);
-    };
-
     std::vector<double> kicks; // I(l-1/2) - I(l+1/2)
     for (Index l = 0; l <= cavity.pulse_steps(); ++l)
         kicks.push_back(cavity.current_after(l - 1) - cavity.current_after(l));
 
     std::vector<CavityMode> modes;
-    for (Index m = 1; m < cavity.cells_x; ++m)
-        for (Index n = 1; n < cavity.cells_y; ++n) {
-            const auto p = static_cast<double>(m), q = static_cast<double>(n);
-            const double sine_x = std::sin(p * pi / (2.0 * nx)), sine_y = std::sin(q * pi / (2.0 * ny));
-            const double k = cavity.courant * cavity.courant * (sine_x * sine_x + sine_y * sine_y);
-            const Complex step(-std::atanh(a), std::acos((1.0 - 2.0 * k) / std::sqrt(1.0 - a * a)));
-            const Complex z = std::exp(step), back = std::exp(-step);
+    for (const Shape& shape : shapes(cavity)) {
+        const Complex step(-std::atanh(a), std::acos((1.0 - 2.0 * shape.k) / std::sqrt(1.0 - a * a)));
+        const Complex z = std::exp(step), back = std::exp(-step);
 
-            Complex drive = 0.0; // sum_l kick(l) z^-l, by Horner's rule
-            for (auto kick = kicks.rbegin(); kick != kicks.rend(); ++kick)
-                drive = drive * back + *kick;
-
-            const double seen = shape(p, cavity.source.i, nx) * shape(q, cavity.source.j, ny) *
-                                shape(p, cavity.probe.i, nx) * shape(q, cavity.probe.j, ny);
-            modes.push_back({m, n, step / dt, coupling * seen * drive / ((1.0 + a) * (z - std::conj(z)))});
-        }
+        Complex drive = 0.0; // sum_l kick(l) z^-l, by Horner's rule
+        for (auto kick = kicks.rbegin(); kick != kicks.rend(); ++kick)
+            drive = drive * back + *kick;
+        modes.push_back({shape.m, shape.n, step / dt, shape.gain * drive / ((1.0 + a) * (z - std::conj(z)))});
+    }
     return modes;
+}
+
+/// In the equation above with e(k) = E z^k and I(k+1/2) = z^(k+1/2), |z| = 1:
+///
+///     E = sum G (z^-1/2 - z^1/2) / ((1 + a) z - (2 - 4 K) + (1 - a) / z).
+std::vector<Complex> exact_response(const Cavity& cavity, const std::vector<double>& frequencies)
+{
+    const double a = cavity.loss();
+    const std::vector<Shape> all = shapes(cavity);
+    std::vector<Complex> result;
+    result.reserve(frequencies.size());
+    for (const double frequency : frequencies) {
+        const Complex half = std::polar(1.0, std::numbers::pi * frequency * cavity.time_step()), z = half * half;
+        const Complex unshifted = (1.0 + a) * z - 2.0 + (1.0 - a) * std::conj(z);
+        Complex sum = 0.0;
+        for (const Shape& shape : all) {
+            const Complex denominator = unshifted + 4.0 * shape.k;
+            sum += shape.gain / std::norm(denominator) * std::conj(denominator);
+        }
+        result.push_back((std::conj(half) - half) * sum);
+    }
+    return result;
 }
 
 double distance_from_closed_form(const std::vector<CavityMode>& exact, const Record& record, const Window& window)

@@ -35,6 +35,8 @@ struct Cavity
     Index pulse_steps() const;
     /// The driving current between the steps n and n + 1 [A].
     double current_after(Index n) const;
+    /// Its spectrum, the integral of I(t) exp(-2 pi i frequency t) [A s].
+    Complex current_spectrum(double frequency) const;
 };
 
 /// A mode of the discrete cavity with m and n half waves along x and y. What the probe sees of it, from the end of the
@@ -53,6 +55,10 @@ Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
 /// All (cells_x - 1) * (cells_y - 1) modes of the discrete cavity in closed form. The loss must be small enough that
 /// every mode oscillates.
 std::vector<CavityMode> exact_modes(const Cavity& cavity);
+
+/// The field at the probe [V/m] for each ampere of a current that oscillates for ever at each of the frequencies [Hz],
+/// summed over all modes of the discrete cavity.
+std::vector<Complex> exact_response(const Cavity& cavity, const std::vector<double>& frequencies);
 
 /// Largest difference of the record from the sum of all its exact modes over the window, relative to its peak there.
 double distance_from_closed_form(const std::vector<CavityMode>& exact, const Record& record, const Window& window);

@@ -109,9 +109,7 @@ std::vector<Index> choose_orders(Index samples)
 std::vector<Fit> fit_orders(const Library& library, const Record& record, const Window& window,
                             const std::vector<Index>& orders, const std::function<void(Index)>& on_fit)
 {
-    std::vector<Complex> samples;
-    for (Index k = 0; k < window.count; ++k)
-        samples.push_back(record.at(window.first + k * window.stride));
+    const std::vector<Complex> samples = samples_of(record, window);
     std::vector<Fit> fits;
     for (const Index order : orders) {
         on_fit(order);

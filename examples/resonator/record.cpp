@@ -107,6 +107,14 @@ bool Record::is_real() const
     return std::all_of(values.begin(), values.end(), [](const Complex& value) { return value.imag() == 0.0; });
 }
 
+std::vector<Complex> samples_of(const Record& record, const Window& window)
+{
+    std::vector<Complex> samples;
+    for (Index k = 0; k < window.count; ++k)
+        samples.push_back(record.at(window.first + k * window.stride));
+    return samples;
+}
+
 Record read_record(const std::string& path, std::optional<double> spacing)
 {
     std::ifstream file(path);

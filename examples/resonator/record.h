@@ -33,6 +33,9 @@ struct Window
     Index last() const { return first + (count - 1) * stride; }
 };
 
+/// The samples of a window.
+std::vector<Complex> samples_of(const Record& record, const Window& window);
+
 /// Reads a record from columns of text.
 ///
 /// Without `spacing` the columns are time, real part and, of a complex record, imaginary part; with it the times are

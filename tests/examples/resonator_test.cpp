@@ -1,19 +1,25 @@
 #include "examples/resonator/cavity.h"
+#include "examples/resonator/dispersion.h"
+#include "examples/resonator/eigenmodes.h"
 #include "examples/resonator/error.h"
 #include "examples/resonator/fit.h"
+#include "examples/resonator/hankel.h"
 #include "examples/resonator/options.h"
 #include "examples/resonator/record.h"
 #include "examples/resonator/report.h"
+#include "examples/resonator/response.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <numbers>
 
@@ -95,6 +101,168 @@ TEST(Cavity, NearsTheContinuousOneInSiUnits)
     const CavityMode mode = exact_modes(cavity).front();
     EXPECT_NEAR(mode.pole.imag() / (2.0 * pi), frequency, 1e-4 * frequency);
     EXPECT_NEAR(mode.pole.imag() / (-2.0 * mode.pole.real()), quality, 1e-4 * quality);
+}
+
+/// A small cavity with strong loss, with its modes by rising frequency.
+struct SmallCavity
+{
+    SmallCavity() : modes(exact_modes(cavity))
+    {
+        std::sort(modes.begin(), modes.end(),
+                  [](const CavityMode& a, const CavityMode& b) { return a.pole.imag() < b.pole.imag(); });
+    }
+    Cavity cavity{.cells_x = 31, .cells_y = 24, .conductivity = 0.03, .source = {11, 9}, .probe = {20, 15}};
+    std::vector<CavityMode> modes;
+};
+
+TEST(Roads, LeadToTheExactModes)
+{
+    const Library library(TESSEL_LIBRARY);
+    const SmallCavity small;
+    const double lowest = small.modes[0].pole.imag(), highest = small.modes[9].pole.imag();
+    Index calls = 0;
+    const Eigensolve solve = eigenmodes(library.api(), small.cavity, lowest / (2.0 * pi), highest / (2.0 * pi), 11,
+                                        [&](Index solves) { EXPECT_EQ(solves, ++calls); });
+    EXPECT_EQ(solve.order, 30 * 23 + 30 * 24 + 31 * 23);
+    EXPECT_EQ(solve.solves, calls);
+    ASSERT_GE(solve.modes.size(), 11u);
+    for (std::size_t k = 0; k < 10; ++k) {
+        const Complex exact = small.modes[k].pole;
+        const auto nearest =
+            std::min_element(solve.modes.begin(), solve.modes.end(), [&](const Eigenmode& a, const Eigenmode& b) {
+                return std::abs(a.pole - exact) < std::abs(b.pole - exact);
+            });
+        EXPECT_LT(std::abs(nearest->pole - exact), 1e-11 * std::abs(exact)) << "mode " << k;
+        EXPECT_LT(nearest->residual, 1e-11);
+        const Complex zero = pole_from_dispersion(library.api(), small.cavity, small.modes[k].m, small.modes[k].n);
+        EXPECT_LT(std::abs(zero - exact), 1e-12 * std::abs(exact)) << "mode " << k;
+    }
+}
+
+/// Three modes and a bit of noise.
+Record noisy_record(double noise, bool real, Index count)
+{
+    Record record = sum_of_modes({{{-0.02, 3.1}, 1.0}, {{-0.03, 3.7}, {0.0, 0.1}}, {{-0.01, 4.0}, 0.5}}, 0.05, count);
+    unsigned state = 1;
+    for (Complex& value : record.values) {
+        state = state * 1664525u + 1013904223u;
+        value = (real ? value.real() : value) + noise * (static_cast<double>(state >> 8) / 8388608.0 - 1.0);
+    }
+    return record;
+}
+
+TEST(SingularValues, CountTheExponentialsAboveTheNoise)
+{
+    const Library library(TESSEL_LIBRARY);
+    for (const double noise : {0.0, 1e-9, 1e-3})
+        for (const bool real : {true, false}) {
+            const Record record = noisy_record(noise, real, 1601);
+            const Window window{1, 8, 200};
+            const Hankel hankel = decompose(library.api(), samples_of(record, window));
+            EXPECT_EQ(hankel.real, real);
+            EXPECT_EQ(hankel.rank, real ? 6 : 3) << noise;
+            ASSERT_EQ(hankel.values.size(), 100);
+            EXPECT_TRUE(std::is_sorted(hankel.values.begin(), hankel.values.end(), std::greater()));
+            const Eigen::MatrixXcd product = hankel.left * hankel.values.asDiagonal() * hankel.right;
+            EXPECT_LT(std::abs(product(3, 4) - record.at(1 + 7 * 8)), 1e-12);
+            if (real) {
+                const auto analytic = analytic_samples(record, window);
+                EXPECT_EQ(decompose(library.api(), analytic).rank, 3) << noise;
+            }
+        }
+}
+
+TEST(SingularValues, AnalyticNoiseFillsAllOfThem)
+{
+    const Library library(TESSEL_LIBRARY);
+    Record record = noisy_record(1e-2, true, 800);
+    for (Index k = 0; k < record.size(); ++k)
+        record.values[static_cast<std::size_t>(k)] += 9.0 * std::cos(1.3 * static_cast<double>(k));
+    // The three slow modes come with a trace of their conjugates.
+    const Index rank = decompose(library.api(), analytic_samples(record, {0, 1, 800})).rank;
+    EXPECT_GE(rank, 4);
+    EXPECT_LE(rank, 7);
+}
+
+TEST(SingularValues, AnalyticSignalIsTwiceThePositiveFrequencies)
+{
+    const std::vector<std::pair<Complex, Complex>> modes{{{-0.02, 6.1}, 0.5}, {{-0.03, 7.7}, {0.1, 0.3}}};
+    Record record = sum_of_modes(modes, 0.05, 1000);
+    const Record positive = record;
+    for (Complex& value : record.values)
+        value = value.real();
+    const auto samples = analytic_samples(record, {100, 9, 91});
+    const Index reach = 90 * 9 / 6;
+    ASSERT_EQ(samples.size(), 61u);
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        EXPECT_LT(std::abs(samples[k] - positive.at(100 + reach + 9 * static_cast<Index>(k))), 1e-13) << k;
+}
+
+TEST(DrivenResponse, IsTheSpectrumOfTheWholeRecord)
+{
+    // sum_k c exp((s - i w) k dt) = c / (1 - exp((s - i w) dt)), with a source that is over when the window begins.
+    const Library library(TESSEL_LIBRARY);
+    const std::vector<std::pair<Complex, Complex>> modes{{{-0.05, 1.1}, 0.5}, {{-0.08, -1.7}, {0.1, 0.3}}};
+    Record record = sum_of_modes(modes, 0.5, 200);
+    record.start = -7.0;
+    record.values[2] += 3.0;
+    record.values[3] += 100.0; // not among the samples
+    const Window window{10, 4, 40};
+    const auto samples = samples_of(record, window);
+    const StateSpace system = realise(decompose(library.api(), samples), samples);
+    ASSERT_EQ(system.a.rows(), 2);
+    for (const double frequency : {-0.27, 0.0, 0.1, 0.175}) {
+        const Complex turn(0.0, 2.0 * pi * frequency);
+        Complex expected = 3.0;
+        for (const auto& [pole, residue] : modes)
+            expected += residue * std::exp(pole * 1.0) / (1.0 - std::exp((pole - turn) * 2.0));
+        expected *= 2.0 * std::exp(turn * 6.0);
+        const Complex found = spectrum_at(library.api(), system, record, window, frequency);
+        EXPECT_LT(std::abs(found - expected), 1e-11 * std::abs(expected)) << frequency;
+    }
+    const StateSpace nothing{Eigen::MatrixXcd(0, 0), Eigen::VectorXcd(0), Eigen::RowVectorXcd(0)};
+    EXPECT_EQ(spectrum_at(library.api(), nothing, {0.0, 1.0, {1.0, 2.0}}, {1, 1, 1}, 0.0), 1.0);
+    const StateSpace lossless{Eigen::MatrixXcd::Ones(1, 1), Eigen::VectorXcd::Ones(1), Eigen::RowVectorXcd::Ones(1)};
+    EXPECT_TRUE(std::isinf(std::abs(spectrum_at(library.api(), lossless, {0.0, 1.0, {1.0}}, {0, 1, 1}, 0.0))));
+}
+
+TEST(DrivenResponse, OfTheCavityIsThatOfAVeryLongRecord)
+{
+    SmallCavity small;
+    small.cavity.bandwidth = 3e9;
+    small.cavity.steps = 20000; // until nothing rings any more
+    const Record record = simulate(small.cavity, [](Index) {});
+    for (const double frequency : {3e9, 7.13e9}) {
+        Complex sum = 0.0;
+        for (Index k = 0; k < record.size(); ++k)
+            sum += record.at(k) * std::polar(record.spacing, -2.0 * pi * frequency * record.time(k));
+        const Complex exact = exact_response(small.cavity, {frequency})[0];
+        EXPECT_LT(std::abs(sum / small.cavity.current_spectrum(frequency) - exact), 1e-9 * std::abs(exact));
+    }
+}
+
+TEST(DrivenResponse, CurveIsFineAroundLines)
+{
+    Record record{0.0, 0.25, {1.0, 2.0}};
+    const std::vector<Line> lines{{0.2, 0.001}, {0.9, 0.004}};
+    auto frequencies = choose_frequencies(lines, record, {0, 2, 1});
+    EXPECT_TRUE(std::is_sorted(frequencies.begin(), frequencies.end()));
+    EXPECT_NEAR(frequencies.front(), 0.2 - 0.027, 1e-12);
+    EXPECT_NEAR(frequencies.back(), 0.9 + 0.027, 1e-12);
+    for (const Line& line : lines) {
+        const auto place = std::lower_bound(frequencies.begin(), frequencies.end(), line.frequency);
+        EXPECT_EQ(*place, line.frequency);
+        EXPECT_LT(place[1] - place[0], 0.2 * line.width);
+    }
+    EXPECT_EQ(choose_frequencies({{0.01, 0.02}}, record, {0, 2, 1}).front(), 0.0) << "a real record";
+    record.values[0] = {0.0, 1.0};
+    EXPECT_NEAR(choose_frequencies({{0.01, 0.02}}, record, {0, 2, 1}).front(), -0.09, 1e-12);
+    EXPECT_EQ(choose_frequencies({}, record, {0, 2, 1}).back(), 1.0);
+
+    const std::vector<double> found = peaks({1, 2, 3, 4, 5, 6}, {1.0, {0.0, 2.0}, 1.0, 3.0, 3.0, 4.0});
+    EXPECT_EQ(found, (std::vector<double>{2}));
+    EXPECT_TRUE(stands_out({2.4, 0.9}, found));
+    EXPECT_FALSE(stands_out({2.4, 0.7}, found));
 }
 
 TEST(RecordFile, TakesTheUsualForms)
