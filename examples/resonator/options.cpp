@@ -14,9 +14,25 @@ const char kHelp[] = R"(Usage: resonator [--record FILE] [options]
 Finds the resonances in the record of a field solver with a least-squares Prony fit.
 
 Without --record, a microwave cavity is simulated first (two-dimensional FDTD, a
-pulse at one node, a probe at another), and what the fit finds is compared with
-the exact modes of the discrete cavity. The exit status is 0 if the eight lowest
-excited modes are found, frequencies within 1e-8 and Q within 1e-4, and 1 if not.
+pulse at one node, a probe at another), and three roads lead to its modes:
+  Prony fit   of the record alone, which is all that a measurement would give
+  ARPACK      eigenvalues of the sparse operator that makes one time step,
+              shifted into the band and inverted
+  HYBRJ1      zeros of the dispersion relation of the lossy grid
+One table sets them beside the exact modes of the discrete cavity. Exit status 0 if
+the eight lowest excited modes are found, by the fit with frequencies within 1e-8
+and Q within 1e-4, by the others within 1e-11 and 1e-8, and if the two guides below
+are as they should be; 1 if not.
+
+Two guides are given for any record:
+  Singular values of its Hankel matrix (DGESVD; ZGESVD for a complex record and for
+              the analytic signal of a real one). Those above the noise number two
+              for each mode of a real record, one of a complex or analytic one:
+              the fit's order should be no lower.
+  Response    of a linear system realised from the same matrix, to a steady drive at
+              each frequency (ZGESV). Its peaks should stand at the modes. For the
+              cavity it is per ampere of the current and compared with the exact one
+              (1e-6); for a record it is the spectrum as if all had rung out.
 
 The record
   --record FILE     columns of text: time, real part and, of a complex record,
@@ -47,7 +63,8 @@ The fit
 
 Files
   --output PREFIX   write PREFIX-record.dat (record, model, error), PREFIX-modes.dat,
-                    PREFIX-poles.dat and, if gnuplot is there, PREFIX.png
+                    PREFIX-poles.dat, PREFIX-singular.dat, PREFIX-response.dat and,
+                    if gnuplot is there, PREFIX.png and PREFIX-response.png
   --library PATH    the library to load (default: libtessel.so beside this program
                     or in its build folder)
   --help            print this

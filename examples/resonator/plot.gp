@@ -55,7 +55,7 @@ set xtics font ",10"
 set format y "%.0s %cHz"
 set xlabel "Re s  [1/s]"
 set ylabel "Im s / 2π"
-set xrange [5 * left : -1.7 * left]
+if (kept) { set xrange [5 * left : -1.7 * left] } else { set autoscale x }
 set arrow 1 from 0, graph 0 to 0, graph 1 nohead linecolor rgb "#808080"
 set key on top left vertical reverse Left opaque samplen 1
 # Kinds without a pole are left out, also of the key.

@@ -425,7 +425,7 @@ TEST(Verdict, AsksForTheEightLowestAndNothingThatIsNotThere)
         std::vector<Pair> pairs;
         for (Index m = 1; m <= 9; ++m) {
             const Complex pole(-0.1, static_cast<double>(m));
-            pairs.push_back({CavityMode{m, 1, pole, 1.0}, Mode{pole, 1.0, 1.0, Kind::kept}});
+            pairs.push_back({CavityMode{m, 1, pole, 1.0}, Mode{pole, 1.0, 1.0, Kind::kept}, pole, pole});
         }
         change(pairs);
         ::testing::internal::CaptureStdout();
@@ -442,6 +442,58 @@ TEST(Verdict, AsksForTheEightLowestAndNothingThatIsNotThere)
     EXPECT_EQ(verdict([](auto& pairs) { pairs[8].found.reset(); }), good) << "the ninth is not asked for";
     EXPECT_EQ(verdict([](auto& pairs) { pairs.resize(7); }), missed);
     EXPECT_EQ(verdict([](auto& pairs) { pairs.push_back({{}, pairs[0].found}); }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { *pairs[2].arpack *= 1.0 + 0.9e-11; }), good);
+    EXPECT_EQ(verdict([](auto& pairs) { *pairs[2].arpack *= 1.0 + 1.1e-11; }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { *pairs[2].hybrj1 -= 1.1e-9; }), missed);
+    EXPECT_EQ(verdict([](auto& pairs) { pairs[7].hybrj1.reset(); }), missed);
+}
+
+TEST(Verdict, AsksForAnOrderBetweenTheSingularValuesAndTheFit)
+{
+    const std::vector<Pair> pairs(5, Pair{CavityMode{1, 1, {-0.1, 1.0}, 1.0}, {}});
+    const auto verdict = [&](Index record, std::optional<Index> analytic, Index order) {
+        ::testing::internal::CaptureStdout();
+        const auto of_rank = [](Index rank) { return Hankel{true, rank, {}, {}, {}}; };
+        const bool met = print_order_verdict(of_rank(record),
+                                             analytic ? std::optional(of_rank(*analytic)) : std::nullopt, order, pairs);
+        EXPECT_EQ(::testing::internal::GetCapturedStdout().find("MISSED") == std::string::npos, met);
+        return met;
+    };
+    EXPECT_TRUE(verdict(10, 5, 10));
+    EXPECT_FALSE(verdict(9, 5, 10));
+    EXPECT_FALSE(verdict(11, 5, 10));
+    EXPECT_FALSE(verdict(10, 4, 10));
+    EXPECT_FALSE(verdict(10, 10, 10));
+    EXPECT_FALSE(verdict(10, {}, 10));
+}
+
+TEST(Verdict, AsksForAPeakAtEachModeAndTheExactResponse)
+{
+    std::vector<Pair> pairs;
+    Response response;
+    for (Index m = 1; m <= 9; ++m) {
+        const double frequency = static_cast<double>(m);
+        pairs.push_back({CavityMode{m, 1, {-0.1, 2.0 * pi * frequency}, 1.0}, {}});
+        response.peaks.push_back(frequency + 0.4 * 0.1 / pi);
+        response.frequencies.push_back(frequency);
+        response.exact.push_back(100.0 / frequency);
+    }
+    response.values = response.exact;
+    const auto verdict = [&](const Response& changed) {
+        ::testing::internal::CaptureStdout();
+        const bool met = print_response_verdict(changed, pairs);
+        ::testing::internal::GetCapturedStdout();
+        return met;
+    };
+    EXPECT_TRUE(verdict(response));
+    Response changed = response;
+    changed.peaks[7] += 0.2 * 0.1 / pi;
+    EXPECT_FALSE(verdict(changed)) << "off by more than half the width of the line";
+    changed = response;
+    changed.values[8] += Complex(0.0, 0.9e-4);
+    EXPECT_TRUE(verdict(changed)) << "relative to the highest peak";
+    changed.values[8] += Complex(0.0, 0.2e-4);
+    EXPECT_FALSE(verdict(changed));
 }
 
 TEST(Comparison, PairsEachExactModeWithTheNearestFound)
@@ -458,11 +510,16 @@ TEST(Comparison, PairsEachExactModeWithTheNearestFound)
     EXPECT_EQ(pairs[0].exact->m, 1);
     EXPECT_EQ(pairs[0].found->pole.imag(), 3.0001);
     EXPECT_NEAR(std::abs(pairs[0].exact->residue), 1e-4 * std::exp(-0.2), 1e-18) << "at the first fitted sample";
-    EXPECT_NEAR(pairs[0].frequency_error(), 0.0001 / 3.0, 1e-12);
+    EXPECT_NEAR(pairs[0].frequency_error(Road::fit), 0.0001 / 3.0, 1e-12);
     EXPECT_EQ(pairs[1].exact->m, 2);
     EXPECT_FALSE(pairs[1].found) << "only kept modes count";
     EXPECT_TRUE(pairs[2].exact && pairs[2].found) << "just below the threshold, but found";
     EXPECT_FALSE(pairs[3].exact) << "too weak to be seen";
+
+    std::vector<Pair> more = pairs;
+    add_eigenmodes(more, {{{-0.1, 9.0}, 0.0}, {{-0.1, 5.0001}, 0.0}, {{-0.1, 3.1}, 0.0}});
+    EXPECT_EQ(more[1].pole(Road::arpack), Complex(-0.1, 5.0001));
+    EXPECT_FALSE(more[0].arpack || more[2].arpack || more[3].arpack);
 }
 
 TEST(Loading, SaysWhatFailed)
@@ -535,6 +592,8 @@ TEST(Program, FindsTheModesOfTheSimulatedCavity)
     EXPECT_EQ(data_lines(prefix + "-record.dat"), Cavity{}.steps + 1);
     EXPECT_GE(data_lines(prefix + "-modes.dat"), 8);
     EXPECT_EQ(data_lines(prefix + "-poles.dat"), 90);
+    EXPECT_EQ(data_lines(prefix + "-singular.dat"), 132 + 88);
+    EXPECT_GE(data_lines(prefix + "-response.dat"), 600);
     std::filesystem::remove_all(folder);
 }
 
@@ -560,6 +619,8 @@ TEST(Program, FitsARecordFromAFile)
     const Outcome outcome = run("--record " + file.path);
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_NE(outcome.output.find("2 modes, 2 complex conjugates"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("Singular values above noise: 4 of 67 of the record"), std::string::npos)
+        << outcome.output;
     EXPECT_NE(outcome.output.find("60.0000000000        376.9911   5.00000e-01"), std::string::npos) << outcome.output;
     EXPECT_NE(outcome.output.find("95.0000000000        149.2257   1.00000e-01"), std::string::npos) << outcome.output;
 }
@@ -571,7 +632,7 @@ TEST(Program, DoesWithoutGnuplot)
     const Outcome outcome = run("--record " + file.path + " --orders 1 --output " + prefix.path, "PATH=/nowhere");
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_NE(outcome.output.find("no picture: gnuplot: No such file or directory\n"), std::string::npos);
-    for (const char* name : {"-record.dat", "-modes.dat", "-poles.dat"})
+    for (const char* name : {"-record.dat", "-modes.dat", "-poles.dat", "-singular.dat", "-response.dat"})
         EXPECT_TRUE(std::filesystem::remove(prefix.path + name)) << name;
 }
 
