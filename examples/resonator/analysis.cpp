@@ -82,7 +82,7 @@ Window choose_window(const Options& options, const Subject& subject)
     return window;
 }
 
-Findings analyse(const Library& library, const Options& options, const Subject& subject, const Window& window,
+Findings analyse(FDTDCalcAPI& api, const Options& options, const Subject& subject, const Window& window,
                  const Progress& progress)
 {
     const auto orders = options.orders.empty() ? choose_orders(window.count) : options.orders;
@@ -90,12 +90,11 @@ Findings analyse(const Library& library, const Options& options, const Subject& 
         throw Error("order " + std::to_string(highest) + " takes " + std::to_string(2 * highest) +
                     " samples at least; there are " + std::to_string(window.count));
     Findings findings;
-    findings.fits = fit_orders(library, subject.record, window, orders,
+    findings.fits = fit_orders(api, subject.record, window, orders,
                                [&](Index order) { progress("fitting order " + std::to_string(order)); });
     findings.fit = best_fit(findings.fits);
     findings.modes = classify(findings.fit, subject.record, window, options.threshold);
 
-    FDTDCalcAPI& api = library.api();
     progress("singular values");
     findings.hankel = decompose(api, samples_of(subject.record, window));
     if (subject.record.is_real())

@@ -5,7 +5,6 @@
 #include "examples/resonator/eigenmodes.h"
 #include "examples/resonator/fit.h"
 #include "examples/resonator/hankel.h"
-#include "examples/resonator/library.h"
 #include "examples/resonator/options.h"
 #include "examples/resonator/response.h"
 
@@ -44,7 +43,7 @@ Window choose_window(const Options& options, const Subject& subject);
 
 /// Fits the record and realises its system; of a cavity, takes the other roads to its modes as well. `progress` is told
 /// what is being done.
-Findings analyse(const Library& library, const Options& options, const Subject& subject, const Window& window,
+Findings analyse(FDTDCalcAPI& api, const Options& options, const Subject& subject, const Window& window,
                  const Progress& progress);
 
 } // namespace resonator

@@ -106,14 +106,31 @@ std::vector<Index> choose_orders(Index samples)
     return orders;
 }
 
-std::vector<Fit> fit_orders(const Library& library, const Record& record, const Window& window,
+Fit fit_samples(FDTDCalcAPI& api, const std::vector<Complex>& samples, double spacing, Index order)
+{
+    const auto n = static_cast<int32_t>(samples.size()), m = static_cast<int32_t>(order);
+    Fit fit;
+    fit.order = order;
+    fit.poles.resize(static_cast<std::size_t>(order));
+    fit.residues.resize(static_cast<std::size_t>(order));
+    int32_t flag = 0;
+    std::string message(80, ' ');
+    api.leastsqPronySvd(&n, &n, samples.data(), &spacing, &m, &m, fit.residues.data(), fit.poles.data(), &fit.err_l2,
+                        &fit.err_rms, &fit.err_peak, &fit.err_rms_mean, &fit.err_peak_mean, &flag, message.data(),
+                        static_cast<int32_t>(message.size()));
+    if (flag != 0)
+        fit.failure = message.substr(0, message.find_last_not_of(' ') + 1);
+    return fit;
+}
+
+std::vector<Fit> fit_orders(FDTDCalcAPI& api, const Record& record, const Window& window,
                             const std::vector<Index>& orders, const std::function<void(Index)>& on_fit)
 {
     const std::vector<Complex> samples = samples_of(record, window);
     std::vector<Fit> fits;
     for (const Index order : orders) {
         on_fit(order);
-        fits.push_back(library.fit(samples, record.spacing * static_cast<double>(window.stride), order));
+        fits.push_back(fit_samples(api, samples, record.spacing * static_cast<double>(window.stride), order));
     }
     return fits;
 }

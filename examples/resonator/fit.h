@@ -1,9 +1,12 @@
 #pragma once
 
-#include "examples/resonator/library.h"
 #include "examples/resonator/record.h"
 
+#include <tessel/FDTDCalcAPI.h>
+
+#include <array>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace resonator {
@@ -22,8 +25,22 @@ Index choose_stride(const Record& record, Index first);
 /// the fit robust against noise, and far enough below the half, where poles that grow begin to appear.
 std::vector<Index> choose_orders(Index samples);
 
+/// The outcome of one fit: samples(k) ~ sum_j residues[j] * exp(poles[j] * k * spacing), k = 0, 1, ...
+struct Fit
+{
+    Index order = 0;
+    std::string failure; ///< the library's message; empty when the fit succeeded
+    std::vector<Complex> poles, residues;
+    double err_l2 = 0.0, err_rms = 0.0, err_peak = 0.0, err_rms_mean = 0.0, err_peak_mean = 0.0;
+
+    std::array<double, 5> measures() const { return {err_l2, err_rms, err_peak, err_rms_mean, err_peak_mean}; }
+};
+
+/// One fit (slot leastsqPronySvd).
+Fit fit_samples(FDTDCalcAPI& api, const std::vector<Complex>& samples, double spacing, Index order);
+
 /// One fit for each order; `on_fit` is told the order before each.
-std::vector<Fit> fit_orders(const Library& library, const Record& record, const Window& window,
+std::vector<Fit> fit_orders(FDTDCalcAPI& api, const Record& record, const Window& window,
                             const std::vector<Index>& orders, const std::function<void(Index)>& on_fit);
 
 /// The fit whose largest measure is smallest. Throws an Error if no fit has five finite measures.

@@ -9,6 +9,8 @@
 #include "examples/resonator/output.h"
 #include "examples/resonator/report.h"
 
+#include <tessel/Loader.h>
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -51,12 +53,13 @@ Subject read_subject(const Options& options)
 /// Returns whether all is well.
 bool run(const Options& options)
 {
-    const Library library(options.library.empty() ? default_library() : options.library);
+    const tessel::Library library(options.library.empty() ? default_library() : options.library);
+    const tessel::Api api = library.create();
     const Subject subject = options.record.empty() ? simulate_cavity() : read_subject(options);
     const Window window = choose_window(options, subject);
     print_window(subject, window);
 
-    const Findings findings = analyse(library, options, subject, window, progress);
+    const Findings findings = analyse(*api, options, subject, window, progress);
     print_measures(findings.fits, findings.fit.order);
     print_singular_values(findings.hankel, findings.analytic);
     print_kinds(findings.modes);
