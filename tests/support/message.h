@@ -39,6 +39,20 @@ inline std::string padded(std::string text, std::size_t length = 80)
     return text;
 }
 
+/// The message that `call(flag, message, length)` leaves, without its padding; the flag must be -1 beside a text and
+/// 0 beside none.
+template <class Call>
+std::string status_of(Call call)
+{
+    Message message;
+    Integer flag = 77;
+    call(flag, message.data(), message.length());
+    std::string text = message.text();
+    text.resize(text.find_last_not_of(' ') + 1);
+    EXPECT_EQ(flag, text.empty() ? 0 : -1) << text;
+    return text;
+}
+
 /// Runs `call(flag, message, length)` with rooms of several lengths, none included, and checks that each holds the
 /// text, cut or padded, that the flag is right and that nothing around the room is touched.
 template <class Call>
