@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <string>
 
@@ -58,66 +57,6 @@ void expect_same_bits(const std::string& what, const TestMatrix& a, Integer job,
     }
 }
 
-struct Kind
-{
-    const char* name;
-    std::function<void(TestMatrix&, Random&)> make;
-};
-
-const Kind kKinds[] = {
-    {"random", [](TestMatrix& a, Random& random) { a.fill_random(random); }},
-    {"real", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return random.uniform(-1.0, 1.0); }); }},
-    {"toeplitz",
-     [](TestMatrix& a, Random& random) {
-         const auto y = random.complexes(static_cast<std::size_t>(a.rows() + a.columns()));
-         a.fill([&](Index i, Index j) { return y[static_cast<std::size_t>(a.columns() + i - j)]; });
-     }},
-    {"noise_free",
-     [](TestMatrix& a, Random& random) { // a Toeplitz matrix of two exponentials
-         const Complex s1(-0.01, random.uniform(-3.0, 3.0)), s2(-0.02, random.uniform(-3.0, 3.0));
-         a.fill([&](Index i, Index j) {
-             const Real k = static_cast<Real>(i - j);
-             return std::exp(s1 * k) + std::exp(s2 * k);
-         });
-     }},
-    {"vandermonde",
-     [](TestMatrix& a, Random& random) {
-         for (Index j = 0; j < a.columns(); ++j) {
-             const Complex z = std::polar(random.uniform(0.9, 1.0), random.uniform(-3.0, 3.0));
-             a(0, j) = 1.0;
-             for (Index i = 1; i < a.rows(); ++i)
-                 a(i, j) = a(i - 1, j) * z;
-         }
-     }},
-    {"rank_deficient",
-     [](TestMatrix& a, Random& random) {
-         const auto y = random.complexes(static_cast<std::size_t>(a.rows() + a.columns()));
-         a.fill([&](Index i, Index j) {
-             return y[static_cast<std::size_t>(i)] * y[static_cast<std::size_t>(a.rows() + j)];
-         });
-     }},
-    {"deflating",
-     [](TestMatrix& a, Random& random) { // bidiagonal with zeros on its diagonal: splits and deflates
-         a.fill([&](Index i, Index j) {
-             return i == j ? Complex(i % 5 == 1 ? 0.0 : random.uniform(0.5, 1.0)) : Complex(j == i + 1 ? 1.0 : 0.0);
-         });
-     }},
-    {"deflating_late",
-     [](TestMatrix& a, Random& random) { // bidiagonal: values become negligible when rotations are pending
-         a.fill([&](Index i, Index j) {
-             const Real size = random.uniform(0.5, 1.0);
-             return Complex(i == j ? (random.below(4) == 0 ? 1e-14 * size : size) : j == i + 1 ? size : 0.0);
-         });
-     }},
-    {"not_finite",
-     [](TestMatrix& a, Random& random) {
-         a.fill_random(random);
-         a(a.rows() / 2, a.columns() / 3) = std::numeric_limits<Real>::quiet_NaN();
-         a(a.rows() - 1, 0) = std::numeric_limits<Real>::infinity();
-     }},
-    {"zero", [](TestMatrix& a, Random&) { a.fill([](Index, Index) { return Complex(0.0, -0.0); }); }},
-};
-
 TEST(SvdBits, AreThoseOfThePlainRoutine)
 {
     const struct
@@ -126,7 +65,7 @@ TEST(SvdBits, AreThoseOfThePlainRoutine)
     } shapes[] = {{1, 1, 0},   {3, 2, 1},    {20, 20, 0},  {47, 47, 3},  {48, 48, 0},
                   {70, 50, 1}, {64, 64, 64}, {151, 63, 2}, {130, 97, 0}, {200, 120, 8}};
     Random random(99);
-    for (const Kind& kind : kKinds)
+    for (const MatrixKind& kind : kMatrixKinds)
         for (const auto& shape : shapes)
             for (const Integer job : {0, 11, 21, 20, 1}) {
                 TestMatrix a(shape.n, shape.p, shape.pad);
@@ -145,12 +84,22 @@ TEST(SvdBits, TheShiftHasATie)
     expect_same_bits("tie", a, 21, 0);
 }
 
+TEST(SvdBits, KeepValuesThatAreNotFinite)
+{
+    Random random(5);
+    TestMatrix a(70, 50);
+    kMatrixKinds[0].make(a, random);
+    a(69, 0) = std::numeric_limits<Real>::infinity();
+    a(35, 16) = std::numeric_limits<Real>::quiet_NaN();
+    expect_same_bits("not finite", a, 21, 0);
+}
+
 /// More rotations than the queue holds: a sweep is cut in two.
 TEST(SvdBits, SurviveAFullQueue)
 {
     Random random(4);
     TestMatrix a(320, 320);
-    a.fill_random(random);
+    kMatrixKinds[0].make(a, random);
     expect_same_bits("large", a, 1, 0);
 }
 
@@ -164,7 +113,7 @@ TEST(SvdBits, SweepsEqualSingleRotations)
         for (int turn = 0; turn < 300; ++turn) {
             const Index rows = 1 + random.below(40), columns = 2 + random.below(150);
             TestMatrix a(rows, columns, random.below(5));
-            a.fill_random(random);
+            kMatrixKinds[0].make(a, random);
             TestMatrix b(a);
             const Index count = 1 + random.below(static_cast<int>(kMaxSweeps));
             std::vector<std::vector<Rotation>> rotations(static_cast<std::size_t>(count));
