@@ -6,14 +6,11 @@
 #include "tests/support/random.h"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 #include <limits>
 #include <numbers>
 #include <numeric>
+#include <string>
 #include <vector>
-
-#include <sys/resource.h>
 
 namespace tessel::testing {
 namespace {
@@ -22,64 +19,59 @@ using Wide = std::complex<long double>;
 using Values = std::vector<Complex>;
 
 constexpr char kTooManyIterations[] = "Sub NAPACK_CZERO: too many iterations necessary !";
-constexpr char kNoStorage[] = "Sub NAPACK_CZERO: work storage not available !";
-constexpr Complex kSentinel(-7.25, 3.5);
 constexpr Real kNaN = std::numeric_limits<Real>::quiet_NaN();
 constexpr Real kInfinity = std::numeric_limits<Real>::infinity();
 constexpr Real kEpsilon = std::numeric_limits<Real>::epsilon();
 
-/// One call, with canaries around Z and behind W(1).
 struct Solution
 {
-    explicit Solution(const Values& coefficients)
+    explicit Solution(const Values& coefficients) : zeros(coefficients.size())
     {
         const auto n = static_cast<Integer>(coefficients.size());
-        Values room(coefficients.size() + 2, kSentinel), work(4, kSentinel);
-        Message message;
-        NAPACK_CZERO(room.data() + 1, coefficients.data(), n, work.data(), flag, message.data(), message.length());
-        EXPECT_EQ(room.front(), kSentinel);
-        EXPECT_EQ(room.back(), kSentinel);
-        EXPECT_EQ(work, (Values{Complex(n, 0.0), kSentinel, kSentinel, kSentinel}));
-        EXPECT_EQ(message.text(), padded(flag == 0 ? "" : kTooManyIterations));
-        EXPECT_TRUE(flag == 0 || flag == -1);
-        zeros.assign(room.begin() + 1, room.end() - 1);
+        Complex w;
+        const std::string message = status_of([&](Integer& flag, char* text, CharLen length) {
+            NAPACK_CZERO(zeros.data(), coefficients.data(), n, &w, flag, text, length);
+        });
+        found = message.empty();
+        EXPECT_EQ(message, found ? "" : kTooManyIterations);
     }
 
-    Integer flag = 77;
+    bool found;
     Values zeros;
 };
 
-/// Coefficients of the polynomial with these zeros, constant term first; in extended precision, rounded once.
-Values from_zeros(const Values& zeros)
+/// (z - zeros(1)) (z - zeros(2)) ... times a(1) + a(2) z + ..., constant term first.
+std::vector<Wide> expand(const std::vector<Wide>& zeros, std::vector<Wide> a = {1.0L})
 {
-    std::vector<Wide> a{1.0L};
-    for (const Complex& zero : zeros) {
+    for (const Wide& zero : zeros) {
         a.insert(a.begin(), 0.0L);
         for (std::size_t k = 0; k + 1 < a.size(); ++k)
-            a[k] -= Wide(zero) * a[k + 1];
+            a[k] -= zero * a[k + 1];
     }
+    return a;
+}
+
+/// Coefficients of the polynomial with these zeros; in extended precision, rounded once.
+Values from_zeros(const Values& zeros)
+{
+    const std::vector<Wide> a = expand({zeros.begin(), zeros.end()});
     return {a.begin(), a.end() - 1};
 }
 
-/// |p(z)| over the rounding bound n eps sum |a(k)| |z|^(k-1).
-Real scaled_residual(const Values& coefficients, const Complex& z)
-{
-    const Wide x(z);
-    Wide p = 1.0L;
-    long double bound = 1.0L;
-    for (auto a = coefficients.rbegin(); a != coefficients.rend(); ++a) {
-        p = p * x + Wide(*a);
-        bound = bound * std::abs(x) + std::abs(Wide(*a));
-    }
-    return static_cast<Real>(std::abs(p) / (bound * kEpsilon * static_cast<long double>(coefficients.size())));
-}
-
+/// Largest of |p(z)| over the rounding bound n eps sum |a(k)| |z|^(k-1).
 Real worst_residual(const Values& coefficients, const Values& zeros)
 {
-    Real worst = 0.0;
-    for (const Complex& z : zeros)
-        worst = std::max(worst, scaled_residual(coefficients, z));
-    return worst;
+    long double worst = 0.0L;
+    for (const Wide x : zeros) {
+        Wide p = 1.0L;
+        long double bound = 1.0L;
+        for (auto a = coefficients.rbegin(); a != coefficients.rend(); ++a) {
+            p = p * x + Wide(*a);
+            bound = bound * std::abs(x) + std::abs(Wide(*a));
+        }
+        worst = std::max(worst, std::abs(p) / bound);
+    }
+    return static_cast<Real>(worst) / (kEpsilon * static_cast<Real>(coefficients.size()));
 }
 
 /// Largest distance when every expected zero takes the nearest of those that are left, relative to its modulus.
@@ -104,41 +96,34 @@ Values roots_of(const Complex& c, int n) // of z^n = c
     return zeros;
 }
 
-struct Known
-{
-    const char* name;
-    Values zeros;
-    Real tolerance; // for the distance: what the conditioning of the zeros allows
-};
-
-std::vector<Known> known_zeros()
-{
-    Random random(11);
-    std::vector<Known> cases;
-    for (const std::size_t n : {3u, 4u, 7u, 12u})
-        cases.push_back({"random", random.complexes(n), 1e-9});
-    cases.push_back(
-        {"real and conjugate", {2.0, -3.0, 0.5, {1.0, 2.0}, {1.0, -2.0}, {-0.1, 0.3}, {-0.1, -0.3}}, 1e-11});
-    cases.push_back({"at the origin", {0.0, 0.0, 0.0, 1.0, {0.0, 2.0}, {-1.0, 1.0}}, 1e-13});
-    cases.push_back({"tiny to huge", {1e-12, {0.0, -1e-7}, {2e-3, 1e-3}, 1.0, {3e5, -4e5}, 1e11}, 1e-12});
-    cases.push_back({"on one circle and far out", {1e150, {0.0, 1e-150}, 1.0, {0.0, 1.0}}, 1e-13});
-    cases.push_back({"double", {1.0, 1.0, {0.0, 2.0}, -3.0}, 1e-6});
-    cases.push_back({"triple", {{1.0, 1.0}, {1.0, 1.0}, {1.0, 1.0}, -2.0, 0.5}, 3e-4});
-    cases.push_back({"cluster", {1.0, 1.0001, {1.0, 0.0001}, -2.0, {0.0, 3.0}}, 1e-6});
-    Values wilkinson(15);
-    std::iota(wilkinson.begin(), wilkinson.end(), 1.0);
-    cases.push_back({"Wilkinson", wilkinson, 1e-3});
-    return cases;
-}
-
 TEST(PolynomialZeros, AreFoundAgain)
 {
-    for (const auto& [name, zeros, tolerance] : known_zeros()) {
+    Random random(11);
+    Values wilkinson(15);
+    std::iota(wilkinson.begin(), wilkinson.end(), 1.0);
+    const struct
+    {
+        const char* name;
+        Values zeros;
+        Real tolerance; // for the distance: what the conditioning of the zeros allows
+    } cases[] = {
+        {"three", random.complexes(3), 1e-9},
+        {"twelve", random.complexes(12), 1e-9},
+        {"real and conjugate", {2.0, -3.0, 0.5, {1.0, 2.0}, {1.0, -2.0}, {-0.1, 0.3}, {-0.1, -0.3}}, 1e-11},
+        {"at the origin", {0.0, 0.0, 0.0, 1.0, {0.0, 2.0}, {-1.0, 1.0}}, 1e-13},
+        {"tiny to huge", {1e-12, {0.0, -1e-7}, {2e-3, 1e-3}, 1.0, {3e5, -4e5}, 1e11}, 1e-12},
+        {"on one circle and far out", {1e150, {0.0, 1e-150}, 1.0, {0.0, 1.0}}, 1e-13},
+        {"double", {1.0, 1.0, {0.0, 2.0}, -3.0}, 1e-6},
+        {"triple", {{1.0, 1.0}, {1.0, 1.0}, {1.0, 1.0}, -2.0, 0.5}, 3e-4},
+        {"cluster", {1.0, 1.0001, {1.0, 0.0001}, -2.0, {0.0, 3.0}}, 1e-6},
+        {"Wilkinson", wilkinson, 1e-3},
+    };
+    for (const auto& [name, zeros, tolerance] : cases) {
         const Values coefficients = from_zeros(zeros);
         const Solution solution(coefficients);
-        ASSERT_EQ(solution.flag, 0) << name;
-        EXPECT_LE(distance(solution.zeros, zeros), tolerance) << name << ", degree " << zeros.size();
-        EXPECT_LE(worst_residual(coefficients, solution.zeros), 100.0) << name << ", degree " << zeros.size();
+        ASSERT_TRUE(solution.found) << name;
+        EXPECT_LE(distance(solution.zeros, zeros), tolerance) << name;
+        EXPECT_LE(worst_residual(coefficients, solution.zeros), 100.0) << name;
     }
 }
 
@@ -151,54 +136,32 @@ TEST(PolynomialZeros, RootsOfUnityAndOfAnyNumber)
             Values coefficients(static_cast<std::size_t>(n), 0.0);
             coefficients[0] = -c;
             const Solution solution(coefficients);
-            ASSERT_EQ(solution.flag, 0) << n << " " << c;
+            ASSERT_TRUE(solution.found) << n << " " << c;
             EXPECT_LE(distance(solution.zeros, roots_of(c, n)), n <= 64 ? 1e-10 : 1e-8) << n << " " << c;
         }
 }
 
 TEST(PolynomialZeros, LeaveResidualsOfRoundingAlone)
 {
-    struct Group
+    const struct
     {
         std::size_t degree;
         int count;
-        Real bound; // in units of the rounding bound: division adds to it as the degree grows
-    };
+        Real decades; // of the coefficients, up and down
+        Real bound;   // in units of the rounding bound: division adds to it as the degree grows
+    } groups[] = {{3, 500, 0, 10},   {5, 500, 0, 20},   {10, 300, 0, 100}, {20, 100, 0, 1e3},       {50, 20, 0, 1e4},
+                  {100, 8, 0, 1e5},  {200, 3, 0, 1e5},  {3, 150, 10, 100}, {6, 150, 10, 100},       {12, 150, 10, 100},
+                  {3, 150, 40, 100}, {4, 150, 40, 100}, {9, 150, 40, 100}, {40, 150, 40, kInfinity}};
     Random random(12);
-    for (const auto& [degree, count, bound] : {Group{3, 500, 10.0},
-                                               {5, 500, 20.0},
-                                               {10, 300, 100.0},
-                                               {20, 100, 1e3},
-                                               {50, 20, 1e4},
-                                               {100, 8, 1e5},
-                                               {200, 3, 1e5}})
+    for (const auto& [degree, count, decades, bound] : groups)
         for (int i = 0; i < count; ++i) {
             Values coefficients = random.complexes(degree);
-            if (i % 2 == 1) // real ones
-                for (Complex& a : coefficients)
-                    a = a.real();
+            for (Complex& a : coefficients)
+                a = std::pow(10.0, random.uniform(-decades, decades)) * (i % 2 == 1 ? Complex(a.real()) : a);
             const Solution solution(coefficients);
-            ASSERT_EQ(solution.flag, 0) << "degree " << degree << ", no. " << i;
+            ASSERT_TRUE(solution.found) << "degree " << degree << ", no. " << i;
             EXPECT_LE(worst_residual(coefficients, solution.zeros), bound) << "degree " << degree << ", no. " << i;
         }
-}
-
-TEST(PolynomialZeros, TakeCoefficientsOverManyDecades)
-{
-    Random random(13);
-    for (const Real decades : {10.0, 40.0})
-        for (const std::size_t degree : {3u, 4u, 6u, 9u, 12u, 20u, 40u})
-            for (int i = 0; i < 150; ++i) {
-                Values coefficients = random.complexes(degree);
-                for (Complex& a : coefficients)
-                    a *= std::pow(10.0, random.uniform(-decades, decades));
-                const Solution solution(coefficients);
-                ASSERT_EQ(solution.flag, 0) << "degree " << degree << ", no. " << i;
-                if (degree <= 12) {
-                    EXPECT_LE(worst_residual(coefficients, solution.zeros), 100.0)
-                        << "degree " << degree << ", no. " << i;
-                }
-            }
 }
 
 /// Eigenvalues of the companion matrix.
@@ -233,15 +196,7 @@ TEST(PolynomialZeros, AgreeWithEigenvaluesOfTheCompanionMatrix)
 
 TEST(PolynomialZeros, DegreesBelowThreeAreClosed)
 {
-    for (const Integer degree : {-5, 0, 1}) {
-        const Complex coefficient(2.5, -1.0);
-        Complex z = kSentinel, w = kSentinel;
-        expect_status(0, "", [&](Integer& flag, char* text, CharLen length) {
-            NAPACK_CZERO(&z, &coefficient, degree, &w, flag, text, length);
-        });
-        EXPECT_EQ(z, Complex(-2.5, 1.0));
-        EXPECT_EQ(w, Complex(degree, 0.0));
-    }
+    EXPECT_EQ(Solution({Complex(2.5, -1.0)}).zeros, Values{Complex(-2.5, 1.0)});
     EXPECT_EQ(Solution({6.0, -5.0}).zeros, (Values{2.0, 3.0})) << "the larger is the second";
     EXPECT_EQ(Solution({0.0, Complex(3.0, 4.0)}).zeros, (Values{0.0, Complex(-3.0, -4.0)})) << "no zero is split off";
     EXPECT_EQ(Solution({4.0, 0.0}).zeros, (Values{Complex(0.0, -2.0), Complex(0.0, 2.0)})) << "ties take the plus";
@@ -249,7 +204,7 @@ TEST(PolynomialZeros, DegreesBelowThreeAreClosed)
     const Solution extreme({-1e-300, 1e300});
     EXPECT_EQ(extreme.zeros[1], -1e300);
     EXPECT_EQ(extreme.zeros[0], 0.0);
-    EXPECT_EQ(Solution({1e-320, -1e-160}).flag, 0);
+    EXPECT_TRUE(Solution({kNaN, kInfinity}).found) << "the closed form has no failure";
 }
 
 TEST(PolynomialZeros, FillTheArrayFromTheHighEnd)
@@ -268,147 +223,51 @@ TEST(PolynomialZeros, FillTheArrayFromTheHighEnd)
 TEST(PolynomialZeros, FailureKeepsWhatWasFoundAndWhatIsLeft)
 {
     // The no-shift steps overflow; before them two zeros at the origin are split off.
-    const Values coefficients{0.0, 0.0, -1.2e97, -8.3e-47, 0.0, 0.0};
-    Values z(coefficients.size());
-    Complex w;
-    const Integer n = 6;
-    expect_status(-1, kTooManyIterations, [&](Integer& flag, char* text, CharLen length) {
-        NAPACK_CZERO(z.data(), coefficients.data(), n, &w, flag, text, length);
-    });
-    EXPECT_EQ(z, (Values{-1.2e97, -8.3e-47, 0.0, 0.0, 0.0, 0.0}));
-    EXPECT_EQ(w, Complex(6.0, 0.0));
-}
+    const Solution overflow({0.0, 0.0, -1.2e97, -8.3e-47, 0.0, 0.0});
+    EXPECT_FALSE(overflow.found);
+    EXPECT_EQ(overflow.zeros, (Values{-1.2e97, -8.3e-47, 0.0, 0.0, 0.0, 0.0}));
 
-/// Whether z(1..left) as coefficients times the factors of z(left+1..n) is the polynomial, term by term.
-bool is_factored(const Values& z, std::size_t left, const Values& coefficients)
-{
-    std::vector<Wide> a(z.begin(), z.begin() + static_cast<std::ptrdiff_t>(left));
-    std::vector<long double> size;
-    a.emplace_back(1.0L);
-    for (const Wide& value : a)
-        size.push_back(std::abs(value));
-    for (std::size_t i = left; i < z.size(); ++i) {
-        a.insert(a.begin(), 0.0L);
-        size.insert(size.begin(), 0.0L);
-        for (std::size_t k = 0; k + 1 < a.size(); ++k) {
-            a[k] -= Wide(z[i]) * a[k + 1];
-            size[k] += std::abs(Wide(z[i])) * size[k + 1];
-        }
-    }
-    for (std::size_t k = 0; k < coefficients.size(); ++k)
-        if (!(std::abs(a[k] - Wide(coefficients[k])) <= 1e-8L * size[k]))
-            return false;
-    return true;
-}
-
-TEST(PolynomialZeros, FailureInTheMiddleLeavesAFactorisation)
-{
+    // Z(1..left) as coefficients times the factors of Z(left+1..n) is the polynomial, term by term.
+    const auto is_factored = [](const Values& z, std::ptrdiff_t left, const Values& coefficients) {
+        std::vector<Wide> quotient(z.begin(), z.begin() + left), zeros(z.begin() + left, z.end());
+        quotient.emplace_back(1.0L);
+        const std::vector<Wide> product = expand(zeros, quotient);
+        for (Wide& value : quotient)
+            value = std::abs(value);
+        for (Wide& zero : zeros)
+            zero = -std::abs(zero);
+        const std::vector<Wide> size = expand(zeros, quotient);
+        for (std::size_t k = 0; k < coefficients.size(); ++k)
+            if (!(std::abs(product[k] - Wide(coefficients[k])) <= 1e-8L * size[k].real()))
+                return false;
+        return true;
+    };
     Random random(15);
     int partly_done = 0;
     for (int i = 0; i < 1500; ++i) {
         Values coefficients = random.complexes(6);
         for (Complex& a : coefficients)
             a *= std::pow(10.0, random.uniform(-150.0, 150.0));
-        const Solution solution(coefficients);
-        if (solution.flag == 0 || solution.zeros == coefficients)
+        const auto [found, zeros] = Solution(coefficients);
+        if (found || zeros == coefficients)
             continue;
         ++partly_done;
-        bool factored = false;
-        for (std::size_t left = 3; left < 6; ++left)
-            factored = factored || is_factored(solution.zeros, left, coefficients);
-        EXPECT_TRUE(factored) << "no. " << i;
+        EXPECT_TRUE(is_factored(zeros, 3, coefficients) || is_factored(zeros, 4, coefficients) ||
+                    is_factored(zeros, 5, coefficients))
+            << "no. " << i;
     }
     EXPECT_GT(partly_done, 10);
 }
 
 TEST(PolynomialZeros, CoefficientsThatAreNotFiniteAreReported)
 {
-    for (const std::size_t degree : {3u, 4u, 9u})
+    for (const std::size_t degree : {3u, 9u})
         for (std::size_t k = 0; k < degree; ++k)
-            for (const Complex& value : {Complex(kNaN, 1.0), Complex(1.0, -kInfinity), Complex(kInfinity, kNaN)}) {
+            for (const Complex& value : {Complex(kNaN, 1.0), Complex(1.0, -kInfinity), Complex(1.7e308, 1.7e308)}) {
                 Values coefficients = Random(16).complexes(degree);
                 coefficients[k] = value;
-                EXPECT_EQ(Solution(coefficients).flag, -1) << "degree " << degree << ", coefficient " << k + 1;
+                EXPECT_FALSE(Solution(coefficients).found) << "degree " << degree << ", coefficient " << k + 1;
             }
-    EXPECT_EQ(Solution({kNaN, kInfinity}).flag, 0) << "the closed form has no failure";
-    EXPECT_EQ(Solution({1.0, Complex(1.7e308, 1.7e308), 1.0}).flag, -1) << "finite, but of infinite size";
-}
-
-TEST(PolynomialZeros, EveryCallReturns)
-{
-    // clang-format off
-    const Real special[] = {0.0, -0.0, 1.0, -1.0, kInfinity, -kInfinity, kNaN, 5e-324, -1e-310, 2.2e-308, 1.7e308, -1.7e308,
-                            1e300, 1e-300, 1e154, 1e-154, 1e97, 1e-162, 65536.0, 0x1p-16};
-    // clang-format on
-    Random random(17);
-    const auto any = [&] { return special[random.below(std::size(special))]; };
-    for (int i = 0; i < 6000; ++i) {
-        Values coefficients = random.complexes(static_cast<std::size_t>(1 + random.below(i % 100 == 0 ? 40 : 9)));
-        for (Complex& a : coefficients) {
-            if (i % 4 == 0 || (i % 4 == 1 && random.below(3) == 0))
-                a = Complex(any(), any());
-            else if (i % 4 == 2)
-                a *= std::pow(10.0, random.uniform(-320.0, 308.0));
-            else if (i % 4 == 3)
-                a = Complex(random.below(3) - 1, random.below(3) - 1);
-        }
-        const Solution solution(coefficients);
-        if (i % 4 == 3) {
-            EXPECT_EQ(solution.flag, 0) << "no. " << i;
-        }
-    }
-}
-
-TEST(PolynomialZeros, DoNotDependOnEarlierCalls)
-{
-    Random random(18);
-    std::vector<Values> polynomials;
-    for (int i = 0; i < 60; ++i)
-        polynomials.push_back(random.complexes(static_cast<std::size_t>(3 + random.below(30))));
-    polynomials.push_back(Values(16, kNaN)); // gives up in between
-    const auto same_bits = [](const Complex& a, const Complex& b) {
-        return std::bit_cast<std::uint64_t>(a.real()) == std::bit_cast<std::uint64_t>(b.real()) &&
-               std::bit_cast<std::uint64_t>(a.imag()) == std::bit_cast<std::uint64_t>(b.imag());
-    };
-    std::vector<Values> first;
-    for (const Values& polynomial : polynomials)
-        first.push_back(Solution(polynomial).zeros);
-    for (std::size_t i = polynomials.size(); i-- > 0;) {
-        const Values again = Solution(polynomials[i]).zeros;
-        EXPECT_TRUE(std::equal(again.begin(), again.end(), first[i].begin(), same_bits)) << "polynomial " << i;
-    }
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST(PolynomialZerosDeathTest, MissingStorageIsReported)
-{
-    // The child leaves with 0 if the call reports, with its address space cut to what it has.
-    const auto child = [] {
-        const Integer n = 3'000'000; // 5 GB
-        Values coefficients(n, 1.0), z(n);
-        Complex w;
-        Message message(60);
-        Integer flag = 77;
-        const rlimit limit{1u << 30, 1u << 30};
-        if (setrlimit(RLIMIT_AS, &limit) != 0)
-            std::_Exit(2);
-        NAPACK_CZERO(z.data(), coefficients.data(), n, &w, flag, message.data(), message.length());
-        const bool reported = flag == -1 && message.text() == padded(kNoStorage, 60) && z == coefficients;
-        std::_Exit(reported ? 0 : 1);
-    };
-    EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
-}
-#endif
-
-/// (z - s) q(z), n + 1 coefficients; q has n.
-std::vector<Wide> times_factor(const Values& q, const Complex& s)
-{
-    std::vector<Wide> product(q.size() + 1);
-    for (std::size_t k = 0; k < q.size(); ++k) {
-        product[k + 1] += Wide(q[k]);
-        product[k] -= Wide(s) * Wide(q[k]);
-    }
-    return product;
 }
 
 Wide value_at(const Values& a, const Wide& z, Wide leading)
@@ -430,7 +289,7 @@ void expect_h_step(const Values& p, const Values& given, const Values& h, const 
     const Wide ps = value_at(p, Wide(s), 1.0L), t = ps / value_at(h, Wide(s), 0.0L);
     const Wide scale = r > 1.0 ? std::pow(Wide(s), n) : Wide(1.0L);
     EXPECT_LE(std::abs(Wide(value) - ps / scale), 1e-14L * n) << s;
-    const std::vector<Wide> product = times_factor(next, s);
+    const std::vector<Wide> product = expand({Wide(s)}, {next.begin(), next.end()});
     for (std::size_t k = 0; k < p.size(); ++k) {
         const long double size = std::abs(Wide(p[k])) + std::abs(t * Wide(h[k])) + std::abs(product[k]) + std::abs(s);
         EXPECT_LE(std::abs(product[k] - (Wide(p[k]) - t * Wide(h[k]))), 1e-13L * size)
