@@ -8,6 +8,8 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <string>
+#include <type_traits>
 #include <vector>
 
 namespace tessel::testing {
@@ -114,7 +116,9 @@ TEST(LegendreTable, TakesRealArgumentsOfTheIntervalAlone)
         extend(p, x, 0, 3, 0, "Sub NEW_PN0UOX: input parameters out of bounds !");
     EXPECT_EQ(table(Complex(3.0, 0.0), 2)[2], Complex(13.0, 0.0)) << "a complex argument has no bound";
     std::vector<Complex> q(8);
-    extend(q, Complex(0.5), 0, 8, 0, "Sub NEW_PN0UOZ: input parameters out of bounds !");
+    const Integer refused[][3] = {{-1, 3, 0}, {4, 3, 0}, {0, 8, 0}, {1, 3, 1}}; // N1, N2, CONT
+    for (const auto& [n1, n2, cont] : refused)
+        extend(q, Complex(0.5), n1, n2, cont, "Sub NEW_PN0UOZ: input parameters out of bounds !");
 }
 
 } // namespace
