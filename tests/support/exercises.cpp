@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cfenv>
 #include <cmath>
 #include <initializer_list>
 #include <string_view>
@@ -43,6 +44,13 @@ bool same_bits(const Complex* x, const Complex* y, Index count)
     return std::equal(x, x + count, y, [&](const Complex& a, const Complex& b) {
         return same(a.real(), b.real()) && same(a.imag(), b.imag());
     });
+}
+
+/// The plain routines give the same bits when results are rounded to nearest. Otherwise the modulus of a real number,
+/// which they take and which is rounded twice, can differ from the absolute value.
+bool equals_plain()
+{
+    return std::fegetround() == FE_TONEAREST;
 }
 
 /// The status pair of one call.
@@ -131,15 +139,17 @@ std::uint64_t exercise_fit(Random& random, Room& room)
     }
     std::vector<Complex> plain_residue(extent(m)), plain_pole(extent(m));
     Real plain_measure[5] = {};
-    const bool success = plain_fit(n, samples, dt, m, plain_residue.data(), plain_pole.data(), plain_measure);
+    const bool plain_success = plain_fit(n, samples, dt, m, plain_residue.data(), plain_pole.data(), plain_measure);
+    const bool success = equals_plain() ? plain_success : *status.flag == 0;
     status.check(success, {kFitTexts[0], kFitTexts[1]});
     const std::size_t written = success ? extent(m) : 0;
     require(Room::untouched(residue, written, room_for_poles), "residues were written that are none");
     require(Room::untouched(pole, extent(m), room_for_poles), "poles were written that are none");
     if (success) {
-        require(same_bits(residue, plain_residue.data(), m) && same_bits(pole, plain_pole.data(), m),
+        require(!equals_plain() ||
+                    (same_bits(residue, plain_residue.data(), m) && same_bits(pole, plain_pole.data(), m)),
                 "the fit differs from the plain one");
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 5 && equals_plain(); ++i)
             require(same_bits(std::array{Complex(measure[i])}.data(), std::array{Complex(plain_measure[i])}.data(), 1),
                     "a measure differs from that of the plain fit");
         check_measures(measure, y);
@@ -239,9 +249,9 @@ std::uint64_t exercise_svd(Random& random, Room& room)
     std::vector<Complex> x0(matrix), own(in_place ? 0 : extent(Index{ld} * left)), s0(extent(p)), e0(extent(p)),
         v0(extent(Index{ldv} * p)), scratch(extent(n));
     std::vector<Complex>& u0 = in_place ? x0 : own;
-    require(plain_svd(job, n, p, x0.data(), ld, u0.data(), ld, s0.data(), v0.data(), ldv, scratch.data(), e0.data()) ==
-                *info,
-            "INFO differs from that of the plain routine");
+    const Integer info0 =
+        plain_svd(job, n, p, x0.data(), ld, u0.data(), ld, s0.data(), v0.data(), ldv, scratch.data(), e0.data());
+    require(info0 == *info || !equals_plain(), "INFO differs from that of the plain routine");
     bool same = same_bits(s, s0.data(), p) && same_bits(e, e0.data(), p);
     if (job / 10 % 10 != 0)
         for (Index j = 0; j < left; ++j)
@@ -249,7 +259,7 @@ std::uint64_t exercise_svd(Random& random, Room& room)
     if (job % 10 != 0)
         for (Index j = 0; j < p; ++j)
             same = same && same_bits(v + j * ldv, v0.data() + j * ldv, p);
-    require(same, "the decomposition differs from the plain one");
+    require(same || !equals_plain(), "the decomposition differs from the plain one");
 
     // What came out, or what lies there, goes into a back-substitution.
     const Integer rows = breaks_bounds(random) ? ld + 1 : n;
