@@ -29,10 +29,13 @@ class Matrix
 {
 public:
     constexpr Matrix(T* first, Index leading_dimension) noexcept : first_(first), ld_(leading_dimension) {}
+    /// The same matrix, to be read only.
+    constexpr operator Matrix<const T>() const noexcept { return {first_, ld_}; }
 
     constexpr T& operator()(Index i, Index j) const noexcept { return first_[(i - 1) + (j - 1) * ld_]; }
     /// Address of a(i, j): the start of the slice a(i.., j).
     constexpr T* from(Index i, Index j) const noexcept { return first_ + ((i - 1) + (j - 1) * ld_); }
+    constexpr Index leading_dimension() const noexcept { return ld_; }
     constexpr Vector<T> column(Index j) const noexcept { return Vector<T>(from(1, j)); }
 
 private:

@@ -23,10 +23,6 @@ using fortran::zswap;
 /// QR steps that one singular value may take.
 constexpr Index kMaxQrSteps = 30;
 
-/// Columns from which rotations are kept and applied together: below, the columns stay in the cache, and rotating them
-/// at once overlaps with the scalar recurrence.
-constexpr Index kDeferredFrom = 48;
-
 /// Exact zero in the sense of the cheap modulus; a NaN is not zero.
 bool is_zero(const Complex& z)
 {
@@ -57,8 +53,8 @@ public:
           s(values),
           e(superdiagonal),
           work(scratch),
-          left(left_matrix, rows, columns >= kDeferredFrom),
-          right(right_matrix, columns, columns >= kDeferredFrom)
+          left(left_matrix, rows, columns),
+          right(right_matrix, columns, columns)
     {
         const Index left_code = job % 100 / 10; // both remainders keep the sign of job
         wantu = left_code != 0;
@@ -160,7 +156,7 @@ void Decomposition::reflect_column(Index l)
     s(l) = make_reflection(n - l + 1, x.from(l, l));
     const bool reflects = !is_zero(s(l));
     s(l) = -s(l);
-    for (Index j = l + 1; j <= p; ++j) {
+    for (Index j = p; j > l; --j) {
         update_column(l, j);
         if (reflects)
             apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));

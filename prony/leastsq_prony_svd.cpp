@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 
 namespace tessel {
 
@@ -31,32 +33,51 @@ struct Call
 };
 
 /// The work arrays of a fit of n samples and m exponentials, in one block. The block is sized by the declared lengths;
-/// the arrays stand close together in it, so that no more pages are touched than the fit needs.
+/// the arrays stand close together in it, so that no more pages are touched than the fit needs. Every array and every
+/// column of a matrix starts at a line of the cache, which the operations on columns are faster for.
 class WorkStorage
 {
+    static constexpr std::size_t kLine = 64 / sizeof(Complex); // a line of the cache, in elements
+
+    static constexpr std::size_t lines(std::size_t count) { return (count + kLine - 1) / kLine * kLine; }
+
     static std::size_t extent(std::size_t ndim, std::size_t mmax)
     {
         // At most 3 (2^31)^2 and some: representable. What it takes in bytes is for the allocation to refuse.
-        return 2 * ndim * mmax + mmax * mmax + 4 * ndim + 8 * mmax + 2;
+        const std::size_t rows = lines(ndim), columns = lines(mmax + 1);
+        return 2 * rows * mmax + columns * mmax + 4 * rows + 8 * columns + kLine;
     }
 
     WorkArray<Complex> block;
-    Complex* next = block.data();
+    Complex* next = align(block.data());
+
+    static Complex* align(Complex* first)
+    {
+        const auto address = reinterpret_cast<std::uintptr_t>(first); // a multiple of the size of an element
+        return first == nullptr ? nullptr : first + (lines(address / sizeof(Complex)) - address / sizeof(Complex));
+    }
 
     Complex* take(Index count)
     {
         Complex* const first = next;
         if (next != nullptr)
-            next += count;
+            next += lines(static_cast<std::size_t>(count));
         return first;
+    }
+
+    Matrix<Complex> take_matrix(Index rows, Index columns)
+    {
+        constexpr std::size_t most = std::numeric_limits<Integer>::max(); // that a leading dimension can be
+        const auto ld = static_cast<Index>(std::min(lines(static_cast<std::size_t>(rows)), most));
+        return {take(ld * columns), ld};
     }
 
 public:
     WorkStorage(std::size_t ndim, std::size_t mmax, Index n, Index m)
         : block(extent(ndim, mmax)),
-          a(take(n * m), n),
-          f(take(n * m), n),
-          v(take(m * m), m),
+          a(take_matrix(n, m)),
+          f(take_matrix(n, m)),
+          v(take_matrix(m, m)),
           b(take(n)),
           work(take(n)),
           product(take(n)),
@@ -114,18 +135,18 @@ void multiply_matrix(Index rows, Index m, const Matrix<const Complex>& a, const 
     }
 }
 
-/// Solves A x = b, in the work arrays of a fit of n samples, with each of the thresholds and returns the column of w.x
+/// Solves A x = b, in the work arrays of a fit, with each of the thresholds and returns the column of w.x
 /// that holds the solution to keep: the one of the smallest residual, the lower pass on a tie; a residual that is not a
 /// number never wins. Its product A x is left in w.model. Returns 0 if a routine failed, whose status then stands.
 ///
 /// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before has
 /// its solution and its residual: it cannot win and is not carried out.
-Index solve_truncated(const Call& call, WorkStorage& w, Integer n, Integer rows, Integer m,
-                      const Matrix<const Complex>& a, const Complex* b)
+Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m, const Matrix<const Complex>& a,
+                      const Complex* b)
 {
     for (Index j = 1; j <= m; ++j)
         std::copy_n(a.from(1, j), rows, w.f.from(1, j));
-    const Integer ldf = n, ldv = m;
+    const auto ldf = static_cast<Integer>(w.f.leading_dimension()), ldv = static_cast<Integer>(w.v.leading_dimension());
     Integer info = 0; // a failure shows in the flag as well
     SLATEC_CSVDC(kSvdJob, rows, m, w.f.from(1, 1), ldf, w.f.from(1, 1), ldf, w.sv.from(1), w.v.from(1, 1), ldv,
                  w.work.from(1), w.e.from(1), info, call.flag, call.message, call.message_length);
@@ -228,7 +249,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     const Matrix<const Complex> prediction(y.from(m), -1);
     for (Index i = 1; i <= n - m; ++i)
         w.b(i) = -y(m + i);
-    Index best = solve_truncated(call, w, n, n - m, m, prediction, w.b.from(1));
+    Index best = solve_truncated(call, w, n - m, m, prediction, w.b.from(1));
     if (best == 0)
         return;
 
@@ -248,7 +269,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     // Stage 2, residues: sum_j c_j z_j^(k-1) = y(k), k = 1..n. The product of this matrix with the residues is the
     // model at the samples: it is made of the discrete poles, not of exp(pole dt).
     build_vandermonde(n, m, w.zr, w.a);
-    best = solve_truncated(call, w, n, n, m, Matrix<const Complex>(w.a.from(1, 1), n), Y);
+    best = solve_truncated(call, w, n, m, w.a, Y);
     if (best == 0)
         return;
     std::copy_n(w.x.from(1, best), m, residue.from(1));

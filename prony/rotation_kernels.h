@@ -1,7 +1,4 @@
-/// The kernels of apply_sweeps on a packed panel, one set for each vector width.
-///
-/// A panel is a stretch of kPanelRows rows of the matrix. Its columns lie one behind the other, packed, in a ring of
-/// kRingColumns columns: column j stands at place j mod kRingColumns.
+/// The kernels of a diagonal front of rotations, one set for each vector width.
 #pragma once
 
 #include <cstddef>
@@ -14,19 +11,15 @@ struct Rotation
     double c, s;
 };
 
-constexpr std::ptrdiff_t kPanelRows = 16; // complex values: 256 bytes a column
-constexpr std::ptrdiff_t kPanelDoubles = 2 * kPanelRows;
-constexpr std::ptrdiff_t kRingColumns = 64; // a power of two; 16 KiB in all
+/// Most rotations of one front.
+constexpr std::ptrdiff_t kMaxFront = 4;
 
 struct RotationKernels
 {
-    /// Rotations a[0], a[1], ... of columns k, k+1 for k = first..end-1.
-    void (*single)(double* ring, std::ptrdiff_t first, std::ptrdiff_t end, const Rotation* a);
-    /// Two sweeps in a diagonal front: for k = first..end-1 the next rotation of `a` on columns k, k+1, then the next
-    /// rotation of `b` on columns k-1, k. A column is loaded once and stored once for both.
-    void (*pair)(double* ring, std::ptrdiff_t first, std::ptrdiff_t end, const Rotation* a, const Rotation* b);
-    /// One rotation of two columns of n doubles anywhere; n is even.
-    void (*columns)(std::ptrdiff_t n, double* x, double* y, double c, double s);
+    /// front[count - 1] applies `count` rotations, one after the other: rotation[i] to x = column k - i and
+    /// y = column k - i + 1. `last` is column k + 1, of n doubles, n even; column j starts `stride` doubles behind
+    /// column j - 1. Every column is loaded and stored once.
+    void (*front[kMaxFront])(std::ptrdiff_t n, double* last, std::ptrdiff_t stride, const Rotation* rotation);
 };
 
 extern const RotationKernels kBaselineKernels;

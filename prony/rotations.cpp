@@ -20,60 +20,6 @@ const RotationKernels* kernels_for(VectorWidth width)
 
 const RotationKernels* kernels = kernels_for(widest_vectors());
 
-/// Columns by which the front moves on in one go. Behind it stand the columns that later sweeps still need.
-constexpr Index kTileColumns = 40;
-static_assert(kTileColumns + kMaxSweeps + 1 <= kRingColumns);
-
-/// One panel of rows, packed as far as the front needs it.
-class Panel
-{
-public:
-    Panel(const Matrix<Complex>& matrix, Index first_row, Index row_count) : a(matrix), row(first_row), rows(row_count)
-    {
-        if (rows < kPanelRows)
-            std::fill(std::begin(ring), std::end(ring), 0.0); // rows that are worked on, though there are none
-    }
-
-    void pack(Index j)
-    {
-        const Complex* const from = a.from(row, j);
-        std::copy_n(reinterpret_cast<const double*>(from), 2 * rows, place(j));
-    }
-    void unpack(Index j) { std::copy_n(place(j), 2 * rows, reinterpret_cast<double*>(a.from(row, j))); }
-
-    /// Rotations first..end-1 of one sweep.
-    void apply(const Sweep& sweep, Index first, Index end)
-    {
-        if (first < end)
-            kernels->single(ring, first, end, sweep.rotation + (first - sweep.first));
-    }
-
-    /// Rotations first_a..end_a-1 of sweep a, then first_b..end_b-1 of sweep b. Rotation k of b needs those up to
-    /// k + 1 of a; where the two run side by side, they go together.
-    void apply(const Sweep& sweep_a, Index first_a, Index end_a, const Sweep& sweep_b, Index first_b, Index end_b)
-    {
-        const Index first = std::max(first_a, first_b + 1), end = std::min(end_a, end_b + 1);
-        if (first >= end) {
-            apply(sweep_a, first_a, end_a);
-            apply(sweep_b, first_b, end_b);
-            return;
-        }
-        apply(sweep_a, first_a, first);
-        apply(sweep_b, first_b, first - 1);
-        kernels->pair(ring, first, end, sweep_a.rotation + (first - sweep_a.first),
-                      sweep_b.rotation + (first - 1 - sweep_b.first));
-        apply(sweep_a, end, end_a);
-        apply(sweep_b, end - 1, end_b);
-    }
-
-private:
-    double* place(Index j) { return ring + (j & (kRingColumns - 1)) * kPanelDoubles; }
-
-    Matrix<Complex> a;
-    Index row, rows;
-    alignas(64) double ring[kRingColumns * kPanelDoubles];
-};
-
 } // namespace
 
 VectorWidth widest_vectors()
@@ -93,43 +39,88 @@ void use_vectors(VectorWidth width)
 
 void rotate_columns(Index n, Complex* x, Complex* y, Rotation rotation)
 {
-    kernels->columns(2 * n, reinterpret_cast<double*>(x), reinterpret_cast<double*>(y), rotation.c, rotation.s);
+    double* const right = reinterpret_cast<double*>(y);
+    kernels->front[0](2 * n, right, right - reinterpret_cast<double*>(x), &rotation);
 }
 
-void apply_sweeps(const Matrix<Complex>& a, Index rows, const Sweep* sweeps, Index count)
+RotationQueue::RotationQueue(const Matrix<Complex>& matrix, Index rows, Index columns)
+    : matrix_(matrix), rows_(rows), row_(rows + 1)
 {
-    if (count == 0)
-        return;
-    Index lowest = sweeps[0].first, highest = sweeps[0].end; // columns touched
-    for (Index i = 1; i < count; ++i) {
-        lowest = std::min(lowest, sweeps[i].first);
-        highest = std::max(highest, sweeps[i].end);
+    const auto fits = [columns](Index depth, Index batches) {
+        return batches * depth * (columns + depth) <= kCapacity;
+    };
+    depth_ = columns < kDeferredFrom ? 0 : kMaxFront;
+    while (depth_ > 0 && !fits(depth_, 1))
+        --depth_;
+    overlapped_ = depth_ > 0 && fits(depth_, 2);
+    made_.rotation = rotation_;
+    applied_.rotation = rotation_ + (overlapped_ ? kCapacity / 2 : 0);
+    // A slice of the rows for each sweep but one: the front is through when the next batch is there.
+    slice_ = (rows / (kMaxFront - 1) + 4) / 4 * 4;
+}
+
+void RotationQueue::hand_over()
+{
+    finish();
+    std::swap(made_, applied_);
+    made_.sweeps = 0;
+    row_ = 1;
+    begin_ = full_begin_ = applied_.begins[0];
+    end_ = full_end_ = applied_.ends[0];
+    for (Index i = 1; i < applied_.sweeps; ++i) {
+        begin_ = std::min(begin_, applied_.begins[i]);
+        full_begin_ = std::max(full_begin_, applied_.begins[i]);
+        end_ = std::max(end_, applied_.ends[i]);
+        full_end_ = std::min(full_end_, applied_.ends[i]);
     }
+    position_ = begin_;
+    if (!overlapped_)
+        finish();
+}
 
-    for (Index row = 1; row <= rows; row += kPanelRows) {
-        Panel panel(a, row, std::min(kPanelRows, rows - row + 1));
-        Index packed = lowest, unpacked = lowest; // the next columns to go in and out
+void RotationQueue::advance()
+{
+    const Index rows = std::min(slice_, rows_ - row_ + 1);
+    const Index stride = 2 * matrix_.leading_dimension();
+    const Rotation* const rotation = applied_.rotation + (position_ - 1) * depth_;
+    const auto apply = [&](Index i, Index count) {
+        auto* const last = reinterpret_cast<double*>(matrix_.from(row_, position_ - i + 1));
+        kernels->front[count - 1](2 * rows, last, stride, rotation + i);
+    };
 
-        // The front goes through the columns. Sweep i, from 0, stays i columns behind it, so that it meets columns on
-        // which the sweeps before it are done.
-        for (Index front = lowest; unpacked <= highest; front += kTileColumns) {
-            const Index next = front + kTileColumns;
-            for (; packed <= std::min(next, highest); ++packed)
-                panel.pack(packed);
-
-            const auto first = [&](Index i) { return std::max(sweeps[i].first, front - i); };
-            const auto end = [&](Index i) { return std::min(sweeps[i].end, next - i); };
-            Index i = 0;
-            for (; i + 1 < count; i += 2)
-                panel.apply(sweeps[i], first(i), end(i), sweeps[i + 1], first(i + 1), end(i + 1));
-            if (i < count)
-                panel.apply(sweeps[i], first(i), end(i));
-
-            const Index done = next - count + 1 >= highest ? highest : next - count;
-            for (; unpacked <= done; ++unpacked)
-                panel.unpack(unpacked);
+    if (position_ >= full_begin_ && position_ < full_end_) {
+        apply(0, applied_.sweeps);
+    } else {
+        const auto takes_part = [&](Index i) {
+            return applied_.begins[i] <= position_ && position_ < applied_.ends[i];
+        };
+        for (Index i = 0; i < applied_.sweeps;) {
+            Index j = i;
+            while (j < applied_.sweeps && takes_part(j))
+                ++j;
+            if (j > i)
+                apply(i, j - i);
+            i = j + 1;
         }
     }
+
+    if (++position_ == end_) {
+        position_ = begin_;
+        row_ += rows;
+    }
+}
+
+void RotationQueue::finish()
+{
+    while (row_ <= rows_)
+        advance();
+}
+
+void RotationQueue::flush()
+{
+    if (made_.sweeps > 0)
+        hand_over();
+    finish();
 }
 
 } // namespace tessel

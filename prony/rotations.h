@@ -1,12 +1,17 @@
 /// Sequences of plane rotations, applied to the columns of a complex matrix.
 ///
-/// A QR step rotates columns k, k+1 for k = first, first+1, ...: a sweep. Its rotations are kept and applied later,
-/// several sweeps at a time, so that a column is loaded and stored once for all of them. Element by element the result
-/// has the bits of the rotations done one after the other, each
+/// A QR step rotates columns k, k+1 for k = first, first+1, ...: a sweep. A few sweeps are kept and applied together by
+/// a diagonal front that passes once through the columns, sweep i staying i columns behind the first, so that a column
+/// is loaded and stored once for all of them. Element by element the result has the bits of the rotations done one
+/// after the other, each
 ///
 ///     x := c x + s y,   y := c y - s x,
 ///
 /// with two products and one sum, nothing fused; the order between rotations of different columns does not matter.
+///
+/// The rotations of a sweep come from a recurrence, each from the one before, which leaves the vector units idle. So
+/// the work is done while the next sweeps are made: with each rotation that is handed in, the front of the sweeps
+/// before moves on by one column.
 ///
 /// Source: F. G. Van Zee, R. A. van de Geijn, G. Quintana-Orti, ACM TOMS 40 (2014) 18.
 #pragma once
@@ -16,19 +21,6 @@
 #include "prony/rotation_kernels.h"
 
 namespace tessel {
-
-/// Rotations of columns (first, first + 1), (first + 1, first + 2), ..., (end - 1, end).
-struct Sweep
-{
-    Index first, end;
-    const Rotation* rotation; ///< rotation[k - first] is the one of columns k and k + 1
-};
-
-/// Most sweeps that apply_sweeps takes at once.
-constexpr Index kMaxSweeps = 16;
-
-/// Applies `count` sweeps, one after the other, to rows 1..rows of `a`.
-void apply_sweeps(const Matrix<Complex>& a, Index rows, const Sweep* sweeps, Index count);
 
 /// Applies one rotation to two columns of n elements.
 void rotate_columns(Index n, Complex* x, Complex* y, Rotation rotation);
@@ -46,57 +38,76 @@ VectorWidth widest_vectors();
 /// Changes the one in use, for comparisons. Not while another thread is in a routine; never wider than the machine's.
 void use_vectors(VectorWidth width);
 
-/// The rotations of adjacent columns of one matrix, kept until there are enough of them to apply together. Columns
-/// that are used in another way must be flushed before.
+/// The rotations of adjacent columns of one matrix. Columns that are used in another way must be flushed before.
 class RotationQueue
 {
 public:
-    /// With `deferred` false every rotation is applied at once: better as long as the columns stay in the cache.
     // cppcheck-suppress uninitMemberVar ; 64 KiB that are written before they are read
-    RotationQueue(const Matrix<Complex>& matrix, Index rows, bool deferred)
-        : matrix_(matrix), rows_(rows), deferred_(deferred)
-    {}
+    RotationQueue(const Matrix<Complex>& matrix, Index rows, Index columns);
 
     /// Starts a sweep whose first rotation is that of columns `first`, `first` + 1.
     void begin_sweep(Index first)
     {
-        if (!deferred_)
+        if (depth_ == 0)
             return;
-        if (sweeps_ == kMaxSweeps)
-            flush();
-        sweep_[sweeps_++] = {first, first, rotation_ + rotations_};
+        if (made_.sweeps == depth_)
+            hand_over();
+        made_.begin(first);
     }
 
     /// The next rotation of the sweep, of columns k and k + 1.
     void push(Index k, Real c, Real s)
     {
-        if (!deferred_)
+        if (depth_ == 0)
             return rotate_columns(rows_, matrix_.from(1, k), matrix_.from(1, k + 1), {c, s});
-        if (rotations_ == kCapacity) {
-            flush();
-            begin_sweep(k);
-        }
-        rotation_[rotations_++] = {c, s};
-        sweep_[sweeps_ - 1].end = k + 1;
+        made_.add(k, depth_, {c, s});
+        if (row_ <= rows_)
+            advance();
     }
 
     /// Applies all that is pending. The next rotation starts a new sweep.
-    void flush()
-    {
-        apply_sweeps(matrix_, rows_, sweep_, sweeps_);
-        sweeps_ = 0;
-        rotations_ = 0;
-    }
+    void flush();
 
 private:
+    /// Columns from which rotations are kept.
+    static constexpr Index kDeferredFrom = 56;
     static constexpr Index kCapacity = 4096; // 64 KiB: two queues and all else fit a stack of 256 KiB
+
+    /// Sweeps that are applied together. Rotation k of sweep i lies where the front finds those of one position side
+    /// by side: position k + i, place i.
+    struct Batch
+    {
+        Rotation* rotation;
+        Index sweeps = 0;
+        Index begins[kMaxFront], ends[kMaxFront]; ///< positions of the first rotation of a sweep and behind its last
+
+        void begin(Index first)
+        {
+            begins[sweeps] = ends[sweeps] = first + sweeps;
+            ++sweeps;
+        }
+        void add(Index k, Index depth, Rotation r)
+        {
+            const Index i = sweeps - 1, position = k + i;
+            rotation[(position - 1) * depth + i] = r;
+            ends[i] = position + 1;
+        }
+    };
+
+    void hand_over();
+    void advance();
+    void finish();
 
     Matrix<Complex> matrix_;
     Index rows_;
-    bool deferred_;
-    Index sweeps_ = 0, rotations_ = 0;
-    Sweep sweep_[kMaxSweeps];
-    Rotation rotation_[kCapacity];
+    Index depth_;     // sweeps in a batch; 0: every rotation is applied at once
+    bool overlapped_; // whether there is room for a batch that is made and one that is applied
+    Batch made_, applied_;
+    Index row_, slice_;                   // the rows that the front works on: row_ is behind the last when all is done
+    Index position_ = 0;                  // of the front
+    Index begin_ = 0, end_ = 0;           // where it begins and ends
+    Index full_begin_ = 0, full_end_ = 0; // where all sweeps take part
+    alignas(64) Rotation rotation_[kCapacity];
 };
 
 } // namespace tessel
