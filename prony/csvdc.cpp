@@ -110,12 +110,43 @@ private:
     RotationQueue left, right;       // rotations of the columns of U and of V
 };
 
-/// y := y + t h with t = -(h^H y) / h1: applies the reflection with the vector h, whose first element is h1.
-void apply_reflection(Index count, const Complex* h, Complex* y)
+/// Applies the reflection with the vector h, whose first element is h1, to one column after the other:
+///
+///     y := y + t h,   t = -(h^H y) / h1.
+///
+/// While columns stay in the innermost cache, one is changed when the product with the next is made: its t has then
+/// had the time to arrive.
+class ColumnReflector
 {
-    const Complex t = divide_plain(-zdotc(count, h, y), h[0]);
-    zaxpy(count, t, h, y);
-}
+public:
+    ColumnReflector(Index elements, const Complex* vector) : count(elements), h(vector) {}
+
+    void apply(Complex* y)
+    {
+        const Complex factor = divide_plain(-zdotc(count, h, y), h[0]);
+        finish();
+        t = factor;
+        pending = y;
+        if (count > kInnermost)
+            finish();
+    }
+
+    /// Changes the last column.
+    void finish()
+    {
+        if (pending != nullptr)
+            zaxpy(count, t, h, pending);
+        pending = nullptr;
+    }
+
+private:
+    static constexpr Index kInnermost = 640; // four columns of 10 KiB: h, two of y, and what updates them
+
+    Index count;
+    const Complex* h;
+    Complex t;
+    Complex* pending = nullptr;
+};
 
 /// Turns the vector h into its reflection vector and returns minus the element that h is reflected to; zero if h is
 /// zero, which is then left alone.
@@ -156,12 +187,15 @@ void Decomposition::reflect_column(Index l)
     s(l) = make_reflection(n - l + 1, x.from(l, l));
     const bool reflects = !is_zero(s(l));
     s(l) = -s(l);
-    for (Index j = p; j > l; --j) {
+    ColumnReflector reflector(n - l + 1, x.from(l, l));
+    for (Index j = p; j > l; --j) { // the row reflection starts with the columns touched last
         update_column(l, j);
         if (reflects)
-            apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));
-        e(j) = std::conj(x(l, j));
+            reflector.apply(x.from(l, j));
     }
+    reflector.finish();
+    for (Index j = l + 1; j <= p; ++j)
+        e(j) = std::conj(x(l, j));
     row_update_pending = false;
     if (wantu && u.from(l, l) != x.from(l, l)) // u may be x
         std::copy_n(x.from(l, l), n - l + 1, u.from(l, l));
@@ -200,20 +234,18 @@ void multiply_reflections(const Matrix<Complex>& q, Index rows, Index columns, I
                           Reflects reflects, Start start)
 {
     constexpr Index kBlock = 8;
-    const auto apply = [&](Index l, Index j) {
-        if (reflects(l))
-            apply_reflection(rows - l - offset + 1, q.from(l + offset, l), q.from(l + offset, j));
-    };
     for (Index last = columns; last >= 1; last -= kBlock) {
         const Index first = std::max<Index>(1, last - kBlock + 1);
-        for (Index j = last; j >= first; --j) {
-            start(j);
-            for (Index l = std::min(j - 1, reflections); l >= first; --l)
-                apply(l, j);
+        for (Index l = last; l >= 1; --l) {
+            if (l <= reflections && reflects(l)) {
+                ColumnReflector reflector(rows - l - offset + 1, q.from(l + offset, l));
+                for (Index j = std::max(first, l + 1); j <= last; ++j)
+                    reflector.apply(q.from(l + offset, j));
+                reflector.finish();
+            }
+            if (l >= first)
+                start(l);
         }
-        for (Index l = std::min(first - 1, reflections); l >= 1; --l)
-            for (Index j = first; j <= last; ++j)
-                apply(l, j);
     }
 }
 
