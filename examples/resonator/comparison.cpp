@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <numbers>
 
 namespace resonator {
 
@@ -14,21 +13,6 @@ namespace {
 constexpr double kSamePole = 1e-3;
 
 } // namespace
-
-double frequency_of(const Complex& pole)
-{
-    return pole.imag() / (2.0 * std::numbers::pi);
-}
-
-double quality_of(const Complex& pole)
-{
-    return pole.imag() / (-2.0 * pole.real());
-}
-
-double degrees(const Complex& residue)
-{
-    return std::arg(residue) * 180.0 / std::numbers::pi;
-}
 
 std::optional<Complex> Pair::pole(Road road) const
 {

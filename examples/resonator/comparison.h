@@ -9,10 +9,6 @@
 
 namespace resonator {
 
-double frequency_of(const Complex& pole); ///< Im(pole) / (2 pi) [Hz]
-double quality_of(const Complex& pole);   ///< Im(pole) / (-2 Re(pole))
-double degrees(const Complex& residue);   ///< its argument
-
 /// The ways to the modes.
 enum class Road
 {

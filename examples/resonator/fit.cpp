@@ -155,17 +155,17 @@ const Fit& best_fit(const std::vector<Fit>& fits)
     return *best;
 }
 
-double Mode::frequency() const
+double frequency_of(const Complex& pole)
 {
     return pole.imag() / (2.0 * pi);
 }
 
-double Mode::quality() const
+double quality_of(const Complex& pole)
 {
     return pole.real() < 0.0 ? std::abs(pole.imag()) / (-2.0 * pole.real()) : std::numeric_limits<double>::infinity();
 }
 
-double Mode::phase() const
+double degrees(const Complex& residue)
 {
     return std::arg(residue) * 180.0 / pi;
 }

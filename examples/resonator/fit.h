@@ -46,6 +46,10 @@ std::vector<Fit> fit_orders(FDTDCalcAPI& api, const Record& record, const Window
 /// The fit whose largest measure is smallest. Throws an Error if no fit has five finite measures.
 const Fit& best_fit(const std::vector<Fit>& fits);
 
+double frequency_of(const Complex& pole); ///< Im(pole) / (2 pi) [Hz]
+double quality_of(const Complex& pole);   ///< |Im(pole)| / (-2 Re(pole)); infinite without loss
+double degrees(const Complex& residue);   ///< its argument
+
 /// What becomes of a pole of the fit.
 enum class Kind
 {
@@ -62,10 +66,10 @@ struct Mode
     double share;    ///< root mean square of the mode over the fitted samples
     Kind kind;
 
-    double frequency() const; ///< Im(pole) / (2 pi) [Hz]
-    double quality() const;   ///< |Im(pole)| / (-2 Re(pole)); infinite without loss
+    double frequency() const { return frequency_of(pole); }
+    double quality() const { return quality_of(pole); }
     double amplitude() const { return std::abs(residue); }
-    double phase() const; ///< arg(residue) [degrees]
+    double phase() const { return degrees(residue); }
 };
 
 /// The poles of a fit with what becomes of them, by rising frequency. `threshold` is relative to the largest share.

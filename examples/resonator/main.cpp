@@ -38,6 +38,7 @@ Subject simulate_cavity()
         if (step % 100 == 0)
             progress("simulating: " + std::to_string(100 * step / cavity.steps) + " %");
     });
+    progress("");
     subject.exact = exact_modes(cavity);
     return subject;
 }

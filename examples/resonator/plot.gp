@@ -10,16 +10,26 @@ set border 3 linewidth 0.7
 set tics nomirror
 set grid linecolor rgb "#e4e4e4" linetype 1 linewidth 0.7
 
-# How far to the left the poles of the plot reach: modes stand near the axis of no decay, the others may be anywhere.
+# The view of the poles: modes stand near the axis of no decay, the others may be anywhere, a zero at the origin at minus
+# infinity. Ranges are never empty.
 is_mode(kind) = kind eq "kept" || kind eq "conjugate"
 stats record using 1 nooutput
 left = -1.3 / (STATS_max - STATS_min)
-negligible = growing = kept = 0
+negligible = growing = kept = modes_found = 0
 count(kind) = (negligible = negligible + (kind eq "negligible"), growing = growing + (kind eq "growing"), \
-               kept = kept + is_mode(kind), 0)
-stats poles using (left = is_mode(strcol(7)) && $1 < left ? $1 : left, count(strcol(7))) nooutput
+               kept = kept + is_mode(kind), modes_found = modes_found + (kind eq "kept"), 0)
+stats poles using (left = is_mode(strcol(7)) && $1 > -1e300 && $1 < left ? $1 : left, count(strcol(7))) nooutput
+right = -1.7 * left
+left = 5 * left
+if (!kept) {
+    stats poles using (right = $1 > right ? $1 : right, left = $1 > -1e300 && $1 < left ? $1 : left) nooutput
+}
+seen = 0
+see(y) = (top = seen && top > y ? top : y, bottom = seen && bottom < y ? bottom : y, seen = seen + 1)
+stats poles using ($1 >= left && $1 <= right ? see($2 / (2 * pi)) : 0) nooutput
+if (!seen) { top = bottom = 0 }
 compared = 0
-if (kept) { stats modes using 1 nooutput; compared = STATS_columns > 4 }
+if (modes_found) { stats modes using 1 nooutput; compared = STATS_columns > 4 }
 
 set multiplot
 set autoscale xfix
@@ -54,8 +64,9 @@ set format x "%.0s%c"
 set xtics font ",10"
 set format y "%.0s %cHz"
 set xlabel "Re s  [1/s]"
-set ylabel "Im s / 2π"
-if (kept) { set xrange [5 * left : -1.7 * left] } else { set autoscale x }
+set ylabel "Im s / 2π" offset -1.2
+set xrange [left : right]
+if (top == bottom) { set yrange [bottom - 0.1 * abs(bottom) - (bottom == 0) : top + 0.1 * abs(top) + (top == 0)] }
 set arrow 1 from 0, graph 0 to 0, graph 1 nohead linecolor rgb "#808080"
 set key on top left vertical reverse Left opaque samplen 1
 # Kinds without a pole are left out, also of the key.
@@ -78,5 +89,5 @@ if (kept) {
 if (compared) {
     curves = add("modes using (-pi * $7 / $8):7" . points(6, 2, "#1f618d", "exact modes"))
 }
-eval "plot " . curves
+eval "plot " . (seen ? curves : "NaN notitle")
 unset multiplot

@@ -24,6 +24,12 @@ Unit frequency_unit(double largest)
     return {1.0, "Hz"};
 }
 
+/// Keeps what rounds to zero from being printed as -0.
+double rounded(double value, int digits)
+{
+    return std::abs(value) <= 0.5 * std::pow(10.0, -digits) ? 0.0 : value;
+}
+
 constexpr std::size_t kRequiredModes = 8;
 
 /// What is asked of a road.
@@ -123,8 +129,9 @@ void print_modes(const std::vector<Mode>& modes, const Response& spectrum)
     std::printf("\n  frequency [%s]              Q     amplitude   phase [deg]  peak\n", unit.name);
     for (const Mode& mode : modes)
         if (mode.kind == Kind::kept)
-            std::printf("%16.10f  %14.7g  %12.5e  %12.6f  %4s\n", mode.frequency() / unit.size, mode.quality(),
-                        mode.amplitude(), mode.phase(), stands_out(line_of(mode.pole), spectrum.peaks) ? "yes" : "no");
+            std::printf("%16.10f  %14.7g  %12.5e  %12.6f  %4s\n", rounded(mode.frequency() / unit.size, 10),
+                        mode.quality(), mode.amplitude(), rounded(mode.phase(), 6),
+                        stands_out(line_of(mode.pole), spectrum.peaks) ? "yes" : "no");
 }
 
 void print_eigensolve(const Eigensolve& solve)
@@ -147,7 +154,7 @@ void print_comparison(const std::vector<Pair>& pairs)
     std::printf("\n");
     for (const Pair& pair : pairs) {
         if (!pair.exact) {
-            std::printf("   -  -  %15.10f %10.5f  no such mode\n", pair.found->frequency() / 1e9,
+            std::printf("   -  -  %15.10f %10.5f  no such mode\n", rounded(pair.found->frequency() / 1e9, 10),
                         pair.found->quality());
             continue;
         }
@@ -165,7 +172,7 @@ void print_comparison(const std::vector<Pair>& pairs)
         if (pair.exact && pair.found)
             std::printf("%4td %2td  %15.7e %14.7e  %7.1e  %10.5f %10.5f  %7.1e\n", pair.exact->m, pair.exact->n,
                         pair.found->amplitude(), std::abs(pair.exact->residue), pair.amplitude_error(),
-                        pair.found->phase(), degrees(pair.exact->residue), pair.phase_error());
+                        rounded(pair.found->phase(), 5), rounded(degrees(pair.exact->residue), 5), pair.phase_error());
 }
 
 bool print_verdict(const std::vector<Pair>& pairs)
