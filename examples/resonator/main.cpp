@@ -8,12 +8,16 @@
 #include "examples/resonator/options.h"
 #include "examples/resonator/output.h"
 #include "examples/resonator/report.h"
+#include "examples/resonator/results.h"
 
 #include <tessel/Loader.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
 
@@ -27,6 +31,23 @@ void progress(const std::string& text)
     static const bool watched = isatty(STDERR_FILENO) != 0;
     if (watched)
         std::fprintf(stderr, "\r\033[K%s", text.c_str());
+}
+
+/// Opens standard output for what a program reads. Whatever else is printed there, by gnuplot too, goes to standard
+/// error from now on.
+std::FILE* take_standard_output()
+{
+    std::FILE* const output = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w");
+    if (!output || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        throw Error(std::string("standard output: ") + std::strerror(errno));
+    return output;
+}
+
+/// Finds what went wrong in printing, such as a full disk.
+void finish(std::FILE* output)
+{
+    if (std::fflush(output) != 0 || std::ferror(output))
+        throw Error(std::string("standard output: cannot be written: ") + std::strerror(errno));
 }
 
 Subject simulate_cavity()
@@ -54,6 +75,7 @@ Subject read_subject(const Options& options)
 /// Returns whether all is well.
 bool run(const Options& options)
 {
+    std::FILE* const output = options.format == Format::report ? stdout : take_standard_output();
     const tessel::Library library(options.library.empty() ? default_library() : options.library);
     const tessel::Api api = library.create();
     const Subject subject = options.record.empty() ? simulate_cavity() : read_subject(options);
@@ -77,6 +99,9 @@ bool run(const Options& options)
         write_files(options.output, subject.record, window, findings);
         print_files(options.output, draw_pictures(options.output));
     }
+    if (options.format != Format::report)
+        std::fputs(results(options.format, subject, window, findings, met).c_str(), output);
+    finish(output);
     return met;
 }
 

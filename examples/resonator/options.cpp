@@ -69,6 +69,34 @@ Files
                     or in its build folder)
   --help            print this
 
+Results for a program
+  --json            print an object on standard output, with an array "modes" and an
+                    array "fits" of all orders tried. The report goes to standard
+                    error, and so it does with the other form:
+  --csv             print a line of names and a line for each mode. What is said of
+                    the whole record is in every line.
+
+  samples, sample_step_s, first_sample_s
+                    what is fitted
+  order, err_l2, err_rms, err_peak, err_rms_mean, err_peak_mean
+                    the fit that is kept; in "fits", each
+  singular_values_above_noise, analytic_singular_values_above_noise
+                    of the record; of its analytic signal
+  frequency_hz, q, decay_per_s, amplitude, phase_rad
+                    a mode: its pole is -decay_per_s + 2 pi i frequency_hz
+  peak              whether the response has a peak at the mode
+  Of the cavity besides:
+  response_error, as_expected
+                    of the driven response; the verdict on all
+  m, n, exact_frequency_hz, exact_q, exact_decay_per_s, exact_amplitude,
+  exact_phase_rad   the exact mode
+  frequency_error, q_error, amplitude_error, phase_error_rad
+                    of the fit; relative, but for the phase
+  arpack_, hybrj1_  before frequency_hz, q, decay_per_s, frequency_error, q_error:
+                    the other roads
+  Numbers have 17 significant digits. What was not found, or is not finite, is null
+  in JSON and nan, inf or -inf in CSV.
+
 Amplitude and phase of a mode are those of its residue c at the first fitted
 sample, in c exp(s t). A real record holds the complex conjugate as well, so a
 cosine of amplitude 1 appears with 0.5. Exit status 2: bad input or no fit.
@@ -77,6 +105,7 @@ Examples
   resonator --output out/cavity
   resonator --record probe.dat --start 5e-9
   resonator --record probe.dat --dt 3.3e-12 --decimate 20 --orders 60:90:10
+  resonator --record probe.dat --json > modes.json
 )";
 
 namespace {
@@ -136,8 +165,22 @@ Options parse_options(const std::vector<std::string>& arguments)
                 throw Error(option + ": a value is missing");
             return arguments[++k];
         };
-        if (option == "--help" || option == "-h")
+        const auto flag = [&](const char* name) {
+            if (option == name && equals != std::string::npos)
+                throw Error(option + ": takes no value");
+            return option == name;
+        };
+        const auto choose = [&](Format format) {
+            if (options.format != Format::report && options.format != format)
+                throw Error(option + ": one of --json and --csv is enough");
+            options.format = format;
+        };
+        if (flag("--help") || flag("-h"))
             options.help = true;
+        else if (flag("--json"))
+            choose(Format::json);
+        else if (flag("--csv"))
+            choose(Format::csv);
         else if (option == "--record")
             options.record = value();
         else if (option == "--dt")

@@ -8,6 +8,14 @@
 
 namespace resonator {
 
+/// What standard output is given.
+enum class Format
+{
+    report,
+    json,
+    csv
+};
+
 struct Options
 {
     bool help = false;
@@ -19,7 +27,8 @@ struct Options
     std::vector<Index> orders;     ///< empty: chosen from the number of samples
     double threshold = 1e-6;       ///< least share of a mode, relative to the largest
     std::string output;            ///< prefix of the files to write; empty: none
-    std::string library;           ///< empty: default_library()
+    Format format = Format::report;
+    std::string library; ///< empty: default_library()
 };
 
 /// Reads the command line; throws an Error that names the option at fault.
