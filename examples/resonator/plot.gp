@@ -11,7 +11,7 @@ set tics nomirror
 set grid linecolor rgb "#e4e4e4" linetype 1 linewidth 0.7
 
 # The view of the poles: modes stand near the axis of no decay, the others may be anywhere, a zero at the origin at minus
-# infinity. Ranges are never empty.
+# infinity.
 is_mode(kind) = kind eq "kept" || kind eq "conjugate"
 stats record using 1 nooutput
 left = -1.3 / (STATS_max - STATS_min)
@@ -24,10 +24,13 @@ left = 5 * left
 if (!kept) {
     stats poles using (right = $1 > right ? $1 : right, left = $1 > -1e300 && $1 < left ? $1 : left) nooutput
 }
-seen = 0
+# see() keeps the range of what a panel shows, to widen one that is empty.
 see(y) = (top = seen && top > y ? top : y, bottom = seen && bottom < y ? bottom : y, seen = seen + 1)
+seen = top = bottom = 0
+stats record using ($2 != 0 ? see(abs($2)) : 0, $6 > 0 ? see($6) : 0) nooutput
+level = top > bottom ? 0 : top # the record and its error, if all the same
+seen = top = bottom = 0
 stats poles using ($1 >= left && $1 <= right ? see($2 / (2 * pi)) : 0) nooutput
-if (!seen) { top = bottom = 0 }
 compared = 0
 if (modes_found) { stats modes using 1 nooutput; compared = STATS_columns > 4 }
 
@@ -53,12 +56,14 @@ set xlabel "time"
 set logscale y
 set format y "10^{%T}"
 unset key
+if (level) { set yrange [0.1 * level : 10 * level] }
 plot record using 1:(abs($2)) with lines linecolor rgb "#d4d4d4", \
      record using 1:6 with lines linecolor rgb "#1f618d"
 
 set lmargin at screen 0.645
 set rmargin at screen 0.985
 unset logscale y
+set yrange [*:*]
 set title "The poles s in the complex plane"
 set format x "%.0s%c"
 set xtics font ",10"
