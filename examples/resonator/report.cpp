@@ -169,10 +169,12 @@ void print_comparison(const std::vector<Pair>& pairs)
     }
     std::printf("\n   m  n  amplitude [V/m]          exact    error  phase[deg]      exact    error\n");
     for (const Pair& pair : pairs)
-        if (pair.exact && pair.found)
+        if (pair.exact && pair.found) {
+            const double amplitude = std::abs(pair.exact->residue), phase = degrees(pair.exact->residue);
             std::printf("%4td %2td  %15.7e %14.7e  %7.1e  %10.5f %10.5f  %7.1e\n", pair.exact->m, pair.exact->n,
-                        pair.found->amplitude(), std::abs(pair.exact->residue), pair.amplitude_error(),
-                        rounded(pair.found->phase(), 5), rounded(degrees(pair.exact->residue), 5), pair.phase_error());
+                        pair.found->amplitude(), amplitude, pair.amplitude_error(), rounded(pair.found->phase(), 5),
+                        rounded(phase, 5), pair.phase_error());
+        }
 }
 
 bool print_verdict(const std::vector<Pair>& pairs)
