@@ -7,8 +7,12 @@
 namespace tessel::testing {
 
 /// Fits n samples by m exponentials, 2 m <= n; measures are ERR_L2, ERR_RMS, ERR_PEAK, ERR_RMS_MEAN, ERR_PEAK_MEAN.
-/// Returns false if an iteration limit is met.
+/// Returns false if an iteration limit is met; poles that were found by then are written.
 bool plain_fit(Integer n, const Complex* samples, Real dt, Integer m, Complex* residues, Complex* poles,
-               Real (&measures)[5]);
+               Real* measures);
+
+/// x := V diag(1/w) U^H b, zero values left out, sum by sum. Arguments as those of RECIPES_SVBKSB.
+void plain_back_substitution(const Complex* U, const Complex* W, const Complex* V, Index m, Index n, Index mp, Index np,
+                             const Complex* B, Complex* X);
 
 } // namespace tessel::testing

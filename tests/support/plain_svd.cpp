@@ -12,391 +12,308 @@ namespace tessel::testing {
 namespace {
 
 using fortran::drotg;
-using fortran::dznrm2;
 using fortran::zaxpy;
-using fortran::zdotc;
 using fortran::zdrot;
 using fortran::zscal;
 using fortran::zswap;
 
-/// QR steps that one singular value may take.
-constexpr Index kMaxQrSteps = 30;
+constexpr Index kMaxQrSteps = 30; // that one singular value may take
 
-/// Exact zero in the sense of the cheap modulus; a NaN is not zero.
 bool is_zero(const Complex& z)
 {
     return abs1(z) == 0.0;
 }
 
-/// What the next turn of the iteration has to do with the block l..m of the bidiagonal matrix.
-enum class Task
+/// Negligible is what does not change the sum of its neighbours; a NaN never is.
+bool is_negligible(Real value, Real neighbours)
 {
-    deflate,  ///< s(m) is negligible: chase e(m-1) out of column m
-    split,    ///< s(l-1) is negligible: chase e(l-1) out of row l-1
-    qr_step,  ///< nothing is negligible: one implicit-shift QR step
-    converged ///< e(m-1) is negligible: s(m) is a singular value
-};
-
-/// One decomposition: the arguments as views, the stages as member functions.
-class Decomposition
-{
-public:
-    Decomposition(Index job, Index rows, Index columns, const Matrix<Complex>& matrix, const Matrix<Complex>& left,
-                  const Matrix<Complex>& right, Complex* values, Complex* superdiagonal, Complex* scratch)
-        : n(rows), p(columns), x(matrix), u(left), v(right), s(values), e(superdiagonal), work(scratch)
-    {
-        const Index left_code = job % 100 / 10; // both remainders keep the sign of job
-        wantu = left_code != 0;
-        wantv = job % 10 != 0;
-        ncu = left_code <= 1 ? n : p;
-        nct = std::min(n - 1, p); // n >= p: at least p - 1
-        nrt = std::max<Index>(0, p - 2);
-    }
-
-    /// Returns 0, or the order of the part that did not converge.
-    Index run()
-    {
-        reduce_to_bidiagonal();
-        if (wantu)
-            generate_left_vectors();
-        if (wantv)
-            generate_right_vectors();
-        make_real();
-        return iterate();
-    }
-
-private:
-    void reduce_to_bidiagonal();
-    void reflect_column(Index l);
-    void reflect_row(Index l);
-    void update_rows(Index l);
-    void generate_left_vectors();
-    void generate_right_vectors();
-    void make_real();
-    Index iterate();
-    Task classify(Index m, Index& l);
-    void deflate(Index l, Index m);
-    void split(Index l, Index m);
-    void qr_step(Index l, Index m);
-    void accept(Index m);
-
-    // From make_real() on only the real parts of s and e carry values; every write stores the imaginary part 0.
-    Real sr(Index i) const { return s(i).real(); }
-    Real er(Index i) const { return e(i).real(); }
-    void set_s(Index i, Real value) { s(i) = Complex(value, 0.0); }
-    void set_e(Index i, Real value) { e(i) = Complex(value, 0.0); }
-
-    Index n, p;        // rows and columns
-    Index ncu;         // number of left vectors
-    Index nct, nrt;    // numbers of column and of row reflections
-    bool wantu, wantv; // whether left, right vectors are asked for
-    Matrix<Complex> x, u, v;
-    Vector<Complex> s, e, work;
-};
-
-/// y := y + t h with t = -(h^H y) / h1: applies the reflection with the vector h, whose first element is h1.
-void apply_reflection(Index count, const Complex* h, Complex* y)
-{
-    const Complex t = divide_plain(-zdotc(count, h, y), h[0]);
-    zaxpy(count, t, h, y);
+    return neighbours + std::fabs(value) == neighbours;
 }
 
-/// Turns the vector h, of norm `norm`, into its reflection vector and returns the element that h is reflected to,
-/// with its sign turned over; zero if h is zero, which is then left alone.
+/// y := y - (h^H y / h1) h: the reflection with the vector h, whose first element is h1.
+void apply_reflection(Index count, const Complex* h, Complex* y)
+{
+    zaxpy(count, divide_plain(-fortran::zdotc(count, h, y), h[0]), h, y);
+}
+
+/// Turns h into its reflection vector and returns minus the element that h is reflected to. A zero h is left alone.
 Complex make_reflection(Index count, Complex* h)
 {
-    Complex norm(dznrm2(count, h), 0.0);
-    if (!is_zero(norm)) {
-        if (!is_zero(h[0]))
-            norm = csign(norm, h[0]);
-        zscal(count, divide_plain(Complex(1.0, 0.0), norm), h);
-        h[0] = 1.0 + h[0];
-    }
+    Complex norm(fortran::dznrm2(count, h), 0.0);
+    if (is_zero(norm))
+        return norm;
+    if (!is_zero(h[0]))
+        norm = csign(norm, h[0]);
+    zscal(count, divide_plain(Complex(1.0, 0.0), norm), h);
+    h[0] = 1.0 + h[0];
     return norm;
 }
 
-/// Column reflections from the left make s, row reflections from the right make e; the vectors stay in U and V.
-void Decomposition::reduce_to_bidiagonal()
+void make_unit_column(const Matrix<Complex>& q, Index rows, Index j)
 {
-    for (Index l = 1; l <= nct; ++l) {
-        reflect_column(l);
-        if (l <= nrt)
-            reflect_row(l);
-    }
-
-    // What is left of the last columns is bidiagonal already.
-    if (nct < p)
-        s(nct + 1) = x(nct + 1, nct + 1);
-    if (nrt + 1 < p)
-        e(nrt + 1) = x(nrt + 1, p);
-    e(p) = 0.0;
+    std::fill_n(q.from(1, j), rows, Complex(0.0, 0.0));
+    q(j, j) = 1.0;
 }
 
-/// Annihilates column l below its diagonal, applies the reflection to the columns behind it and takes row l of them,
-/// conjugated, into e.
-void Decomposition::reflect_column(Index l)
+struct Decomposition
 {
-    s(l) = make_reflection(n - l + 1, x.from(l, l));
-    const bool reflects = !is_zero(s(l));
-    s(l) = -s(l);
-    for (Index j = l + 1; j <= p; ++j) {
-        if (reflects)
-            apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));
-        e(j) = std::conj(x(l, j));
-    }
-    if (wantu)
-        std::copy_n(x.from(l, l), n - l + 1, u.from(l, l)); // element by element: u may be x
-}
+    Index n, p;        // rows and columns
+    bool wantu, wantv; // whether left, right vectors are asked for
+    Index ncu;         // number of left vectors
+    Matrix<Complex> x, u, v;
+    Vector<Complex> s, e, work;
+    Index nct = std::min(n - 1, p), nrt = std::max<Index>(0, p - 2); // numbers of column and of row reflections
 
-/// Annihilates row l behind its super-diagonal and applies the reflection to the rows below it.
-void Decomposition::reflect_row(Index l)
-{
-    e(l) = make_reflection(p - l, e.from(l + 1));
-    const bool reflects = !is_zero(e(l));
-    e(l) = -std::conj(e(l));
-    if (reflects)
-        update_rows(l);
-    if (wantv)
-        std::copy_n(e.from(l + 1), p - l, v.from(l + 1, l));
-}
-
-/// work := X e, X := X - work (e / e(l+1))^H on rows l+1..n and columns l+1..p.
-void Decomposition::update_rows(Index l)
-{
-    std::fill_n(work.from(l + 1), n - l, Complex(0.0, 0.0));
-    for (Index j = l + 1; j <= p; ++j)
-        zaxpy(n - l, e(j), x.from(l + 1, j), work.from(l + 1));
-    for (Index j = l + 1; j <= p; ++j)
-        zaxpy(n - l, std::conj(divide_plain(-e(j), e(l + 1))), work.from(l + 1), x.from(l + 1, j));
-}
-
-/// Multiplies the column reflections together, from the last to the first.
-void Decomposition::generate_left_vectors()
-{
-    const auto make_unit_column = [this](Index j) {
-        std::fill_n(u.from(1, j), n, Complex(0.0, 0.0));
-        u(j, j) = 1.0;
-    };
-    for (Index j = nct + 1; j <= ncu; ++j)
-        make_unit_column(j);
-    for (Index l = nct; l >= 1; --l) {
-        if (is_zero(s(l))) {
-            make_unit_column(l);
-            continue;
+    /// Column reflections from the left make s, row reflections from the right make e; the vectors stay in U and V.
+    void reduce_to_bidiagonal()
+    {
+        for (Index l = 1; l <= nct; ++l) {
+            reflect_column(l);
+            if (l <= nrt)
+                reflect_row(l);
         }
-        for (Index j = l + 1; j <= ncu; ++j)
-            apply_reflection(n - l + 1, u.from(l, l), u.from(l, j));
-        zscal(n - l + 1, Complex(-1.0, 0.0), u.from(l, l));
-        u(l, l) = 1.0 + u(l, l);
-        std::fill_n(u.from(1, l), l - 1, Complex(0.0, 0.0));
+        if (nct < p)
+            s(nct + 1) = x(nct + 1, nct + 1);
+        if (nrt + 1 < p)
+            e(nrt + 1) = x(nrt + 1, p);
+        e(p) = 0.0;
     }
-}
 
-/// Multiplies the row reflections together, from the last to the first.
-void Decomposition::generate_right_vectors()
-{
-    for (Index l = p; l >= 1; --l) {
-        if (l <= nrt && !is_zero(e(l)))
+    void reflect_column(Index l)
+    {
+        s(l) = -make_reflection(n - l + 1, x.from(l, l));
+        for (Index j = l + 1; j <= p; ++j) {
+            if (!is_zero(s(l)))
+                apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));
+            e(j) = std::conj(x(l, j));
+        }
+        if (wantu)
+            std::copy_n(x.from(l, l), n - l + 1, u.from(l, l));
+    }
+
+    /// work := X e, X := X - work (e / e(l+1))^H on the rows and columns from l+1 on.
+    void reflect_row(Index l)
+    {
+        e(l) = -std::conj(make_reflection(p - l, e.from(l + 1)));
+        if (!is_zero(e(l))) {
+            std::fill_n(work.from(l + 1), n - l, Complex(0.0, 0.0));
             for (Index j = l + 1; j <= p; ++j)
-                apply_reflection(p - l, v.from(l + 1, l), v.from(l + 1, j));
-        std::fill_n(v.from(1, l), p, Complex(0.0, 0.0));
-        v(l, l) = 1.0;
-    }
-}
-
-/// Moves the phases of s and e into the columns of U and V.
-void Decomposition::make_real()
-{
-    for (Index i = 1; i <= p; ++i) {
-        if (!is_zero(s(i))) {
-            const Complex t(modulus(s(i)), 0.0);
-            const Complex r = divide_plain(s(i), t);
-            s(i) = t;
-            if (i < p)
-                e(i) = divide_plain(e(i), r);
-            if (wantu)
-                zscal(n, r, u.from(1, i));
+                zaxpy(n - l, e(j), x.from(l + 1, j), work.from(l + 1));
+            for (Index j = l + 1; j <= p; ++j)
+                zaxpy(n - l, std::conj(divide_plain(-e(j), e(l + 1))), work.from(l + 1), x.from(l + 1, j));
         }
-        if (i == p)
-            break;
-        if (!is_zero(e(i))) {
-            const Complex t(modulus(e(i)), 0.0);
-            const Complex r = divide_plain(t, e(i));
-            e(i) = t;
-            s(i + 1) = multiply(s(i + 1), r);
-            if (wantv)
-                zscal(p, r, v.from(1, i + 1));
+        if (wantv)
+            std::copy_n(e.from(l + 1), p - l, v.from(l + 1, l));
+    }
+
+    /// Multiplies the column reflections together, from the last to the first.
+    void generate_left_vectors()
+    {
+        for (Index j = nct + 1; j <= ncu; ++j)
+            make_unit_column(u, n, j);
+        for (Index l = nct; l >= 1; --l) {
+            if (is_zero(s(l))) {
+                make_unit_column(u, n, l);
+                continue;
+            }
+            for (Index j = l + 1; j <= ncu; ++j)
+                apply_reflection(n - l + 1, u.from(l, l), u.from(l, j));
+            zscal(n - l + 1, Complex(-1.0, 0.0), u.from(l, l));
+            u(l, l) = 1.0 + u(l, l);
+            std::fill_n(u.from(1, l), l - 1, Complex(0.0, 0.0));
         }
     }
-}
 
-/// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m.
-Index Decomposition::iterate()
-{
-    Index steps = 0; // QR steps since the last convergence
+    void generate_right_vectors()
+    {
+        for (Index l = p; l >= 1; --l) {
+            if (l <= nrt && !is_zero(e(l)))
+                for (Index j = l + 1; j <= p; ++j)
+                    apply_reflection(p - l, v.from(l + 1, l), v.from(l + 1, j));
+            make_unit_column(v, p, l);
+        }
+    }
 
-    // Deflations and splits do not count as QR steps. With finite values each singular value takes part in at most one
-    // of each; values that are not numbers would repeat them for ever.
-    Index chases_left = 2 * p;
+    /// Moves the phases of s and e into the columns of U and V.
+    void make_real()
+    {
+        for (Index i = 1; i <= p; ++i) {
+            if (!is_zero(s(i))) {
+                const Complex t(modulus(s(i)), 0.0), r = divide_plain(s(i), t);
+                s(i) = t;
+                if (i < p)
+                    e(i) = divide_plain(e(i), r);
+                if (wantu)
+                    zscal(n, r, u.from(1, i));
+            }
+            if (i < p && !is_zero(e(i))) {
+                const Complex t(modulus(e(i)), 0.0), r = divide_plain(t, e(i));
+                e(i) = t;
+                s(i + 1) = multiply(s(i + 1), r);
+                if (wantv)
+                    zscal(p, r, v.from(1, i + 1));
+            }
+        }
+    }
 
-    for (Index m = p; m > 0;) {
-        if (steps >= kMaxQrSteps)
-            return m;
-        Index l = 0;
-        const Task task = classify(m, l);
-        switch (task) {
-        case Task::deflate:
-        case Task::split:
+    // From here on only the real parts of s and e carry values; every write stores the imaginary part 0.
+    Real sr(Index i) const { return s(i).real(); }
+    Real er(Index i) const { return e(i).real(); }
+    void set_s(Index i, Real value) const { s(i) = Complex(value, 0.0); }
+    void set_e(Index i, Real value) const { e(i) = Complex(value, 0.0); }
+
+    void rotate_u(Index i, Index j, Real c, Real sn) const
+    {
+        if (wantu)
+            zdrot(n, u.from(1, i), u.from(1, j), c, sn);
+    }
+    void rotate_v(Index i, Index j, Real c, Real sn) const
+    {
+        if (wantv)
+            zdrot(p, v.from(1, i), v.from(1, j), c, sn);
+    }
+
+    /// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m; returns the m at
+    /// which a limit is met, or 0.
+    Index iterate()
+    {
+        Index steps = 0, chases_left = 2 * p; // values that are not numbers would be chased for ever
+        for (Index m = p; m > 0;) {
+            if (steps >= kMaxQrSteps)
+                return m;
+            Index l = m - 1;
+            while (l >= 1 && !is_negligible(er(l), std::fabs(sr(l)) + std::fabs(sr(l + 1))))
+                --l;
+            if (l >= 1)
+                set_e(l, 0.0);
+            if (l == m - 1) {
+                accept(m--);
+                steps = 0;
+                continue;
+            }
+
+            Index k = m;
+            while (k > l &&
+                   !is_negligible(sr(k), (k != m ? std::fabs(er(k)) : 0.0) + (k != l + 1 ? std::fabs(er(k - 1)) : 0.0)))
+                --k;
+            if (k == l) {
+                qr_step(l + 1, m);
+                ++steps;
+                continue;
+            }
+            set_s(k, 0.0);
             if (chases_left-- == 0)
                 return m;
-            task == Task::deflate ? deflate(l, m) : split(l, m);
-            break;
-        case Task::qr_step:
-            qr_step(l, m);
-            ++steps;
-            break;
-        case Task::converged:
-            accept(m);
-            steps = 0;
-            --m;
-            break;
+            if (k == m)
+                deflate(l + 1, m);
+            else
+                split(k + 1, m);
+        }
+        return 0;
+    }
+
+    /// Chases e(m-1) up and out of column m, in which s(m) = 0.
+    void deflate(Index l, Index m) const
+    {
+        Real f = er(m - 1), c = 0.0, sn = 0.0;
+        set_e(m - 1, 0.0);
+        for (Index k = m - 1; k >= l; --k) {
+            Real r = sr(k);
+            drotg(r, f, c, sn);
+            set_s(k, r);
+            if (k != l) {
+                f = -sn * er(k - 1);
+                set_e(k - 1, c * er(k - 1));
+            }
+            rotate_v(k, m, c, sn);
         }
     }
-    return 0;
-}
 
-/// Finds the block l..m that the next turn works on, sets what is negligible there to zero and says what to do.
-/// Negligible is what does not change the sum of its neighbours; a NaN is never negligible.
-Task Decomposition::classify(Index m, Index& l)
-{
-    for (l = m - 1; l >= 1; --l) {
-        const Real neighbours = modulus(s(l)) + modulus(s(l + 1));
-        if (neighbours + modulus(e(l)) == neighbours) {
-            set_e(l, 0.0);
-            break;
+    /// Chases e(l-1) down and out of row l-1, in which s(l-1) = 0.
+    void split(Index l, Index m) const
+    {
+        Real f = er(l - 1), c = 0.0, sn = 0.0;
+        set_e(l - 1, 0.0);
+        for (Index k = l; k <= m; ++k) {
+            Real r = sr(k);
+            drotg(r, f, c, sn);
+            set_s(k, r);
+            f = -sn * er(k);
+            set_e(k, c * er(k));
+            rotate_u(k, l - 1, c, sn);
         }
     }
-    if (l == m - 1)
-        return Task::converged;
-    ++l;
 
-    for (Index ls = m; ls >= l; --ls) {
-        const Real neighbours = (ls != m ? modulus(e(ls)) : 0.0) + (ls != l ? modulus(e(ls - 1)) : 0.0);
-        if (neighbours + modulus(s(ls)) == neighbours) {
-            set_s(ls, 0.0);
-            if (ls == m)
-                return Task::deflate;
-            l = ls + 1;
-            return Task::split;
+    /// One implicit-shift QR step on the block l..m: the bulge is chased by rotations of columns k, k+1 from the
+    /// right and of rows k, k+1 from the left.
+    void qr_step(Index l, Index m) const
+    {
+        const Real scale = std::max(
+            {std::fabs(sr(m)), std::fabs(sr(m - 1)), std::fabs(er(m - 1)), std::fabs(sr(l)), std::fabs(er(l))});
+        const Real sm = sr(m) / scale, smm1 = sr(m - 1) / scale, emm1 = er(m - 1) / scale;
+        const Real sl = sr(l) / scale, el = er(l) / scale;
+        const Real b = ((smm1 + sm) * (smm1 - sm) + emm1 * emm1) * 0.5, c0 = (sm * emm1) * (sm * emm1);
+        Real shift = 0.0;
+        if (b != 0.0 || c0 != 0.0) {
+            const Real root = std::sqrt(b * b + c0);
+            shift = c0 / (b + (b < 0.0 ? -root : root));
+        }
+        Real f = (sl + sm) * (sl - sm) - shift; // the sign of the classic routine
+        Real g = sl * el, c = 0.0, sn = 0.0;
+        for (Index k = l; k <= m - 1; ++k) {
+            drotg(f, g, c, sn);
+            if (k != l)
+                set_e(k - 1, f);
+            f = c * sr(k) + sn * er(k);
+            set_e(k, c * er(k) - sn * sr(k));
+            g = sn * sr(k + 1);
+            set_s(k + 1, c * sr(k + 1));
+            rotate_v(k, k + 1, c, sn);
+
+            drotg(f, g, c, sn);
+            set_s(k, f);
+            f = c * er(k) + sn * sr(k + 1);
+            set_s(k + 1, -sn * er(k) + c * sr(k + 1));
+            g = sn * er(k + 1);
+            set_e(k + 1, c * er(k + 1));
+            rotate_u(k, k + 1, c, sn);
+        }
+        set_e(m - 1, f);
+    }
+
+    /// Makes the singular value s(m) positive and lets it sink to its place among those found before.
+    void accept(Index m) const
+    {
+        if (sr(m) < 0.0) {
+            set_s(m, -sr(m));
+            if (wantv)
+                zscal(p, Complex(-1.0, 0.0), v.from(1, m));
+        }
+        for (Index l = m; l != p && sr(l) < sr(l + 1); ++l) { // equal values stay in place
+            std::swap(s(l), s(l + 1));
+            if (wantv)
+                zswap(p, v.from(1, l), v.from(1, l + 1));
+            if (wantu)
+                zswap(n, u.from(1, l), u.from(1, l + 1));
         }
     }
-    return Task::qr_step;
-}
-
-/// Chases e(m-1) up and out of column m, in which s(m) = 0.
-void Decomposition::deflate(Index l, Index m)
-{
-    Real f = er(m - 1), c = 0.0, sn = 0.0;
-    set_e(m - 1, 0.0);
-    for (Index k = m - 1; k >= l; --k) {
-        Real r = sr(k);
-        drotg(r, f, c, sn);
-        set_s(k, r);
-        if (k != l) {
-            f = -sn * er(k - 1);
-            set_e(k - 1, c * er(k - 1));
-        }
-        if (wantv)
-            zdrot(p, v.from(1, k), v.from(1, m), c, sn);
-    }
-}
-
-/// Chases e(l-1) down and out of row l-1, in which s(l-1) = 0.
-void Decomposition::split(Index l, Index m)
-{
-    Real f = er(l - 1), c = 0.0, sn = 0.0;
-    set_e(l - 1, 0.0);
-    for (Index k = l; k <= m; ++k) {
-        Real r = sr(k);
-        drotg(r, f, c, sn);
-        set_s(k, r);
-        f = -sn * er(k);
-        set_e(k, c * er(k));
-        if (wantu)
-            zdrot(n, u.from(1, k), u.from(1, l - 1), c, sn);
-    }
-}
-
-/// One implicit-shift QR step on the block l..m.
-void Decomposition::qr_step(Index l, Index m)
-{
-    // The shift, from the lower end of the block. All is scaled, so that no square overflows.
-    const Real scale =
-        std::max({std::fabs(sr(m)), std::fabs(sr(m - 1)), std::fabs(er(m - 1)), std::fabs(sr(l)), std::fabs(er(l))});
-    const Real sm = sr(m) / scale, smm1 = sr(m - 1) / scale, emm1 = er(m - 1) / scale;
-    const Real sl = sr(l) / scale, el = er(l) / scale;
-    const Real b = ((smm1 + sm) * (smm1 - sm) + emm1 * emm1) * 0.5;
-    const Real c0 = (sm * emm1) * (sm * emm1);
-    Real shift = 0.0;
-    if (b != 0.0 || c0 != 0.0) {
-        shift = std::sqrt(b * b + c0);
-        if (b < 0.0)
-            shift = -shift;
-        shift = c0 / (b + shift);
-    }
-    Real f = (sl + sm) * (sl - sm) - shift; // the sign of the classic routine
-    Real g = sl * el;
-
-    // Chase the bulge: a rotation of columns k, k+1 from the right, then of rows k, k+1 from the left.
-    Real c = 0.0, sn = 0.0;
-    for (Index k = l; k <= m - 1; ++k) {
-        drotg(f, g, c, sn);
-        if (k != l)
-            set_e(k - 1, f);
-        f = c * sr(k) + sn * er(k);
-        set_e(k, c * er(k) - sn * sr(k));
-        g = sn * sr(k + 1);
-        set_s(k + 1, c * sr(k + 1));
-        if (wantv)
-            zdrot(p, v.from(1, k), v.from(1, k + 1), c, sn);
-
-        drotg(f, g, c, sn);
-        set_s(k, f);
-        f = c * er(k) + sn * sr(k + 1);
-        set_s(k + 1, -sn * er(k) + c * sr(k + 1));
-        g = sn * er(k + 1);
-        set_e(k + 1, c * er(k + 1));
-        if (wantu)
-            zdrot(n, u.from(1, k), u.from(1, k + 1), c, sn);
-    }
-    set_e(m - 1, f);
-}
-
-/// Makes the singular value s(m) positive and lets it sink to its place among those found before.
-void Decomposition::accept(Index m)
-{
-    if (sr(m) < 0.0) {
-        set_s(m, -sr(m));
-        if (wantv)
-            zscal(p, Complex(-1.0, 0.0), v.from(1, m));
-    }
-    for (Index l = m; l != p && sr(l) < sr(l + 1); ++l) { // equal values stay in place
-        std::swap(s(l), s(l + 1));
-        if (wantv)
-            zswap(p, v.from(1, l), v.from(1, l + 1));
-        if (wantu)
-            zswap(n, u.from(1, l), u.from(1, l + 1));
-    }
-}
+};
 
 } // namespace
 
 Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Complex* u, Integer ldu, Complex* s,
                   Complex* v, Integer ldv, Complex* work, Complex* e)
 {
-    return static_cast<Integer>(
-        Decomposition(job, n, p, Matrix<Complex>(x, ldx), Matrix<Complex>(u, ldu), Matrix<Complex>(v, ldv), s, e, work)
-            .run());
+    const Integer left_code = job % 100 / 10; // both remainders keep the sign of job
+    Decomposition svd{n,        p,         left_code != 0, job % 10 != 0, left_code <= 1 ? n : p, {x, ldx}, {u, ldu},
+                      {v, ldv}, Vector(s), Vector(e),      Vector(work)};
+    svd.reduce_to_bidiagonal();
+    if (svd.wantu)
+        svd.generate_left_vectors();
+    if (svd.wantv)
+        svd.generate_right_vectors();
+    svd.make_real();
+    return static_cast<Integer>(svd.iterate());
 }
 
 } // namespace tessel::testing
