@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -62,7 +63,16 @@ public:
         return first;
     }
 
-    /// Whether nothing was written to an array from element `from` on.
+    /// Whether nothing was written to these arrays of this call.
+    bool untouched(std::initializer_list<const void*> arrays) const
+    {
+        return std::all_of(arrays.begin(), arrays.end(), [this](const void* array) {
+            const auto taken = std::find_if(taken_.begin(), taken_.end(),
+                                            [array](const Taken& other) { return other.first == array; });
+            return untouched(taken->first, 0, taken->bytes);
+        });
+    }
+    /// Whether nothing was written to an array of `count` elements from element `from` on.
     template <class T>
     static bool untouched(const T* array, std::size_t from, std::size_t count)
     {
