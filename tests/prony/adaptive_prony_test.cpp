@@ -12,9 +12,7 @@
 namespace tessel::testing {
 namespace {
 
-constexpr char kOutOfBounds[] = "Sub ADAPTIVE_PRONY: input parameters out of bounds !";
 constexpr char kNotGoodEnough[] = "Sub ADAPTIVE_PRONY: best Prony fit is not good enough !";
-constexpr Complex kSentinel(-7.25, 3.5);
 
 struct Search
 {
@@ -25,7 +23,7 @@ struct Search
           mmax(last),
           dt(signal.dt),
           y(signal.y),
-          residues(static_cast<std::size_t>(std::max(last, 1)), kSentinel),
+          residues(static_cast<std::size_t>(last)),
           poles(residues)
     {}
 
@@ -49,17 +47,19 @@ TEST(OrderSearch, StopsAtTheFirstOrderThatIsGoodEnough)
     const struct
     {
         Real tolerance;
-        Integer first, order;
-    } cases[] = {{5e-6, 1, 3}, {2e-6, 1, 5}, {5e-6, 4, 5}, {1.0, 2, 2}, {1e-3, 1, 2}, {5e-7, 5, 6}};
+        Integer first, last, order;
+        const char* message;
+    } cases[] = {{5e-6, 1, 12, 3, ""}, {2e-6, 1, 12, 5, ""}, {5e-6, 4, 12, 5, ""},
+                 {1.0, 2, 12, 2, ""},  {5e-7, 5, 12, 6, ""}, {1e-15, 1, 4, 4, kNotGoodEnough}};
     for (const auto& test : cases) {
-        Search search(lanczos2(), test.first, 12);
+        Search search(lanczos2(), test.first, test.last);
         search.tolerance[0] = test.tolerance;
-        EXPECT_EQ(search.run(), "");
+        EXPECT_EQ(search.run(), test.message);
         EXPECT_EQ(search.m, test.order) << test.tolerance;
     }
 }
 
-/// Each tolerance is held against the measure of its name: just above the measure passes, just below does not.
+/// Each tolerance is held against the measure of its name: equal passes, just below does not.
 TEST(OrderSearch, HoldsEachMeasureAgainstItsTolerance)
 {
     const Signal signal = lanczos2();
@@ -69,86 +69,22 @@ TEST(OrderSearch, HoldsEachMeasureAgainstItsTolerance)
     Integer flag = 77;
     LEASTSQ_PRONY_SVD(&n, &n, signal.y.data(), &signal.dt, &m, &m, residues.data(), poles.data(), &measure[0],
                       &measure[1], &measure[2], &measure[3], &measure[4], &flag, nullptr, 0);
-    ASSERT_EQ(flag, 0);
     for (int i = 0; i < 5; ++i) {
         Search search(signal, 2, 2);
-        search.tolerance[i] = measure[i]; // equal is not greater
+        search.tolerance[i] = measure[i];
         EXPECT_EQ(search.run(), "") << "measure " << i;
-        EXPECT_EQ(search.poles, poles);
         search.tolerance[i] = std::nextafter(measure[i], 0.0);
         EXPECT_EQ(search.run(), kNotGoodEnough) << "measure " << i;
     }
 }
 
-TEST(OrderSearch, ReturnsTheFitAtTheCapWhenItFails)
-{
-    Signal signal = lanczos2();
-    signal.y.resize(5);
-    Search capped(signal, 3, 4); // N/2 = 2 is below MMIN: the one order tried
-    capped.tolerance[0] = 1e-15;
-    EXPECT_EQ(capped.run(), kNotGoodEnough);
-    EXPECT_EQ(capped.m, 2);
-    EXPECT_NE(capped.poles[1], kSentinel);
-
-    Search failing(lanczos2(), 1, 4);
-    std::fill(std::begin(failing.tolerance), std::end(failing.tolerance), 1e-15); // the least that is accepted
-    EXPECT_EQ(failing.run(), kNotGoodEnough);
-    EXPECT_EQ(failing.m, 4);
-}
-
-/// Some signals of the samples -1, 0 and 1 reach the iteration limit of the decomposition at order 3: the search that
-/// comes by there ends, though higher orders may be good.
-TEST(OrderSearch, EndsWithAFitThatFails)
-{
-    int ended = 0;
-    for (int code = 0; code < 6561; ++code) {
-        Signal signal{{}, {}, 1.0, {}};
-        for (int rest = code, k = 0; k < 8; ++k, rest /= 3)
-            signal.y.emplace_back(rest % 3 - 1);
-        Search search(signal, 1, 4);
-        search.tolerance[0] = 1e-15;
-        if (search.run() != "Sub SLATEC_CSVDC: not all singular values are correct !")
-            continue;
-        ended += search.m == 3 ? 1 : 0;
-        EXPECT_TRUE(search.m > 1 && search.residues[static_cast<std::size_t>(search.m) - 1] == kSentinel);
-    }
-    EXPECT_GT(ended, 0);
-}
-
 TEST(OrderSearch, MeasuresThatAreNotNumbersPass)
 {
-    Signal zero = lanczos2();
-    std::fill(zero.y.begin(), zero.y.end(), 0.0);
-    Search search(zero, 1, 5);
+    Search search({{}, {}, 1.0, std::vector<Complex>(24, 0.0)}, 1, 5);
     std::fill(std::begin(search.tolerance), std::end(search.tolerance), 1e-15);
+    search.dt = search.tolerance[2] = std::numeric_limits<Real>::quiet_NaN();
     EXPECT_EQ(search.run(), "");
     EXPECT_EQ(search.m, 1);
-}
-
-TEST(OrderSearch, RefusesArgumentsOutOfBounds)
-{
-    const auto refused = [](const char* what, auto change) {
-        Search search(lanczos2(), 1, 4);
-        change(search);
-        EXPECT_EQ(search.run(), kOutOfBounds) << what;
-        EXPECT_EQ(search.m, 77) << what;
-    };
-    refused("N < 2", [](Search& search) { search.n = 1; });
-    refused("N > NDIM", [](Search& search) { search.ndim = 23; });
-    refused("MMIN < 1", [](Search& search) { search.mmin = 0; });
-    refused("MMIN > MMAX", [](Search& search) { search.mmin = 5; });
-    refused("DT zero", [](Search& search) { search.dt = 0.0; });
-    for (int i = 0; i < 5; ++i)
-        refused("a tolerance", [i](Search& search) { search.tolerance[i] = std::nextafter(1e-15, 0.0); });
-
-    Search passes(lanczos2(), 1, 2);
-    passes.dt = passes.tolerance[2] = std::numeric_limits<Real>::quiet_NaN();
-    EXPECT_EQ(passes.run(), "") << "what is not a number passes the tests";
-
-    Search smallest(lanczos2(), 1, 2); // positive, but refused by the fit
-    smallest.dt = 1e-103;
-    EXPECT_EQ(smallest.run(), "Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !");
-    EXPECT_EQ(smallest.m, 1);
 }
 
 /// Most memory that this process has had since it was last reset, in KiB.
@@ -170,18 +106,15 @@ TEST(OrderSearch, DoesNotTouchWhatIsOnlyDeclared)
         GTEST_SKIP() << "memory is not counted under a sanitizer";
     Signal signal = four_cosines();
     signal.y.resize(200);
-    Search search(signal, 1, 1000);
-    search.mmax = 1000;
-    search.y.resize(100000);
+    Search search(signal, 20, 1000);
     search.ndim = 100000;
-    search.mmin = 20;
+    search.y.resize(100000);
     const long before = peak_memory(true);
     ASSERT_EQ(search.run(), "");
     const long growth = peak_memory(false) - before;
     EXPECT_EQ(search.m, 20);
     EXPECT_GT(before, 0);
     EXPECT_LT(growth, 4096) << "KiB";
-    RecordProperty("growth_kib", std::to_string(growth));
 }
 
 } // namespace

@@ -12,64 +12,58 @@ namespace {
 
 constexpr char kNotCorrect[] = "Sub SLATEC_CSVDC: not all singular values are correct !";
 
-/// A decomposition with all N left vectors, or with P of them in place of the matrix.
+/// A decomposition with all N left vectors.
 struct Svd
 {
-    explicit Svd(const TestMatrix& matrix, bool in_place = false, Index pad = 0)
-        : n(static_cast<Integer>(matrix.rows())),
-          p(static_cast<Integer>(matrix.columns())),
-          u(n, n, pad),
-          v(p, p, pad),
+    explicit Svd(const TestMatrix& matrix)
+        : a(matrix),
+          n(static_cast<Integer>(a.rows())),
+          p(static_cast<Integer>(a.columns())),
+          u(n, n),
+          v(p, p),
           s(p, 1),
           e(p, 1)
     {
-        TestMatrix x(matrix), work(n, 1);
-        TestMatrix& left = in_place ? x : u;
+        TestMatrix x(a), work(n, 1);
         message = status_of([&](Integer& flag, char* text, CharLen length) {
-            SLATEC_CSVDC(in_place ? 21 : 11, n, p, x.data(), x.ld(), left.data(), left.ld(), s.data(), v.data(), v.ld(),
-                         work.data(), e.data(), info, flag, text, length);
+            SLATEC_CSVDC(11, n, p, x.data(), x.ld(), u.data(), u.ld(), s.data(), v.data(), v.ld(), work.data(),
+                         e.data(), info, flag, text, length);
         });
-        if (in_place)
-            u = x;
     }
 
+    /// max |A - U B V^H| / (|A| n eps), with S and E on the diagonals of B.
+    Real residual() const
+    {
+        Real worst = 0.0;
+        for (Index i = 0; i < n; ++i)
+            for (Index j = 0; j < p; ++j) {
+                Complex sum = a(i, j);
+                for (Index k = 0; k < p; ++k)
+                    sum -= (u(i, k) * s(k, 0) + (k > 0 ? u(i, k - 1) * e(k - 1, 0) : 0.0)) * std::conj(v(j, k));
+                worst = std::max(worst, std::abs(sum));
+            }
+        const Real size = max_modulus(a);
+        return worst / ((size == 0.0 ? 1.0 : size) * n * kEps);
+    }
+
+    TestMatrix a;
     Integer n, p, info = 77;
     TestMatrix u, v, s, e;
     std::string message;
 };
 
-/// max |A - U diag(S) V^H| / (|A| max(n, p) eps)
-Real residual_ratio(const TestMatrix& a, const Svd& svd)
-{
-    Real worst = 0.0;
-    for (Index i = 0; i < svd.n; ++i)
-        for (Index j = 0; j < svd.p; ++j) {
-            Complex sum = a(i, j);
-            for (Index k = 0; k < svd.p; ++k)
-                sum -= svd.u(i, k) * svd.s(k, 0) * std::conj(svd.v(j, k));
-            worst = std::max(worst, std::abs(sum));
-        }
-    const Real size = max_modulus(a);
-    return size == 0.0 ? worst : worst / (size * static_cast<Real>(svd.n) * kEps);
-}
-
 TEST(ComplexSvd, AgreesWithLapackAndReproducesTheMatrix)
 {
-    const struct
-    {
-        Index n, p, pad;
-    } shapes[] = {{1, 1, 0}, {9, 1, 1}, {2, 2, 0}, {25, 18, 3}, {40, 40, 0}, {90, 30, 5}, {31, 30, 1}};
     Random random(7);
     for (const MatrixKind& kind : kMatrixKinds)
-        for (const auto& [n, p, pad] : shapes) {
+        for (const auto& [n, p] : {std::pair{1, 1}, {9, 1}, {2, 2}, {25, 18}, {40, 40}, {90, 30}, {31, 30}}) {
             SCOPED_TRACE(std::string(kind.name) + ' ' + std::to_string(n) + 'x' + std::to_string(p));
-            TestMatrix a(n, p, pad);
+            TestMatrix a(n, p, 2);
             kind.make(a, random);
-            const Svd svd(a, false, pad), in_place(a, true, pad);
+            const Svd svd(a);
             ASSERT_EQ(svd.message, "");
-            EXPECT_EQ(svd.info, 0);
-            EXPECT_LT(residual_ratio(a, svd), 50.0);
-            const Real bound = 50.0 * kEps * static_cast<Real>(n);
+            EXPECT_LT(svd.residual(), 50.0);
+            const Real bound = 50.0 * kEps * n;
             EXPECT_LT(departure_from_orthonormal(svd.u, n), bound);
             EXPECT_LT(departure_from_orthonormal(svd.v, p), bound);
 
@@ -79,8 +73,6 @@ TEST(ComplexSvd, AgreesWithLapackAndReproducesTheMatrix)
                 EXPECT_TRUE(value.real() >= 0.0 && value.imag() == 0.0 && svd.e(k, 0) == 0.0) << "S" << k + 1;
                 EXPECT_LE(value.real(), svd.s(std::max<Index>(k - 1, 0), 0).real()) << "S" << k + 1;
                 EXPECT_LE(std::abs(value - reference[static_cast<std::size_t>(k)]), bound * reference[0]);
-                for (Index i = 0; i < n; ++i)
-                    EXPECT_EQ(in_place.u(i, k), svd.u(i, k));
             }
         }
 }
@@ -93,12 +85,6 @@ TEST(ComplexSvd, OneElementKeepsItsPhaseInU)
     EXPECT_EQ(svd.s(0, 0), Complex(5.0));
     EXPECT_EQ(svd.u(0, 0), Complex(-0.6, 0.8));
     EXPECT_EQ(svd.v(0, 0), Complex(1.0));
-}
-
-TEST(ComplexSvd, RefusesMoreColumnsThanRows)
-{
-    EXPECT_EQ(Svd(TestMatrix(2, 3)).message, "Sub SLATEC_CSVDC: SVD here only implemented for N>=P !");
-    EXPECT_EQ(Svd(TestMatrix(0, 0)).message, "") << "nothing to do is not an error";
 }
 
 /// The sign of the shift leaves a few special matrices without convergence; so does the limit itself where the entries
@@ -122,20 +108,12 @@ TEST(ComplexSvd, ReportsTheIterationLimit)
         ++limited;
         EXPECT_EQ(svd.message, kNotCorrect);
         ASSERT_TRUE(svd.info > 0 && svd.info <= 3);
+        EXPECT_LT(svd.residual(), 50.0) << "matrix " << code;
         const auto reference = lapack_singular_values(a);
-        for (Index k = svd.info; k < 3; ++k) {
-            const Real value = svd.s(k, 0).real();
+        for (Index k = svd.info; k < 3; ++k)
             EXPECT_TRUE(std::any_of(reference.begin(), reference.end(),
-                                    [&](Real other) { return std::fabs(value - other) < 1e-14; }));
-        }
-        for (Index i = 0; i < 3; ++i)
-            for (Index j = 0; j < 3; ++j) {
-                Complex sum = i == j ? -svd.s(i, 0) : j == i + 1 ? -svd.e(i, 0) : 0.0;
-                for (Index k = 0; k < 3; ++k)
-                    for (Index l = 0; l < 3; ++l)
-                        sum += std::conj(svd.u(k, i)) * a(k, l) * svd.v(l, j);
-                ASSERT_LT(std::abs(sum), 1e-14) << "matrix " << code << ", element " << i << ' ' << j;
-            }
+                                    [&](Real value) { return std::fabs(svd.s(k, 0).real() - value) < 1e-14; }))
+                << "matrix " << code;
     }
     EXPECT_GT(limited, 100);
     EXPECT_LT(limited, 700);
@@ -144,10 +122,6 @@ TEST(ComplexSvd, ReportsTheIterationLimit)
     TestMatrix falling(85, 80);
     falling.fill([&](Index i, Index j) { return std::pow(10.0, -0.3 * static_cast<Real>(i + j)) * random.complex(); });
     EXPECT_EQ(Svd(falling).message, kNotCorrect);
-
-    const Real entries[3][3] = {{1, 0, -1}, {0, 1, -1}, {-1, -1, -1}};
-    a.fill([&](Index i, Index j) { return entries[j][i]; });
-    EXPECT_EQ(Svd(a).message, kNotCorrect);
 
     TestMatrix splitting(2, 2); // for ever, were its turns not counted
     splitting.fill([](Index i, Index j) { return i + j == 2 ? std::numeric_limits<Real>::quiet_NaN() : 0.0; });

@@ -3,22 +3,19 @@
 #include "tests/support/message.h"
 #include "tests/support/random.h"
 
-#include <limits>
 #include <string>
 #include <vector>
 
 namespace tessel::testing {
 namespace {
 
-constexpr char kOutOfBounds[] = "Sub RECIPES_SVBKSB: input parameters out of bounds !";
-
 /// A system of the given extents with padded leading dimensions; U and V are arbitrary, which the formula allows.
 struct System
 {
-    System(Integer rows, Integer unknowns, std::uint64_t seed = 1)
+    System(Integer rows, Integer unknowns)
         : m(rows), n(unknowns), mp(rows + 3), np(unknowns + 2), x(static_cast<std::size_t>(np))
     {
-        Random random(seed);
+        Random random(1);
         const auto columns = static_cast<std::size_t>(n);
         u = random.complexes(static_cast<std::size_t>(mp) * columns);
         v = random.complexes(static_cast<std::size_t>(np) * columns);
@@ -32,22 +29,20 @@ struct System
             RECIPES_SVBKSB(u.data(), w.data(), v.data(), m, n, mp, np, b.data(), x.data(), flag, text, length);
         });
     }
-    /// The formula, in extended precision.
-    std::vector<Complex> expected() const
+    /// Component j of the formula, in extended precision.
+    Complex expected(Integer j) const
     {
         using Wide = std::complex<long double>;
-        std::vector<Wide> sum(static_cast<std::size_t>(n));
-        for (Integer jj = 0; jj < n; ++jj) {
-            const Wide weight(w[static_cast<std::size_t>(jj)]);
-            if (weight == Wide(0))
-                continue;
+        const auto at = [](const std::vector<Complex>& a, Integer i) { return Wide(a[static_cast<std::size_t>(i)]); };
+        Wide sum = 0;
+        for (Integer k = 0; k < n; ++k) {
             Wide s = 0;
             for (Integer i = 0; i < m; ++i)
-                s += std::conj(Wide(u[static_cast<std::size_t>(i + jj * mp)])) * Wide(b[static_cast<std::size_t>(i)]);
-            for (Integer j = 0; j < n; ++j)
-                sum[static_cast<std::size_t>(j)] += Wide(v[static_cast<std::size_t>(j + jj * np)]) * (s / weight);
+                s += std::conj(at(u, i + k * mp)) * at(b, i);
+            if (at(w, k) != Wide(0))
+                sum += at(v, j + k * np) * (s / at(w, k));
         }
-        return {sum.begin(), sum.end()};
+        return Complex(sum);
     }
 
     Integer m, n, mp, np;
@@ -61,62 +56,12 @@ TEST(BackSubstitution, FollowsTheFormula)
         if (n > 4)
             system.w[2] = Complex(-0.0, 0.0); // either zero drops its component
         ASSERT_EQ(system.solve(), "");
-        const auto expected = system.expected();
-        Real size = 0.0;
-        for (const Complex& value : expected)
-            size = std::max(size, std::abs(value));
-        for (std::size_t j = 0; j < expected.size(); ++j)
-            EXPECT_LE(std::abs(system.x[j] - expected[j]), 1e-14 * size * (m + n)) << m << " x " << n << ", x" << j;
+        for (Integer j = 0; j < n; ++j)
+            EXPECT_LE(std::abs(system.x[static_cast<std::size_t>(j)] - system.expected(j)), 1e-13) << m << 'x' << n;
     }
 }
 
-TEST(BackSubstitution, OnlyAnExactZeroDropsAComponent)
-{
-    System system(6, 3);
-    system.w = {0.0, Complex(0.0, 1e-300), 1.0};
-    ASSERT_EQ(system.solve(), "");
-    EXPECT_GT(std::abs(system.x[0]), 1e290) << "a tiny imaginary part is not zero";
-
-    system.w = {0.0, 0.0, 0.0};
-    ASSERT_EQ(system.solve(), "");
-    for (std::size_t j = 0; j < 3; ++j)
-        EXPECT_EQ(system.x[j], Complex(0.0, 0.0));
-
-    system.w = {1.0, Complex(0.0, std::numeric_limits<Real>::quiet_NaN()), 1.0};
-    ASSERT_EQ(system.solve(), "");
-    EXPECT_TRUE(std::isnan(system.x[0].real())) << "a NaN is not zero";
-}
-
-TEST(BackSubstitution, QuotientNeitherOverflowsNorUnderflows)
-{
-    for (const Real scale : {1e-290, 1e290}) {
-        System system(4, 2);
-        for (Complex& value : system.w)
-            value *= scale;
-        for (Complex& value : system.b)
-            value *= scale;
-        System reference(4, 2);
-        ASSERT_EQ(system.solve(), "");
-        ASSERT_EQ(reference.solve(), "");
-        for (std::size_t j = 0; j < 2; ++j)
-            EXPECT_LE(std::abs(system.x[j] - reference.x[j]), 1e-13 * std::abs(reference.x[j]));
-    }
-}
-
-TEST(BackSubstitution, RefusesExtentsOutOfBounds)
-{
-    System columns(6, 3), rows(6, 3), many(6, 3), none(6, 3);
-    columns.np = 2;
-    EXPECT_EQ(columns.solve(), kOutOfBounds);
-    rows.mp = 5;
-    EXPECT_EQ(rows.solve(), kOutOfBounds);
-    many.n = many.np = 5001;
-    EXPECT_EQ(many.solve(), kOutOfBounds);
-    none.n = -1;
-    EXPECT_EQ(none.solve(), "") << "nothing to do is not an error";
-}
-
-TEST(BackSubstitution, TakesFiveThousandUnknowns)
+TEST(BackSubstitution, TakesUpToFiveThousandUnknowns)
 {
     System system(1, 1);
     system.n = system.np = 5000;
@@ -125,8 +70,13 @@ TEST(BackSubstitution, TakesFiveThousandUnknowns)
     system.v.assign(5000 * 5000, 1e-3);
     system.b = {4.0};
     system.x.resize(5000);
-    ASSERT_EQ(system.solve(), "");
+    EXPECT_EQ(system.solve(), "");
     EXPECT_NEAR(system.x[4999].real(), 10.0, 1e-11);
+
+    system.n = system.np = 5001;
+    EXPECT_EQ(system.solve(), "Sub RECIPES_SVBKSB: input parameters out of bounds !");
+    system.n = -1;
+    EXPECT_EQ(system.solve(), "") << "nothing to do is not an error";
 }
 
 } // namespace
