@@ -6,7 +6,6 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <string>
 
 namespace tessel::testing {
 namespace {
@@ -25,21 +24,13 @@ Matrix3 multiply(const Matrix3& a, const Matrix3& b)
     return product;
 }
 
-void expect_near(const Matrix3& a, const Matrix3& b, Real tolerance)
-{
-    for (std::size_t i = 0; i < 3; ++i)
-        for (std::size_t j = 0; j < 3; ++j)
-            EXPECT_NEAR(a[i][j], b[i][j], tolerance) << "row " << i + 1 << ", column " << j + 1;
-}
-
-/// The matrix, or the text of the refusal.
-Matrix3 rotation(Real theta, Real phi, Real psi, const std::string& expected = "")
+Matrix3 rotation(Real theta, Real phi, Real psi)
 {
     Real r[9] = {};
     EXPECT_EQ(status_of([&](Integer& flag, char* text, CharLen length) {
                   IHE_orig_ROT3D(theta, phi, psi, r, flag, text, length);
               }),
-              expected);
+              "");
     return {{{r[0], r[3], r[6]}, {r[1], r[4], r[7]}, {r[2], r[5], r[8]}}};
 }
 
@@ -47,34 +38,23 @@ TEST(Rotation, IsTheProductOfRollElevationAndAzimuth)
 {
     Random random(9);
     for (int k = 0; k < 200; ++k) {
-        const Real t = random.uniform(-kHalfPi, kHalfPi), p = random.uniform(-20.0, 20.0),
+        const Real t = k == 0 ? kHalfPi : random.uniform(-kHalfPi, kHalfPi), p = random.uniform(-20.0, 20.0),
                    s = random.uniform(-7.0, 7.0);
         const Matrix3 azimuth{{{std::cos(p), std::sin(p), 0.0}, {-std::sin(p), std::cos(p), 0.0}, {0.0, 0.0, 1.0}}};
         const Matrix3 elevation{{{std::cos(t), 0.0, std::sin(t)}, {0.0, 1.0, 0.0}, {-std::sin(t), 0.0, std::cos(t)}}};
         const Matrix3 roll{{{1.0, 0.0, 0.0}, {0.0, std::cos(s), std::sin(s)}, {0.0, -std::sin(s), std::cos(s)}}};
-        expect_near(rotation(t, p, s), multiply(roll, multiply(elevation, azimuth)), 1e-15);
+        const Matrix3 expected = multiply(roll, multiply(elevation, azimuth)), r = rotation(t, p, s);
+        for (std::size_t i = 0; i < 3; ++i)
+            for (std::size_t j = 0; j < 3; ++j)
+                EXPECT_NEAR(r[i][j], expected[i][j], 1e-15) << "row " << i + 1 << ", column " << j + 1;
     }
 }
 
-TEST(Rotation, TakesTheComplementaryAngleAndBothBounds)
+TEST(Rotation, TakesTheComplementaryAngleAndWhatIsNotANumber)
 {
-    expect_near(rotation(0.0, 0.0, 0.0), {{{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}}}, 6.2e-17);
     EXPECT_EQ(rotation(0.0, 0.0, 0.0)[0][2], std::cos(kHalfPi)) << "6e-17, not zero";
-
-    const Matrix3 up = rotation(kHalfPi, 0.4, 0.3), down = rotation(-kHalfPi, 0.4, 0.3);
-    EXPECT_EQ(up[0], (std::array<Real, 3>{0.0, 0.0, 1.0}));
-    EXPECT_NEAR(down[0][0], 0.0, 2e-16);
-    EXPECT_EQ(down[0][2], -1.0);
-
-    for (const Real beyond : {std::nextafter(kHalfPi, 2.0), -std::nextafter(kHalfPi, 2.0)})
-        rotation(beyond, 0.0, 0.0, "Sub IHE_orig_ROT3D: input parameters out of bounds !");
-}
-
-TEST(Rotation, AcceptsAnglesThatAreNotNumbers)
-{
-    const Real nan = std::numeric_limits<Real>::quiet_NaN();
-    EXPECT_TRUE(std::isnan(rotation(nan, 0.0, 0.0)[0][0]));
-    EXPECT_TRUE(std::isnan(rotation(0.0, std::numeric_limits<Real>::infinity(), 0.0)[0][0]));
+    EXPECT_EQ(rotation(kHalfPi, 0.4, 0.3)[0], (std::array<Real, 3>{0.0, 0.0, 1.0}));
+    EXPECT_TRUE(std::isnan(rotation(std::numeric_limits<Real>::quiet_NaN(), 0.0, 0.0)[0][0]));
 }
 
 } // namespace
