@@ -8,7 +8,6 @@
 #include <cfenv>
 #include <clocale>
 #include <csignal>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,15 +23,18 @@ struct Subject
     const char* name;
     Exercise* exercise;
     std::uint64_t calls;
-
-    friend void PrintTo(const Subject& subject, std::ostream* out) { *out << subject.name; }
 };
+
+void PrintTo(const Subject& subject, std::ostream* out)
+{
+    *out << subject.name;
+}
 
 class Contract : public ::testing::TestWithParam<Subject>
 {
 protected:
     /// Hashes of what the calls number `first`, `first` + 1, ... give.
-    std::vector<std::uint64_t> run(std::uint64_t first, std::uint64_t count) const
+    static std::vector<std::uint64_t> run(std::uint64_t first, std::uint64_t count)
     {
         Room room;
         std::vector<std::uint64_t> hashes;
@@ -50,7 +52,7 @@ protected:
 
 TEST_P(Contract, HoldsForAnyValues)
 {
-    EXPECT_EQ(run(0, GetParam().calls).size(), GetParam().calls);
+    run(0, GetParam().calls);
 }
 
 TEST_P(Contract, HoldsForCallsThatOverlap)
@@ -76,15 +78,14 @@ struct HostState
         __asm__ volatile("fnstcw %0" : "=m"(x87));
         for (char** entry = environ; *entry != nullptr; ++entry)
             environment.emplace_back(*entry);
+        sigset_t blocked;
+        sigprocmask(SIG_BLOCK, nullptr, &blocked);
         for (int signal = 1; signal < 32; ++signal) {
             struct sigaction action = {};
             sigaction(signal, nullptr, &action);
             handlers.push_back(reinterpret_cast<std::uintptr_t>(action.sa_handler));
-        }
-        sigset_t blocked;
-        sigprocmask(SIG_BLOCK, nullptr, &blocked);
-        for (int signal = 1; signal < 32; ++signal)
             handlers.push_back(sigismember(&blocked, signal) != 0);
+        }
     }
     bool operator==(const HostState&) const = default;
 
@@ -99,13 +100,12 @@ TEST_P(Contract, HoldsInEveryEnvironmentAndLeavesItAsItWas)
 {
     constexpr unsigned kFlushToZero = 0x8000, kSubnormalsAreZero = 0x0040;
     const unsigned csr = _mm_getcsr();
-    const std::uint64_t calls = GetParam().calls / 20;
     for (const int rounding : {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})
         for (const unsigned flush : {0u, kFlushToZero, kFlushToZero | kSubnormalsAreZero}) {
             std::fesetround(rounding);
             _mm_setcsr(_mm_getcsr() | flush);
             const HostState before;
-            run(flush + static_cast<unsigned>(rounding), calls);
+            run(flush + static_cast<unsigned>(rounding), GetParam().calls / 20);
             const bool kept = HostState() == before;
             _mm_setcsr(csr);
             std::fesetround(FE_TONEAREST);
