@@ -156,20 +156,40 @@ std::uint64_t exercise_search(Random& random, Room& room)
     const Integer n = 1 + random.below(29), ndim = n - 1 + random.below(8), first = random.below(12),
                   last = first - 1 + random.below(6);
     Real dt = std::fabs(hostile_value(random, Values::mixed)), tolerance[5];
-    if (dt == 0.0 && random.below(2) == 0)
-        dt = 5e-324;
     for (Real& value : tolerance)
         value = std::exp(random.uniform(-34.0, 0.0));
-    if (random.below(4) == 0)
-        tolerance[random.below(5)] =
-            random.below(2) == 0 ? at_bound(random, 1e-15) : hostile_value(random, Values::mixed);
     Complex* const y = room.take<Complex>(extent(ndim));
     const std::vector<Complex> samples = hostile_complexes(random, extent(std::min(n, ndim)));
     std::copy(samples.begin(), samples.end(), y);
     const std::size_t poles = extent(last);
     Integer* const m = room.take<Integer>(1);
     Complex *const residue = room.take<Complex>(poles), *const pole = room.take<Complex>(poles);
-    const StatusPair status(random, room);
+    Complex *const fit_residue = room.take<Complex>(poles), *const fit_pole = room.take<Complex>(poles);
+    const StatusPair status(random, room), fit(status.length, room);
+    Real e[5] = {1.0, 1.0, 1.0, 1.0, 1.0};
+    const auto run_fit = [&](Integer order, Complex* c, Complex* s) {
+        LEASTSQ_PRONY_SVD(&n, &ndim, y, &dt, &order, &last, c, s, &e[0], &e[1], &e[2], &e[3], &e[4], fit.flag,
+                          fit.message, fit.length);
+    };
+    const int held = random.below(5);
+    switch (random.below(8)) {
+    case 0: // a measure as its own tolerance, and alone
+        run_fit(first, std::vector<Complex>(poles).data(), std::vector<Complex>(poles).data());
+        std::fill_n(tolerance, 5, 1e300);
+        tolerance[held] = at_bound(random, e[held]);
+        break;
+    case 1:
+        tolerance[held] = at_bound(random, 1e-15);
+        break;
+    case 2:
+        tolerance[held] = hostile_value(random, Values::special);
+        break;
+    case 3:
+        dt = 5e-324; // positive, but refused by the fit
+        break;
+    default:
+        break;
+    }
     ADAPTIVE_PRONY(n, ndim, y, dt, first, last, tolerance[0], tolerance[1], tolerance[2], tolerance[3], tolerance[4],
                    *m, residue, pole, *status.flag, status.message, status.length);
 
@@ -179,17 +199,11 @@ std::uint64_t exercise_search(Random& random, Room& room)
         require(room.untouched({m, residue, pole}), "a search that was refused wrote");
         return room.end();
     }
-    // Order by order.
-    Complex *const fit_residue = room.take<Complex>(poles), *const fit_pole = room.take<Complex>(poles);
-    const StatusPair fit(status.length, room);
     const Integer cap = std::min(last, n / 2);
     Integer order = std::min(first, cap) - 1;
     bool good = false;
     do {
-        Real e[5];
-        ++order;
-        LEASTSQ_PRONY_SVD(&n, &ndim, y, &dt, &order, &last, fit_residue, fit_pole, &e[0], &e[1], &e[2], &e[3], &e[4],
-                          fit.flag, fit.message, fit.length);
+        run_fit(++order, fit_residue, fit_pole);
         good = std::equal(e, e + 5, tolerance, [](Real measure, Real bound) { return !(measure > bound); });
     } while (*fit.flag == 0 && !good && order < cap);
     if (*fit.flag == 0)
@@ -315,30 +329,48 @@ void lagrange(Random& random, Room& room)
     }
 }
 
-void legendre(Random& random, Room& room)
+Real next_degree(Real k, Real x, Real p1, Real p2)
+{
+    return ((2.0 * k - 1.0) * x * p1 - (k - 1.0) * p2) / k;
+}
+Complex next_degree(Real k, const Complex& z, const Complex& p1, const Complex& p2)
+{
+    const Complex sum = multiply(multiply(2.0 * k - 1.0, z), p1) - multiply(k - 1.0, p2);
+    return {sum.real() / k, sum.imag() / k};
+}
+
+/// A table of the degrees up to n2, from x or continued from what stands there.
+template <class T, class Tabulate>
+void legendre(Random& random, Room& room, Tabulate tabulate, T x, bool has_value, std::string_view text)
 {
     const Integer n1 = random.below(12) - 2, n2 = random.below(40) - 1, nmax = n2 - 1 + random.below(4);
     const Logical continued = random.below(4);
-    const bool in_bounds = n1 >= 0 && n1 <= n2 && n2 <= nmax && (continued % 2 == 0 || n1 >= 2);
     const std::size_t size = extent(nmax + 1);
+    T *const p = room.take<T>(size), *const plain = room.take<T>(size);
     const StatusPair status(random, room);
-    const auto check = [&](bool accepted, const auto* p, std::string_view text) {
-        status.check(accepted, {text});
-        const std::size_t first = accepted && continued % 2 != 0 ? extent(n1) : 0;
-        require(Room::untouched(p, 0, first) && Room::untouched(p, accepted ? extent(n2 + 1) : 0, size),
-                "degrees were written that were not asked for");
-    };
-    if (random.below(2) == 0) {
-        const Real x = random.below(2) == 0 ? random.uniform(-1.0, 1.0) : hostile_value(random, Values::mixed);
-        Real* const p = room.take<Real>(size);
-        NEW_PN0UOX(x, n1, n2, nmax, continued, p, *status.flag, status.message, status.length);
-        check(in_bounds && std::fabs(x) <= 1.0, p, "Sub NEW_PN0UOX: input parameters out of bounds !");
-    } else {
-        Complex* const p = room.take<Complex>(size);
-        NEW_PN0UOZ(hostile_complex(random, any_kind(random)), n1, n2, nmax, continued, p, *status.flag, status.message,
-                   status.length);
-        check(in_bounds, p, "Sub NEW_PN0UOZ: input parameters out of bounds !");
+    tabulate(x, n1, n2, nmax, continued, p, *status.flag, status.message, status.length);
+    const bool starts = continued % 2 == 0;
+    if (status.check(has_value && n1 >= 0 && n1 <= n2 && n2 <= nmax && (starts || n1 >= 2), {text})) {
+        if (starts)
+            plain[0] = 1.0;
+        if (starts && n2 > 0)
+            plain[1] = x;
+        for (Integer k = starts ? 2 : n1; k <= n2; ++k)
+            plain[k] = next_degree(k, x, plain[k - 1], plain[k - 2]);
     }
+    require(same_bits(p, plain, size), "the table, or what is left alone, is not that of the recurrence");
+}
+
+void real_legendre(Random& random, Room& room)
+{
+    const Real x = random.below(2) == 0 ? random.uniform(-1.0, 1.0) : hostile_value(random, Values::mixed);
+    legendre(random, room, NEW_PN0UOX, x, std::fabs(x) <= 1.0, "Sub NEW_PN0UOX: input parameters out of bounds !");
+}
+
+void complex_legendre(Random& random, Room& room)
+{
+    const Complex z = hostile_complex(random, any_kind(random));
+    legendre(random, room, NEW_PN0UOZ, z, true, "Sub NEW_PN0UOZ: input parameters out of bounds !");
 }
 
 void rotation(Random& random, Room& room)
@@ -451,8 +483,9 @@ void deviates(Random& random, Room&)
 
 std::uint64_t exercise_utilities(Random& random, Room& room)
 {
-    static constexpr void (*routines[])(Random&, Room&) = {interval, lagrange,    legendre,          rotation, sort,
-                                                           grids,    polynomials, special_functions, deviates};
+    static constexpr void (*routines[])(Random&, Room&) = {interval,          lagrange, real_legendre, complex_legendre,
+                                                           rotation,          sort,     grids,         polynomials,
+                                                           special_functions, deviates};
     room.begin();
     routines[random.below(static_cast<int>(std::size(routines)))](random, room);
     return room.end();

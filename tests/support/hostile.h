@@ -32,23 +32,11 @@ inline Values any_kind(Random& random)
 
 inline Real hostile_value(Random& random, Values kind)
 {
-    using Limits = std::numeric_limits<Real>;
-    static constexpr Real special[] = {0.0,
-                                       -0.0,
-                                       1.0,
-                                       -1.0,
-                                       Limits::infinity(),
-                                       -Limits::infinity(),
-                                       Limits::quiet_NaN(),
-                                       Limits::denorm_min(),
-                                       Limits::min(),
-                                       Limits::max(),
-                                       Limits::lowest(),
-                                       Limits::epsilon(),
-                                       1e154,
-                                       -1e154,
-                                       1e-162,
-                                       1e-300};
+    static constexpr Real inf = std::numeric_limits<Real>::infinity(), nan = std::numeric_limits<Real>::quiet_NaN(),
+                          least = std::numeric_limits<Real>::denorm_min(), normal = std::numeric_limits<Real>::min(),
+                          most = std::numeric_limits<Real>::max(), eps = std::numeric_limits<Real>::epsilon();
+    static constexpr Real special[] = {0.0,    -0.0, 1.0,   -1.0, inf,   -inf,   nan,    least,
+                                       normal, most, -most, eps,  1e154, -1e154, 1e-162, 1e-300};
     switch (kind) {
     case Values::ordinary:
         return random.uniform(-1.0, 1.0);

@@ -90,71 +90,48 @@ BasicTestMatrix<T> adjoint(const BasicTestMatrix<T>& a)
     return BasicTestMatrix<T>(a.columns(), a.rows()).fill([&](Index i, Index j) { return conjugate(a(j, i)); });
 }
 
-/// A kind of matrix that a decomposition meets.
+/// A kind of matrix that a decomposition meets: its elements, counted from 0, in a matrix of so many rows.
 struct MatrixKind
 {
     const char* name;
-    void (*make)(TestMatrix&, Random&);
+    Complex (*element)(Random& random, Real i, Real j, Real rows);
+
+    TestMatrix make(Random& random, Index rows, Index columns, Index pad) const
+    {
+        TestMatrix a(rows, columns, pad);
+        return a.fill([&](Index i, Index j) {
+            return element(random, static_cast<Real>(i), static_cast<Real>(j), static_cast<Real>(rows));
+        });
+    }
 };
 
 inline constexpr MatrixKind kMatrixKinds[] = {
-    {"random", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return random.complex(); }); }},
-    {"real", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return random.uniform(-1.0, 1.0); }); }},
-    {"huge", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return 1e140 * random.complex(); }); }},
-    {"tiny", [](TestMatrix& a, Random& random) { a.fill([&](Index, Index) { return 1e-140 * random.complex(); }); }},
-    {"zero", [](TestMatrix& a, Random&) { a.fill([](Index, Index) { return Complex(0.0, -0.0); }); }},
+    {"random", [](Random& random, Real, Real, Real) { return random.complex(); }},
+    {"real", [](Random& random, Real, Real, Real) { return Complex(random.uniform(-1.0, 1.0)); }},
+    {"huge", [](Random& random, Real, Real, Real) { return 1e140 * random.complex(); }},
+    {"tiny", [](Random& random, Real, Real, Real) { return 1e-140 * random.complex(); }},
+    {"zero", [](Random&, Real, Real, Real) { return Complex(0.0, -0.0); }},
     {"zero columns",
-     [](TestMatrix& a, Random& random) {
-         a.fill([&](Index, Index j) { return j % 2 == 0 ? Complex(0.0) : random.complex(); });
-     }},
-    {"graded",
-     [](TestMatrix& a, Random& random) {
-         a.fill([&](Index i, Index j) {
-             return std::pow(10.0, -14.0 * static_cast<Real>(i + j) / static_cast<Real>(a.rows())) * random.complex();
-         });
-     }},
+     [](Random& random, Real, Real j, Real) { return std::fmod(j, 2.0) == 0.0 ? 0.0 : random.complex(); }},
+    {"graded", [](Random& random, Real i, Real j,
+                  Real rows) { return std::pow(10.0, -14.0 * (i + j) / rows) * random.complex(); }},
     {"rank two",
-     [](TestMatrix& a, Random& random) {
-         const auto x = random.complexes(static_cast<std::size_t>(2 * a.rows())), y = random.complexes(x.size());
-         a.fill([&](Index i, Index j) {
-             const auto row = static_cast<std::size_t>(2 * i), column = static_cast<std::size_t>(2 * j);
-             return x[row] * y[column] + x[row + 1] * y[column + 1];
-         });
-     }},
+     [](Random&, Real i, Real j, Real) { return std::polar(1.0, i * i + 2.0 * j * j) + std::polar(0.5, 3.0 * i + j); }},
     {"repeated values", // a multiple of a unitary matrix
-     [](TestMatrix& a, Random&) {
-         a.fill([&](Index i, Index j) {
-             return std::polar(2.5, 2.0 * std::numbers::pi * static_cast<Real>(i * j) / static_cast<Real>(a.rows()));
-         });
-     }},
+     [](Random&, Real i, Real j, Real rows) { return std::polar(2.5, 2.0 * std::numbers::pi * i * j / rows); }},
     {"two exponentials", // the first stage of a fit without noise
-     [](TestMatrix& a, Random& random) {
-         const Complex s1(-0.01, random.uniform(-3.0, 3.0)), s2(-0.02, random.uniform(-3.0, 3.0));
-         a.fill([&](Index i, Index j) {
-             return std::exp(s1 * static_cast<Real>(i - j)) + std::exp(s2 * static_cast<Real>(i - j));
-         });
+     [](Random&, Real i, Real j, Real) {
+         return std::exp(Complex(-0.01, 0.7) * (i - j)) + std::exp(Complex(-0.02, -2.1) * (i - j));
      }},
-    {"Vandermonde",
-     [](TestMatrix& a, Random& random) {
-         for (Index j = 0; j < a.columns(); ++j) {
-             const Complex z = std::polar(random.uniform(0.9, 1.0), random.uniform(-3.0, 3.0));
-             a(0, j) = 1.0;
-             for (Index i = 1; i < a.rows(); ++i)
-                 a(i, j) = a(i - 1, j) * z;
-         }
-     }},
+    {"Vandermonde", [](Random&, Real i, Real j, Real) { return std::exp(i * Complex(-1e-3 * j, 2.4 * j)); }},
     {"deflating", // bidiagonal with zeros on its diagonal: every reflection meets zeros, the iteration splits
-     [](TestMatrix& a, Random& random) {
-         a.fill([&](Index i, Index j) {
-             return i == j ? Complex(i % 5 == 1 ? 0.0 : random.uniform(0.5, 1.0)) : Complex(j == i + 1 ? 1.0 : 0.0);
-         });
+     [](Random& random, Real i, Real j, Real) {
+         return Complex(i == j ? (std::fmod(i, 5.0) == 1.0 ? 0.0 : random.uniform(0.5, 1.0)) : j == i + 1.0);
      }},
     {"deflating late", // bidiagonal: values become negligible when rotations are pending
-     [](TestMatrix& a, Random& random) {
-         a.fill([&](Index i, Index j) {
-             const Real size = random.uniform(0.5, 1.0);
-             return Complex(i == j ? (random.below(4) == 0 ? 1e-14 * size : size) : j == i + 1 ? size : 0.0);
-         });
+     [](Random& random, Real i, Real j, Real) {
+         const Real size = random.uniform(0.5, 1.0);
+         return Complex(i == j ? (random.below(4) == 0 ? 1e-14 * size : size) : j == i + 1.0 ? size : 0.0);
      }},
 };
 
