@@ -156,7 +156,7 @@ struct Decomposition
         }
     }
 
-    // From here on only the real parts of s and e carry values; every write stores the imaginary part 0.
+    // From here on only the real parts of s and e carry values.
     Real sr(Index i) const { return s(i).real(); }
     Real er(Index i) const { return e(i).real(); }
     void set_s(Index i, Real value) const { s(i) = Complex(value, 0.0); }

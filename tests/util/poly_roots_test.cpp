@@ -61,19 +61,6 @@ TEST(Quadratic, SpecialCoefficients)
 
 TEST(Scaling, SplitsIntoMantissaAndExponent)
 {
-    Random random(33);
-    for (const Real base : {2.0, 16.0, 65536.0})
-        for (int i = 0; i < 400; ++i) {
-            const Complex a = random.complex() * std::pow(10.0, random.uniform(-320.0, 308.0));
-            Complex m, e;
-            CSCALE_EXP(&a, &m, &e, 1, base, 1.0 / base);
-            EXPECT_TRUE(a == 0.0 || (1.0 / base < CSIZE(m) && CSIZE(m) <= 1.0)) << a;
-            EXPECT_EQ(std::ldexp(m.real(), static_cast<int>(std::log2(base) * e.real())), a.real());
-        }
-}
-
-TEST(Scaling, LimitsAndValuesThatCannotBeScaled)
-{
     const struct
     {
         Complex value, mantissa;

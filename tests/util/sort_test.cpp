@@ -4,7 +4,6 @@
 #include "tests/support/stop.h"
 
 #include <algorithm>
-#include <functional>
 #include <numeric>
 #include <vector>
 
@@ -20,26 +19,18 @@ std::vector<Integer> sort(std::vector<Real>& keys)
     return companions;
 }
 
-TEST(Sort, TakesLargeArraysOfAnyOrder)
+TEST(Sort, TakesLargeArrays)
 {
+    constexpr Integer kCount = 1000000;
     Random random(1);
-    constexpr int kCount = 1000000;
-    const auto random_key = [&](int) -> Real { return random.uniform(); };
-    const auto few_values = [&](int) -> Real { return random.below(4); };
-    const auto falling = [](int i) -> Real { return -i; };
-    const auto organ_pipe = [](int i) -> Real { return std::min(i, kCount - i); };
-    for (const std::function<Real(int)>& key :
-         {std::function<Real(int)>(random_key), {few_values}, {falling}, {organ_pipe}}) {
-        std::vector<Real> keys;
-        for (int i = 0; i < kCount; ++i)
-            keys.push_back(key(i));
-        const std::vector<Real> given = keys;
-        const std::vector<Integer> companions = sort(keys);
-        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-        EXPECT_TRUE(std::equal(keys.begin(), keys.end(), companions.begin(), [&](Real value, Integer from) {
-            return value == given[static_cast<std::size_t>(from) - 1];
-        }));
-    }
+    std::vector<Real> given, keys;
+    for (Integer i = 0; i < kCount; ++i)
+        given.push_back(random.below(2) == 0 ? random.uniform(0.0, kCount) : std::min(i, kCount - i)); // an organ pipe
+    keys = given;
+    const std::vector<Integer> companions = sort(keys);
+    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+    EXPECT_TRUE(std::equal(keys.begin(), keys.end(), companions.begin(),
+                           [&](Real key, Integer from) { return key == given[static_cast<std::size_t>(from) - 1]; }));
 }
 
 TEST(Sort, PlacesEqualKeysAsTheStepsSay)
