@@ -81,28 +81,19 @@ std::uint64_t exercise_fit(Random& random, Room& room)
             mmax = m + random.below(3);
     Real dt = random.below(2) == 0 ? 1.0 : std::fabs(hostile_value(random, Values::mixed));
     Integer* const extents[] = {&n, &m, &ndim, &mmax};
-    switch (random.below(24)) { // now and then an argument at its bound or just beyond, or anywhere
-    case 0:
+    const int edge = random.below(24); // now and then an argument at its bound or just beyond, or anywhere
+    if (edge == 0)
         ndim = n - random.below(2);
-        break;
-    case 1:
+    else if (edge == 1)
         m = random.below(2);
-        break;
-    case 2:
+    else if (edge == 2)
         mmax = m - random.below(2);
-        break;
-    case 3:
+    else if (edge == 3)
         m = mmax = n / 2 + random.below(2);
-        break;
-    case 4:
+    else if (edge == 4)
         dt = at_bound(random, 1e-102);
-        break;
-    case 5:
+    else if (edge == 5)
         *extents[random.below(4)] = static_cast<Integer>(random.bits());
-        break;
-    default:
-        break;
-    }
     constexpr Integer kMost = 100;
     const bool valid = !(n < 2 || n > ndim || dt < 1e-102 || m < 1 || m > mmax || 2 * Index{m} > n);
     if (valid && std::max(ndim, mmax) > kMost)
@@ -157,24 +148,17 @@ std::uint64_t exercise_search(Random& random, Room& room)
         LEASTSQ_PRONY_SVD(&n, &ndim, y, &dt, &order, &last, c, s, &e[0], &e[1], &e[2], &e[3], &e[4], fit.flag,
                           fit.message, fit.length);
     };
-    const int held = random.below(5);
-    switch (random.below(8)) {
-    case 0: // a measure as its own tolerance, and alone
+    const int edge = random.below(8), held = random.below(5);
+    if (edge == 0) { // a measure as its own tolerance, and alone
         run_fit(first, std::vector<Complex>(poles).data(), std::vector<Complex>(poles).data());
         std::fill_n(tolerance, 5, 1e300);
         tolerance[held] = at_bound(random, e[held]);
-        break;
-    case 1:
+    } else if (edge == 1) {
         tolerance[held] = at_bound(random, 1e-15);
-        break;
-    case 2:
+    } else if (edge == 2) {
         tolerance[held] = hostile_value(random, Values::special);
-        break;
-    case 3:
+    } else if (edge == 3) {
         dt = 5e-324; // positive, but refused by the fit
-        break;
-    default:
-        break;
     }
     ADAPTIVE_PRONY(n, ndim, y, dt, first, last, tolerance[0], tolerance[1], tolerance[2], tolerance[3], tolerance[4],
                    *m, residue, pole, *status.flag, status.message, status.length);

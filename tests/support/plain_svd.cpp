@@ -57,9 +57,9 @@ void make_unit_column(const Matrix<Complex>& q, Index rows, Index j)
 
 struct Decomposition
 {
-    Index n, p;        // rows and columns
-    bool wantu, wantv; // whether left, right vectors are asked for
-    Index ncu;         // number of left vectors
+    Index n, p;   // rows and columns
+    Index nu, nv; // lengths of the left and of the right vectors; 0 if they are not asked for
+    Index ncu;    // number of left vectors
     Matrix<Complex> x, u, v;
     Vector<Complex> s, e, work;
     Index nct = std::min(n - 1, p), nrt = std::max<Index>(0, p - 2); // numbers of column and of row reflections
@@ -87,7 +87,7 @@ struct Decomposition
                 apply_reflection(n - l + 1, x.from(l, l), x.from(l, j));
             e(j) = std::conj(x(l, j));
         }
-        if (wantu)
+        if (nu > 0)
             std::copy_n(x.from(l, l), n - l + 1, u.from(l, l));
     }
 
@@ -102,7 +102,7 @@ struct Decomposition
             for (Index j = l + 1; j <= p; ++j)
                 zaxpy(n - l, std::conj(divide_plain(-e(j), e(l + 1))), work.from(l + 1), x.from(l + 1, j));
         }
-        if (wantv)
+        if (nv > 0)
             std::copy_n(e.from(l + 1), p - l, v.from(l + 1, l));
     }
 
@@ -143,15 +143,13 @@ struct Decomposition
                 s(i) = t;
                 if (i < p)
                     e(i) = divide_plain(e(i), r);
-                if (wantu)
-                    zscal(n, r, u.from(1, i));
+                zscal(nu, r, u.from(1, i));
             }
             if (i < p && !is_zero(e(i))) {
                 const Complex t(modulus(e(i)), 0.0), r = divide_plain(t, e(i));
                 e(i) = t;
                 s(i + 1) = multiply(s(i + 1), r);
-                if (wantv)
-                    zscal(p, r, v.from(1, i + 1));
+                zscal(nv, r, v.from(1, i + 1));
             }
         }
     }
@@ -161,17 +159,6 @@ struct Decomposition
     Real er(Index i) const { return e(i).real(); }
     void set_s(Index i, Real value) const { s(i) = Complex(value, 0.0); }
     void set_e(Index i, Real value) const { e(i) = Complex(value, 0.0); }
-
-    void rotate_u(Index i, Index j, Real c, Real sn) const
-    {
-        if (wantu)
-            zdrot(n, u.from(1, i), u.from(1, j), c, sn);
-    }
-    void rotate_v(Index i, Index j, Real c, Real sn) const
-    {
-        if (wantv)
-            zdrot(p, v.from(1, i), v.from(1, j), c, sn);
-    }
 
     /// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m; returns the m at
     /// which a limit is met, or 0.
@@ -225,7 +212,7 @@ struct Decomposition
                 f = -sn * er(k - 1);
                 set_e(k - 1, c * er(k - 1));
             }
-            rotate_v(k, m, c, sn);
+            zdrot(nv, v.from(1, k), v.from(1, m), c, sn);
         }
     }
 
@@ -240,7 +227,7 @@ struct Decomposition
             set_s(k, r);
             f = -sn * er(k);
             set_e(k, c * er(k));
-            rotate_u(k, l - 1, c, sn);
+            zdrot(nu, u.from(1, k), u.from(1, l - 1), c, sn);
         }
     }
 
@@ -268,7 +255,7 @@ struct Decomposition
             set_e(k, c * er(k) - sn * sr(k));
             g = sn * sr(k + 1);
             set_s(k + 1, c * sr(k + 1));
-            rotate_v(k, k + 1, c, sn);
+            zdrot(nv, v.from(1, k), v.from(1, k + 1), c, sn);
 
             drotg(f, g, c, sn);
             set_s(k, f);
@@ -276,7 +263,7 @@ struct Decomposition
             set_s(k + 1, -sn * er(k) + c * sr(k + 1));
             g = sn * er(k + 1);
             set_e(k + 1, c * er(k + 1));
-            rotate_u(k, k + 1, c, sn);
+            zdrot(nu, u.from(1, k), u.from(1, k + 1), c, sn);
         }
         set_e(m - 1, f);
     }
@@ -286,15 +273,12 @@ struct Decomposition
     {
         if (sr(m) < 0.0) {
             set_s(m, -sr(m));
-            if (wantv)
-                zscal(p, Complex(-1.0, 0.0), v.from(1, m));
+            zscal(nv, Complex(-1.0, 0.0), v.from(1, m));
         }
         for (Index l = m; l != p && sr(l) < sr(l + 1); ++l) { // equal values stay in place
             std::swap(s(l), s(l + 1));
-            if (wantv)
-                zswap(p, v.from(1, l), v.from(1, l + 1));
-            if (wantu)
-                zswap(n, u.from(1, l), u.from(1, l + 1));
+            zswap(nv, v.from(1, l), v.from(1, l + 1));
+            zswap(nu, u.from(1, l), u.from(1, l + 1));
         }
     }
 };
@@ -305,12 +289,21 @@ Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Co
                   Complex* v, Integer ldv, Complex* work, Complex* e)
 {
     const Integer left_code = job % 100 / 10; // both remainders keep the sign of job
-    Decomposition svd{n,        p,         left_code != 0, job % 10 != 0, left_code <= 1 ? n : p, {x, ldx}, {u, ldu},
-                      {v, ldv}, Vector(s), Vector(e),      Vector(work)};
+    Decomposition svd{n,
+                      p,
+                      left_code != 0 ? n : 0,
+                      job % 10 != 0 ? p : 0,
+                      left_code <= 1 ? n : p,
+                      {x, ldx},
+                      {u, ldu},
+                      {v, ldv},
+                      Vector(s),
+                      Vector(e),
+                      Vector(work)};
     svd.reduce_to_bidiagonal();
-    if (svd.wantu)
+    if (svd.nu > 0)
         svd.generate_left_vectors();
-    if (svd.wantv)
+    if (svd.nv > 0)
         svd.generate_right_vectors();
     svd.make_real();
     return static_cast<Integer>(svd.iterate());
