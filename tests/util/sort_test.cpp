@@ -1,6 +1,5 @@
 #include "util/sort.h"
 
-#include "tests/support/random.h"
 #include "tests/support/stop.h"
 
 #include <algorithm>
@@ -19,14 +18,14 @@ std::vector<Integer> sort(std::vector<Real>& keys)
     return companions;
 }
 
+/// An organ pipe, of which every partition splits off little: the stack holds only if the larger piece waits.
 TEST(Sort, TakesLargeArrays)
 {
     constexpr Integer kCount = 1000000;
-    Random random(1);
-    std::vector<Real> given, keys;
+    std::vector<Real> given;
     for (Integer i = 0; i < kCount; ++i)
-        given.push_back(random.below(2) == 0 ? random.uniform(0.0, kCount) : std::min(i, kCount - i)); // an organ pipe
-    keys = given;
+        given.push_back(std::min(i, kCount - i));
+    std::vector<Real> keys = given;
     const std::vector<Integer> companions = sort(keys);
     EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
     EXPECT_TRUE(std::equal(keys.begin(), keys.end(), companions.begin(),
