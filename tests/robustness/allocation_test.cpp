@@ -79,7 +79,7 @@ TEST(Allocation, FailuresOfTheFit)
     const auto call = [&](Values& values) {
         values.assign(21, kSentinel);
         Real e[5] = {-1.0, -1.0, -1.0, -1.0, -1.0};
-        const std::string text = status_of([&](Integer& flag, char* message, CharLen length) {
+        std::string text = status_of([&](Integer& flag, char* message, CharLen length) {
             LEASTSQ_PRONY_SVD(&n, &n, signal.y.data(), &signal.dt, &m, &m, values.data(), values.data() + m, &e[0],
                               &e[1], &e[2], &e[3], &e[4], &flag, message, length);
         });
@@ -99,7 +99,7 @@ TEST(Allocation, FailuresOfTheOrderSearch)
     const auto call = [&](Values& values) {
         values.assign(11, kSentinel);
         Integer m = 77;
-        const std::string text = status_of([&](Integer& flag, char* message, CharLen length) {
+        std::string text = status_of([&](Integer& flag, char* message, CharLen length) {
             ADAPTIVE_PRONY(n, n, signal.y.data(), signal.dt, first, last, tolerance, any, any, any, any, m,
                            values.data(), values.data() + last, flag, message, length);
         });

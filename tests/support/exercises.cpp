@@ -283,7 +283,7 @@ void lagrange(Random& random, Room& room)
     const Integer n = random.below(20) - 2;
     const std::vector<Real> nodes = hostile_reals(random, extent(n + 1));
     const Real at = nodes.empty() || random.below(3) > 0 ? hostile_value(random, any_kind(random))
-                                                         : nodes[extent(random.below(2) * n)];
+                                                         : (random.below(2) == 0 ? nodes.front() : nodes.back());
     Real* const w = room.take<Real>(nodes.size());
     const StatusPair status(random, room);
     LAGRANGE_COEFF(at, room.take(nodes), n, w, *status.flag, status.message, status.length);
