@@ -1,4 +1,5 @@
 #include "common/complex_ops.h"
+#include "tests/support/hostile.h"
 
 #include <gtest/gtest.h>
 
@@ -27,6 +28,16 @@ TEST(ComplexOperations, OverflowOnlyWhereTheyMay)
     EXPECT_EQ(divide_extended(1e300, 1e300), Complex(1.0));
     EXPECT_EQ(divide_by_reciprocal(1e-300, 1e-300), Complex(1.0));
     EXPECT_FALSE(divide_plain(1e300, 1e300) == Complex(1.0));
+}
+
+/// The decomposition takes absolute values where real numbers are complex ones by their type.
+TEST(ComplexOperations, TheModulusOfARealNumberIsItsAbsoluteValue)
+{
+    testing::Random random(1);
+    for (int i = 0; i < 100000; ++i) {
+        const Real x = testing::hostile_value(random, testing::Values::bits);
+        ASSERT_TRUE(modulus({x, 0.0}) == std::fabs(x) || std::isnan(x)) << x;
+    }
 }
 
 } // namespace
