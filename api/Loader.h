@@ -77,7 +77,8 @@ public:
     /// Lets go of the library and takes the handle of another over.
     Library& operator=(Library&& other) noexcept
     {
-        Library(std::move(other)).swap(*this);
+        Library taken(std::move(other));
+        swap(taken);
         return *this;
     }
     ~Library() = default;
