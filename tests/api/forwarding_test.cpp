@@ -17,6 +17,7 @@ using tessel::Integer;
 using tessel::Real;
 using Word = std::uintptr_t;
 
+internal::FDTDCalcImpl object;
 std::string routine;       ///< the last one that was called
 std::vector<Word> arrived; ///< its arguments
 Integer rvec_value = 77;
@@ -24,18 +25,18 @@ Integer rvec_value = 77;
 } // namespace
 
 // A function of variable arguments finds pointers and lengths where the caller of any function puts them.
-#define TESSEL_NOTE(name, count)                                   \
-    extern "C" void name(Word first, ...)                          \
-    {                                                              \
-        routine = #name;                                           \
-        arrived = {first};                                         \
-        va_list rest;                                              \
-        va_start(rest, first);                                     \
-        while (arrived.size() < (count))                           \
-            arrived.push_back(va_arg(rest, Word));                 \
-        va_end(rest);                                              \
-        if (routine == "dneupd_")                                  \
-            rvec_value = *reinterpret_cast<const Integer*>(first); \
+#define TESSEL_NOTE(name, count)                              \
+    extern "C" void name(const void* first, ...)              \
+    {                                                         \
+        routine = #name;                                      \
+        arrived = {reinterpret_cast<Word>(first)};            \
+        va_list rest;                                         \
+        va_start(rest, first);                                \
+        while (arrived.size() < (count))                      \
+            arrived.push_back(va_arg(rest, Word));            \
+        va_end(rest);                                         \
+        if (routine == "dneupd_")                             \
+            rvec_value = *static_cast<const Integer*>(first); \
     }
 TESSEL_NOTE(dneupd_, 28)
 TESSEL_NOTE(dnaupd_, 18)
@@ -54,9 +55,9 @@ namespace {
 template <std::size_t... I>
 void call(int entry, const std::vector<Word>& words, std::index_sequence<I...>)
 {
-    internal::FDTDCalcImpl object;
-    void* const operation = (*reinterpret_cast<void***>(&object))[entry];
-    reinterpret_cast<void (*)(void*, decltype(static_cast<void>(I), Word())...)>(operation)(&object, words[I]...);
+    using Operation = void(void*, decltype(static_cast<void>(I), Word())...);
+    auto* const operation = reinterpret_cast<Operation*>((*reinterpret_cast<void***>(&object))[entry]);
+    operation(&object, words[I]...);
 }
 
 /// Calls an entry of the virtual table and compares what arrives. Positions count from 1: `lengths` are those of the
@@ -101,7 +102,6 @@ TEST(Forwarding, EveryArgumentReachesItsPlace)
     expect_forwarding<17>(7, "zgesvd_", {16, 17});
     expect_forwarding<8>(8, "zgesv_", {});
     expect_forwarding<16>(9, "dgesvd_", {15, 16});
-    internal::FDTDCalcImpl object;
     EXPECT_EQ(object.dpmpar(&lwa), 7.0);
 }
 

@@ -59,4 +59,14 @@ private:
     void* handle_;
 };
 
+#ifdef TESSEL_LIBRARY
+/// One object for all tests of a program: the slots keep nothing in it.
+inline FDTDCalcAPI& api()
+{
+    static const Library library;
+    static const std::unique_ptr<FDTDCalcAPI> object = library.create();
+    return *object;
+}
+#endif
+
 } // namespace tessel::testing
