@@ -3,17 +3,16 @@
 #include "tests/support/address_space.h"
 #include "tests/support/arnoldi.h"
 #include "tests/support/child.h"
-#include "tests/support/lapack.h"
 #include "tests/support/library.h"
-#include "tests/support/random.h"
 #include "tests/support/sanitized.h"
+#include "tests/support/slots.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <cstdio>
 #include <fstream>
-#include <new>
 #include <thread>
 
 #include <malloc.h>
@@ -22,21 +21,12 @@
 namespace tessel::testing {
 namespace {
 
-/// Solves a system that is large enough to need a work buffer, and gives the solution.
-std::vector<Complex> solve_system(FDTDCalcAPI& api, Integer n = 120)
-{
-    Random random(7);
-    const auto size = static_cast<std::size_t>(n);
-    std::vector<Complex> a = random.complexes(size * size), b = random.complexes(size);
-    std::vector<Integer> pivots(size);
-    const Integer one = 1;
-    Integer info = 77;
-    api.zgesv(&n, &one, a.data(), &n, pivots.data(), b.data(), &n, &info);
-    return info == 0 ? b : std::vector<Complex>();
-}
+constexpr Integer kOrder = 120; ///< of a system that is large enough to need a work buffer
 
-void limit_address_space(std::size_t bytes)
+/// From here on no further work buffer can be mapped.
+void limit_address_space()
 {
+    const std::size_t bytes = address_space() + kWorkBufferSize / 2;
     const rlimit limit = {bytes, bytes};
     setrlimit(RLIMIT_AS, &limit);
 }
@@ -52,8 +42,8 @@ TEST(Process, LoadingAndUnloadingLeavesNothing)
     const auto cycle = [] {
         const Library library;
         const std::unique_ptr<FDTDCalcAPI> api = library.create();
-        std::thread other([&] { solve_system(*api); }); // two at once: a second work buffer is mapped
-        EXPECT_FALSE(solve_system(*api).empty());
+        std::thread other([&] { call_zgesv(*api, kOrder, 1); }); // two at once: a second work buffer is mapped
+        call_slots(*api, kOrder, 1);
         other.join();
         Arnoldi problem = sample_problem(40);
         problem.solve(*api);
@@ -82,24 +72,19 @@ TEST(Process, SolvesGoOnWhenNoMemoryCanBeMapped)
         [] {
             const Library library;
             const std::unique_ptr<FDTDCalcAPI> api = library.create();
-            std::atomic<int> ready = 0, failures = 0;
+            std::barrier start(4, []() noexcept { limit_address_space(); });
             std::vector<std::thread> workers;
             workers.reserve(4);
             for (int t = 0; t < 4; ++t)
                 workers.emplace_back([&] {
                     const std::vector<std::byte> heap(1 << 20); // the thread's own heap is there before the limit
-                    for (++ready; ready < 5;)
-                        std::this_thread::yield();
+                    start.arrive_and_wait();
                     for (int i = 0; i < 50; ++i)
-                        failures += solve_system(*api).empty();
+                        call_zgesv(*api, kOrder, 1);
                 });
-            while (ready < 4)
-                std::this_thread::yield();
-            limit_address_space(address_space() + kWorkBufferSize / 2);
-            ++ready;
             for (std::thread& worker : workers)
                 worker.join();
-            return failures.load();
+            return 0;
         },
         30);
     EXPECT_TRUE(outcome.well) << "killed after its time: a call never came back";
@@ -111,70 +96,38 @@ TEST(Process, AForkWhileOtherThreadsSolveLeavesTheChildWhole)
 {
     if (kSanitized)
         GTEST_SKIP() << "sanitizers do not follow forks of several threads";
-    const Outcome outcome = run_in_child(
-        [] {
-            const Library library;
-            const std::unique_ptr<FDTDCalcAPI> api = library.create();
-            std::atomic<bool> stop = false;
-            std::atomic<int> ready = 0;
-            std::vector<std::thread> workers;
-            workers.reserve(2);
-            for (int t = 0; t < 2; ++t)
-                workers.emplace_back([&] {
-                    solve_system(*api);
-                    for (++ready; !stop;)
-                        solve_system(*api, 40);
-                });
-            while (ready < 2)
-                std::this_thread::yield();
-            limit_address_space(address_space() + kWorkBufferSize / 2); // the buffers that there are must do
-            int failures = 0;
-            for (int i = 0; i < 60; ++i) {
-                const pid_t child = fork();
-                if (child == 0) {
-                    alarm(10);
-                    _exit(solve_system(*api, 40).empty() ? EXIT_FAILURE : kAllWell);
-                }
-                int status = -1;
-                waitpid(child, &status, 0);
-                failures += !ended_well(status);
-                if (failures > 0)
-                    break;
-            }
-            stop = true;
-            for (std::thread& worker : workers)
-                worker.join();
-            return failures;
-        },
-        60);
-    EXPECT_TRUE(outcome.well);
-}
-
-std::atomic<int> handler_calls = 0;
-
-TEST(Process, TheFactoryTriesTheNewHandlerBeforeItThrows)
-{
-    if (kSanitized)
-        GTEST_SKIP() << "the sanitizer has an allocator of its own";
     const Outcome outcome = run_in_child([] {
         const Library library;
-        FDTDCalcAPI* (*const prototype)() = nullptr;
-        const auto create = library.symbol("createFDTDCalcApi", prototype);
-        std::set_new_handler([] {
-            if (++handler_calls == 3) // twice it reports progress
-                std::set_new_handler(nullptr);
-        });
-        limit_address_space(0);
-        static void* volatile block;
-        do
-            block = std::malloc(sizeof(void*));
-        while (block != nullptr);
-        try {
-            create();
-        } catch (const std::bad_alloc&) {
-            return handler_calls == 3 ? 0 : 1;
+        const std::unique_ptr<FDTDCalcAPI> api = library.create();
+        std::atomic<bool> stop = false;
+        std::barrier start(3);
+        std::vector<std::thread> workers;
+        workers.reserve(2);
+        for (int t = 0; t < 2; ++t)
+            workers.emplace_back([&] {
+                call_zgesv(*api, kOrder, 1);
+                start.arrive_and_wait();
+                while (!stop)
+                    call_zgesv(*api, 40, 1);
+            });
+        start.arrive_and_wait();
+        limit_address_space(); // the buffers that there are must do
+        int failures = 0;
+        for (int i = 0; i < 60 && failures == 0; ++i) {
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(10);
+                call_zgesv(*api, 40, 1);
+                _exit(kAllWell);
+            }
+            int status = -1;
+            waitpid(child, &status, 0);
+            failures += !ended_well(status);
         }
-        return 2;
+        stop = true;
+        for (std::thread& worker : workers)
+            worker.join();
+        return failures;
     });
     EXPECT_TRUE(outcome.well);
 }
@@ -185,8 +138,8 @@ TEST(Process, TheEnvironmentOfTheHostChangesNothing)
     ASSERT_FALSE(Library::is_loaded()) << "the environment is read when the library is loaded";
     const auto print_solution = [] {
         const Library library;
-        for (const Complex& value : solve_system(*library.create()))
-            std::printf("%a %a\n", value.real(), value.imag());
+        for (const std::uint64_t value : call_zgesv(*library.create(), kOrder, 1))
+            std::printf("%016llx\n", static_cast<unsigned long long>(value));
         return 0;
     };
     const Outcome plain = run_in_child(print_solution);
