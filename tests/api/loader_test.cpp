@@ -68,6 +68,7 @@ TEST(Loader, SaysWhatFailed)
     EXPECT_EQ(load_error(TESSEL_HALF_LIBRARY),
               TESSEL_HALF_LIBRARY " is not Tessel: it does not export createFDTDCalcApi");
     EXPECT_EQ(dlopen(TESSEL_HALF_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is closed again";
+    EXPECT_THROW(Library(TESSEL_POOR_LIBRARY).create(), std::bad_alloc);
 }
 
 TEST(Loader, KeepsTheLibraryAsLongAsAnObjectOfIt)

@@ -1,2 +1,0 @@
-void LEASTSQ_PRONY_SVD(void);
-void LEASTSQ_PRONY_SVD(void) {}
