@@ -14,10 +14,24 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <new>
 
 namespace tessel::bench {
 
 namespace {
+
+/// Storage that starts at a line of the cache, as a fit's does.
+template <class T>
+struct LineAllocator
+{
+    using value_type = T;
+    static constexpr std::align_val_t kLine{64};
+
+    T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), kLine)); }
+    void deallocate(T* p, std::size_t) { ::operator delete(p, kLine); }
+    bool operator==(const LineAllocator&) const = default;
+};
+using Storage = std::vector<Complex, LineAllocator<Complex>>;
 
 /// One matrix with a leading dimension, and the storage of all who decompose it.
 class Task
@@ -116,7 +130,7 @@ private:
 
     Dense a;
     Integer n, p, ld, length;
-    std::vector<Complex> x, u, v, s, e, work;
+    Storage x, u, v, s, e, work;
     std::vector<Real> sv, rwork;
     std::vector<Integer> iwork;
     std::vector<Complex> lapack_work;
