@@ -9,10 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <barrier>
 #include <cstdio>
 #include <fstream>
+#include <limits>
 #include <thread>
 
 #include <malloc.h>
@@ -55,11 +57,16 @@ TEST(Process, LoadingAndUnloadingLeavesNothing)
     EXPECT_EQ(mappings().find("libtessel"), std::string::npos);
     if (kSanitized)
         GTEST_SKIP() << "memory is not counted under a sanitizer";
-    const std::size_t heap = mallinfo2().uordblks, space = address_space();
+    const std::size_t space = address_space();
     constexpr std::size_t cycles = 40, smallest_block = 32;
-    for (std::size_t i = 0; i < cycles; ++i)
-        cycle();
-    EXPECT_LT(mallinfo2().uordblks, heap + cycles * smallest_block) << "a block a cycle was left";
+    std::size_t least_growth = std::numeric_limits<std::size_t>::max();
+    for (int batch = 0; batch < 3; ++batch) { // tables of the dynamic linker and of threads grow now and then
+        const std::size_t heap = mallinfo2().uordblks;
+        for (std::size_t i = 0; i < cycles; ++i)
+            cycle();
+        least_growth = std::min(least_growth, std::max(mallinfo2().uordblks, heap) - heap);
+    }
+    EXPECT_LT(least_growth, cycles * smallest_block) << "a block a cycle was left";
     EXPECT_LE(address_space(), space + kWorkBufferSize / 2) << "a work buffer was left";
 }
 
