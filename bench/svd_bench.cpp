@@ -8,7 +8,7 @@
 #include "common/fortran.h"
 #include "common/views.h"
 #include "prony/csvdc.h"
-#include "tests/support/plain_svd.h"
+#include "reference/plain_svd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,7 +72,7 @@ public:
     void plain()
     {
         restore();
-        testing::plain_svd(21, n, p, x.data(), ld, x.data(), ld, s.data(), v.data(), p, work.data(), e.data());
+        reference::plain_svd(21, n, p, x.data(), ld, x.data(), ld, s.data(), v.data(), p, work.data(), e.data());
     }
     void zgesvd()
     {

@@ -1,7 +1,7 @@
 #include "prony/leastsq_prony_svd.h"
 
+#include "reference/plain_fit.h"
 #include "tests/support/message.h"
-#include "tests/support/plain_fit.h"
 #include "tests/support/random.h"
 #include "tests/support/same_bits.h"
 #include "tests/support/sanitized.h"
@@ -120,7 +120,8 @@ TEST(Prony, HasTheBitsOfThePlainFit)
             const Fit fit(test.signal, m);
             std::vector<Complex> residues(fit.poles.size()), poles(residues);
             Real measures[5] = {};
-            ASSERT_TRUE(plain_fit(fit.n, fit.y.data(), test.signal.dt, m, residues.data(), poles.data(), measures));
+            ASSERT_TRUE(
+                reference::plain_fit(fit.n, fit.y.data(), test.signal.dt, m, residues.data(), poles.data(), measures));
             EXPECT_TRUE(same_bits(fit.poles.data(), poles.data(), poles.size()) &&
                         same_bits(fit.residues.data(), residues.data(), poles.size()) &&
                         same_bits(fit.measures, measures, 5))

@@ -2,8 +2,8 @@
 
 #include "prony/csvdc.h"
 #include "prony/rotations.h"
+#include "reference/plain_svd.h"
 #include "tests/support/matrices.h"
-#include "tests/support/plain_svd.h"
 #include "tests/support/same_bits.h"
 
 #include <cmath>
@@ -37,8 +37,8 @@ void expect_same_bits(const std::string& what, const TestMatrix& a, Integer job,
     const bool in_place = job / 10 % 10 >= 2;
     TestMatrix x0(a), u0(n, n, pad), v0(p, p, pad), s0(p, 1), e0(p, 1), work(n, 1);
     TestMatrix& left0 = in_place ? x0 : u0;
-    const Integer info0 = plain_svd(job, n, p, x0.data(), x0.ld(), left0.data(), left0.ld(), s0.data(), v0.data(),
-                                    v0.ld(), work.data(), e0.data());
+    const Integer info0 = reference::plain_svd(job, n, p, x0.data(), x0.ld(), left0.data(), left0.ld(), s0.data(),
+                                               v0.data(), v0.ld(), work.data(), e0.data());
     for_each_width([&](int width) {
         TestMatrix x(a), u(n, n, pad), v(p, p, pad), s(p, 1), e(p, 1);
         TestMatrix& left = in_place ? x : u;

@@ -6,9 +6,9 @@
 #include "prony/czero.h"
 #include "prony/leastsq_prony_svd.h"
 #include "prony/svbksb.h"
+#include "reference/plain_fit.h"
+#include "reference/plain_svd.h"
 #include "tests/support/hostile.h"
-#include "tests/support/plain_fit.h"
-#include "tests/support/plain_svd.h"
 #include "tests/support/same_bits.h"
 #include "util/elliptic.h"
 #include "util/interpolation.h"
@@ -124,7 +124,7 @@ std::uint64_t exercise_fit(Random& random, Room& room)
     }
     Complex *const plain_residue = room.take<Complex>(poles), *const plain_pole = room.take<Complex>(poles);
     Real* const plain_measure = room.take<Real>(5);
-    const bool success = plain_fit(n, samples, dt, m, plain_residue, plain_pole, plain_measure);
+    const bool success = reference::plain_fit(n, samples, dt, m, plain_residue, plain_pole, plain_measure);
     status.check(success, {kSvdText, kZeroText});
     require(same_bits(residue, plain_residue, poles) && same_bits(pole, plain_pole, poles) &&
                 same_bits(measure, plain_measure, 5),
@@ -244,7 +244,7 @@ std::uint64_t exercise_svd(Random& random, Room& room)
     Complex *const x0 = room.take(matrix), *const u0 = in_place ? x0 : room.take<Complex>(size_u),
                    *const s0 = room.take<Complex>(size_s), *const e0 = room.take<Complex>(size_s),
                    *const v0 = room.take<Complex>(size_v), *const work0 = room.take<Complex>(extent(n));
-    const Integer plain_info = p == 0 ? 0 : plain_svd(job, n, p, x0, ld, u0, ld, s0, v0, ldv, work0, e0);
+    const Integer plain_info = p == 0 ? 0 : reference::plain_svd(job, n, p, x0, ld, u0, ld, s0, v0, ldv, work0, e0);
     status.check(plain_info == 0, {kSvdText});
     require(*info == plain_info && same_bits(s, s0, size_s) && same_bits(e, e0, size_s) && same_bits(u, u0, size_u) &&
                 same_bits(v, v0, size_v),
@@ -259,7 +259,7 @@ std::uint64_t exercise_svd(Random& random, Room& room)
     const Complex* const w = random.below(2) == 0 ? s : room.take(hostile_complexes(random, size_s));
     RECIPES_SVBKSB(u, w, v, n, p, mp, np, b, y, *status.flag, status.message, status.length);
     if (status.check(n <= mp && p <= np, {"Sub RECIPES_SVBKSB: input parameters out of bounds !"}))
-        plain_back_substitution(u, w, v, n, p, mp, np, b, y0);
+        reference::plain_back_substitution(u, w, v, n, p, mp, np, b, y0);
     require(same_bits(y, y0, size_s), "the solution, or what is left alone, differs from the plain one");
     return room.end();
 }

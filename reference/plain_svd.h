@@ -4,10 +4,10 @@
 
 #include "common/types.h"
 
-namespace tessel::testing {
+namespace tessel::reference {
 
 /// Arguments as those of SLATEC_CSVDC, 1 <= p <= n; returns INFO.
 Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Complex* u, Integer ldu, Complex* s,
                   Complex* v, Integer ldv, Complex* work, Complex* e);
 
-} // namespace tessel::testing
+} // namespace tessel::reference

@@ -1,16 +1,16 @@
-#include "tests/support/plain_fit.h"
+#include "reference/plain_fit.h"
 
 #include "common/complex_ops.h"
 #include "common/views.h"
 #include "prony/czero.h"
-#include "tests/support/plain_svd.h"
+#include "reference/plain_svd.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iterator>
 #include <vector>
 
-namespace tessel::testing {
+namespace tessel::reference {
 
 namespace {
 
@@ -137,4 +137,4 @@ bool plain_fit(Integer n, const Complex* samples, Real dt, Integer m, Complex* r
     return true;
 }
 
-} // namespace tessel::testing
+} // namespace tessel::reference

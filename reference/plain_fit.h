@@ -4,7 +4,7 @@
 
 #include "common/types.h"
 
-namespace tessel::testing {
+namespace tessel::reference {
 
 /// Fits n samples by m exponentials, 2 m <= n; measures are ERR_L2, ERR_RMS, ERR_PEAK, ERR_RMS_MEAN, ERR_PEAK_MEAN.
 /// Returns false if an iteration limit is met; poles that were found by then are written.
@@ -15,4 +15,4 @@ bool plain_fit(Integer n, const Complex* samples, Real dt, Integer m, Complex* r
 void plain_back_substitution(const Complex* U, const Complex* W, const Complex* V, Index m, Index n, Index mp, Index np,
                              const Complex* B, Complex* X);
 
-} // namespace tessel::testing
+} // namespace tessel::reference

@@ -1,4 +1,4 @@
-#include "tests/support/plain_svd.h"
+#include "reference/plain_svd.h"
 
 #include "common/complex_ops.h"
 #include "common/fortran.h"
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tessel::testing {
+namespace tessel::reference {
 
 namespace {
 
@@ -309,4 +309,4 @@ Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Co
     return static_cast<Integer>(svd.iterate());
 }
 
-} // namespace tessel::testing
+} // namespace tessel::reference
