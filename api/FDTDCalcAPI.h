@@ -70,8 +70,11 @@ public:
     /// @param[in]  SIGMAR  real part of the shift, in modes 3 and 4
     /// @param[in]  SIGMAI  imaginary part of the shift, in modes 3 and 4
     /// @param[out] WORKEV  work storage, 3 NCV
-    /// @param BMAT,BMAT_LENGTH,N,WHICH,WHICH_LENGTH,NEV,TOL,RESID,NCV,V,LDV,IPARAM,IPNTR,WORKD,WORKL,LWORKL,INFO
+    /// @param[in]     BMAT,BMAT_LENGTH,N,WHICH,WHICH_LENGTH,NEV,TOL,RESID,NCV,LDV,IPARAM,WORKD,LWORKL
     ///                     as the last call of `dnaupd` left them
+    /// @param[in,out] V,IPNTR,WORKL  the same; if RVEC is true, V holds the Schur vectors of the converged values on
+    ///                     return, and IPNTR(9) .. IPNTR(13) tell where their data stand in WORKL
+    /// @param[in,out] INFO  that of the last call of `dnaupd`; on return see Errors
     ///
     /// Where SIGMAI is not zero, DR and DI are those of the transformed operator: the eigenvalues are the Rayleigh
     /// quotients of the vectors.
@@ -96,7 +99,8 @@ public:
     ///
     /// @param[in,out] IDO    0 to begin; on return -1 or 1: WORKD(IPNTR(2)..) := OP WORKD(IPNTR(1)..), where for 1 in
     ///                       modes 3 and 4 B x already stands at WORKD(IPNTR(3)..); 2: WORKD(IPNTR(2)..) := B
-    ///                       WORKD(IPNTR(1)..); 3: IPARAM(8) shifts into WORKL(IPNTR(14)..); 99: done
+    ///                       WORKD(IPNTR(1)..); 3: np = IPARAM(8) shifts, the real parts into WORKL(IPNTR(14)..), the
+    ///                       imaginary parts np places behind them, conjugate pairs side by side; 99: done
     /// @param[in]     BMAT   'I' standard problem A x = lambda x, 'G' generalised problem A x = lambda B x
     /// @param[in]     BMAT_LENGTH  length of BMAT, by value
     /// @param[in]     N      order of the problem
@@ -112,7 +116,9 @@ public:
     /// @param[in,out] IPARAM 11: (1) 1 exact shifts, 0 shifts of the host; (3) most restarts, on return those made;
     ///                       (4) 1; (5) out: converged values; (7) mode, 1 .. 4; (8) out: number of shifts asked for;
     ///                       (9) .. (11) out: numbers of products with OP, with B, of reorthogonalisations
-    /// @param[out]    IPNTR  14: one-based places in WORKD and WORKL
+    /// @param[out]    IPNTR  14: one-based places in WORKD, (1) .. (3), and in WORKL: (5) the Hessenberg matrix, (NCV,
+    ///                       NCV); (6), (7) real and imaginary parts of its eigenvalues, NCV, the wanted ones last; (8)
+    ///                       their error bounds; (14) the shifts of the host
     /// @param[in,out] WORKD  3 N, for the reverse communication
     /// @param[out]    WORKL  work storage, LWORKL
     /// @param[in]     LWORKL >= 3 NCV^2 + 6 NCV
@@ -137,13 +143,13 @@ public:
     /// Slot 3: MINPACK HYBRJ1, a zero of N nonlinear equations in N unknowns by the modified Powell hybrid method, with
     /// the host's Jacobian.
     ///
-    /// @param[in]     FCN     the system
+    /// @param[in]     FCN     the system; no exception may leave it
     /// @param[in]     N       number of equations and unknowns, > 0
     /// @param[in,out] X       N: start on entry, the final estimate on return
     /// @param[out]    FVEC    F(X), N
     /// @param[out]    FJAC    orthogonal matrix Q of the QR factors of the final approximate Jacobian, (LDFJAC, N)
     /// @param[in]     LDFJAC  leading dimension of FJAC, >= N
-    /// @param[in]     TOL     relative error wished for between X and the solution, >= 0
+    /// @param[in]     TOL     relative error wished for between X and the solution, not negative
     /// @param[out]    INFO    see Errors
     /// @param[out]    WA      work storage, LWA; on return WA(N + 1 .. 2 N) holds Q^T F(X), and the triangular factor
     ///                        stands by rows from WA(6 N + 1) on
@@ -181,22 +187,23 @@ public:
     /// @param[in]     JOBVT  the same for the rows of VT; not 'O' if JOBU is
     /// @param[in]     M      rows of A, >= 0
     /// @param[in]     N      columns of A, >= 0
-    /// @param[in,out] A      (LDA, N); destroyed
+    /// @param[in,out] A      (LDA, N); on return the vectors that 'O' asks for, otherwise destroyed
     /// @param[in]     LDA    >= max(1, M)
     /// @param[out]    S      singular values, min(M, N), not increasing
-    /// @param[out]    U      (LDU, M) or (LDU, min(M, N)) as JOBU asks
+    /// @param[out]    U      (LDU, M) for 'A', (LDU, min(M, N)) for 'S'; not referenced otherwise
     /// @param[in]     LDU    >= 1, and >= M if U is asked for
-    /// @param[out]    VT     right singular vectors, conjugated and transposed, (LDVT, N)
+    /// @param[out]    VT     right singular vectors, conjugated and transposed, (LDVT, N); not referenced for 'O', 'N'
     /// @param[in]     LDVT   >= 1; >= N for 'A', >= min(M, N) for 'S'
     /// @param[out]    WORK   work storage, LWORK; WORK(1) is the best LWORK
     /// @param[in]     LWORK  >= max(1, 2 min(M, N) + max(M, N)); -1 asks for the best LWORK and does nothing else
-    /// @param[out]    RWORK  work storage, 5 min(M, N)
+    /// @param[out]    RWORK  work storage, 5 min(M, N); if INFO > 0, the superdiagonal that did not converge stands in
+    ///                       RWORK(1 .. min(M, N) - 1)
     /// @param[out]    INFO   see Errors
     /// @param[in]     JOBU_LENGTH   length of JOBU, by value: 1
     /// @param[in]     JOBVT_LENGTH  length of JOBVT, by value: 1
     ///
     /// @par Errors  INFO = 0 on success; -k if argument k (counted without the lengths) is illegal, which is also
-    ///              reported in a line on the standard output; > 0 if the QR iteration did not converge.
+    ///              reported in a line on the standard output; > 0, the number of superdiagonals that did not converge.
     /// @par State   None.
     /// @par Source  E. Anderson et al., LAPACK Users' Guide, 3rd ed., SIAM 1999.
     virtual void zgesvd(const char* JOBU, const char* JOBVT, const std::int32_t* M, const std::int32_t* N,
@@ -235,6 +242,7 @@ public:
 
 /// A new object, independent of every other. The caller owns it and ends it with `delete`.
 ///
+/// @returns the object; a null pointer only if the host has replaced operator new by one that returns null
 /// @throws std::bad_alloc  if memory cannot be had, after the installed new-handler has been tried
 extern "C" __attribute__((visibility("default"))) FDTDCalcAPI* createFDTDCalcApi();
 

@@ -26,8 +26,9 @@ struct Scaled
 };
 
 /// Splits z so that 1/base < size of mantissa <= 1. Zero keeps exponent 0; so does a size that is not finite, which no
-/// scaling would ever bring into the range. Exact if the base is a power of two. A size that a multiplication leaves as
-/// it is ends the scaling where it stands: a subnormal one and a base below 1.5 do that.
+/// scaling would ever bring into the range. Exact if the base is a power of two and no part becomes subnormal. A size
+/// that a multiplication leaves as it is ends the scaling where it stands: a subnormal one and a base below 1.5 do
+/// that.
 inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
 {
     Real size = abs1(z), exponent = 0.0;

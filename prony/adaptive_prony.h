@@ -11,18 +11,19 @@ namespace tessel {
 /// @param[in]  N     number of samples, 2 <= N <= NDIM
 /// @param[in]  NDIM  declared length of Y
 /// @param[in]  Y     samples, NDIM complex values
-/// @param[in]  DT    sample spacing, > 0, in the user's unit of time
+/// @param[in]  DT    sample spacing, > 0, in the user's unit of time; the fit asks for 1e-102 at least
 /// @param[in]  MMIN  first order tried, 1 <= MMIN <= MMAX
 /// @param[in]  MMAX  highest order allowed; declared length of RESIDUE and POLE
 /// @param[in]  TOL_L2, TOL_RMS, TOL_PEAK, TOL_RMS_MEAN, TOL_PEAK_MEAN
 ///                   tolerances, each at least 1e-15, of the measures ERR_... of LEASTSQ_PRONY_SVD. A measure fails if
-///                   it is greater; a measure that is not a number passes (all-zero samples do)
+///                   it is greater; a measure that is not a number passes (all-zero samples do), and so does any
+///                   measure beside a tolerance that is not a number
 /// @param[out] M        order of the last fit made
 /// @param[out] RESIDUE  its residues, MMAX complex values of which M are written; in the unit of Y
 /// @param[out] POLE     its poles, MMAX complex values of which M are written; in 1 / units of DT
 /// @param[out] ErrorFlag           0 on success, -1 on failure
 /// @param[out] ErrorMessage        blanks on success, the text of the failure otherwise
-/// @param[in]  ErrorMessageLength  characters of ErrorMessage, by value
+/// @param[in]  ErrorMessageLength  characters of ErrorMessage, by value; nothing is written if <= 0
 ///
 /// The error does not fall steadily with the order, so a higher order than the one returned may be worse. A search that
 /// fails returns the last fit, not the best one. Costs the sum of its fits and no storage besides theirs.
@@ -31,8 +32,11 @@ namespace tessel {
 ///   "Sub ADAPTIVE_PRONY: input parameters out of bounds !": nothing else is written.
 ///   "Sub ADAPTIVE_PRONY: best Prony fit is not good enough !": no order meets the tolerances; the outputs are those of
 ///   the highest order.
-///   The text of LEASTSQ_PRONY_SVD or of a routine beneath it, if a fit fails: that ends the search.
+///   The text of LEASTSQ_PRONY_SVD or of a routine beneath it, if a fit fails: that ends the search. M is the order of
+///   that fit; RESIDUE and, if the fit came to its poles, POLE are as it left them: not a pair.
 /// @par State    None.
+/// @par Source   S. L. Marple, Digital Spectral Analysis, 1987, ch. 11 (the fit, and choosing its order by the
+/// residual).
 extern "C" void ADAPTIVE_PRONY(const Integer& N, const Integer& NDIM, const Complex* Y, const Real& DT,
                                const Integer& MMIN, const Integer& MMAX, const Real& TOL_L2, const Real& TOL_RMS,
                                const Real& TOL_PEAK, const Real& TOL_RMS_MEAN, const Real& TOL_PEAK_MEAN, Integer& M,

@@ -54,6 +54,10 @@ typedef double _Complex tessel_complex;
  * @param[out] ErrorMessage   blanks on success, the text of the failure otherwise; cut or blank-padded, no terminator
  * @param[in]  ErrorMessageLength  number of characters of ErrorMessage, by value, 32 bits; nothing is written if <= 0
  *
+ * The arrays must not overlap. Samples of magnitude within about 1e-130..1e150 are fitted as well as others; outside,
+ * squares overflow or underflow, and the fit fails or its measures are zero. Scale such samples: poles and measures do
+ * not depend on it.
+ *
  * @par Errors
  *   - "Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !": an argument breaks the limits above; nothing else is
  *     written. A DT that is not a number passes this test.
@@ -64,13 +68,13 @@ typedef double _Complex tessel_complex;
  *     "Sub NAPACK_CZERO: work storage not available !": an iteration or a storage limit was met. A failure of the
  *     second stage leaves the new POLE; RESIDUE and the measures keep their old contents. The decomposition can meet
  *     its limit when the samples fall over more than about 25 decades and M is 40 or more: end the record where the
- *     signal has died away.
+ *     signal has died away. It does so, too, when samples lie outside the magnitudes above.
  * @par Not an error
  *   All-zero samples give measures that are not numbers, samples with NaN or infinite values give such results, both
  *   with success unless an iteration limit is met. ERR_PEAK is formed from a maximum that a NaN never wins.
  * @par State
- *   None; work storage belongs to the call, which needs about 160 KiB of stack besides. Nothing is printed and no
- *   exception leaves.
+ *   None; work storage belongs to the call, which needs about 160 KiB of stack besides. Any number of threads may call
+ *   at once and get the bits of serial calls. Nothing is printed and no exception leaves.
  * @par Source
  *   R. de Prony (1795); S. L. Marple, Digital Spectral Analysis, 1987, ch. 11; D. W. Tufts, R. Kumaresan, Proc. IEEE
  *   70 (1982) 975 (truncated singular values).

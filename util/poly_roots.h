@@ -8,14 +8,18 @@
 
 namespace tessel {
 
-/// |re(Z)| + |im(Z)|.
+/// Size of a complex number, |re(Z)| + |im(Z)|.
+///
+/// @param[in] Z  any value
+/// @return       its size
 extern "C" Real CSIZE(const Complex& Z);
 
 /// Zeros of z^2 + B z + C:
 ///
 ///     w = -B +- sqrt(B^2 - 4 C), of the two signs the one that does not cancel,    B := w / 2,    C := 2 C / w.
 ///
-/// Formed in extended precision, so that no B or C is too large or too small; each part is rounded once.
+/// Formed in extended precision, so that no finite B or C is too large or too small; each part is rounded once. Of
+/// coefficients that are not finite come values that are not numbers.
 ///
 /// @param[in,out] B  coefficient of z; on return the zero of the larger size. Two equally large: the one with the plus
 /// @param[in,out] C  constant term; on return the other zero. B = C = 0 stay as they are
@@ -33,18 +37,20 @@ extern "C" void CQUAD_ROOTS(Complex& B, Complex& C);
 /// @param[out] M      mantissas, N; may be A itself
 /// @param[out] EXPO   exponents, N, integers in the real parts, imaginary parts 0
 /// @param[in]  N      number of values; N <= 0 does nothing
-/// @param[in]  BASE   base, above 1; a power of two makes the splitting exact
+/// @param[in]  BASE   base, above 1; a power of two makes the splitting exact, short of parts that become subnormal
 /// @param[in]  RBASE  1 / BASE
 extern "C" void CSCALE_EXP(const Complex* A, Complex* M, Complex* EXPO, const Integer& N, const Real& BASE,
                            const Real& RBASE);
 
 /// Bound of |p(z)| on the circle |z| = R, p(z) = z^N + A(N) z^(N-1) + ... + A(1):
 ///
-///     BOUND = R^N + sum_k size(A(k)) R^(k-1) if R <= 1,    the same divided by R^N if R > 1, which cannot overflow.
+///     BOUND = R^N + sum_k size(A(k)) R^(k-1) if R <= 1,    the same divided by R^N if R > 1.
+///
+/// The powers of R cannot overflow; a sum of huge coefficients can.
 ///
 /// @param[in]  A      coefficients, N, constant term first
 /// @param[in]  N      degree, at least 1
-/// @param[in]  R      radius
+/// @param[in]  R      radius; a negative one, or one that is not a number, goes into the first formula
 /// @param[out] BOUND  the bound
 extern "C" void CPOLY_BOUND(const Complex* A, const Integer& N, const Real& R, Real& BOUND);
 

@@ -26,7 +26,7 @@ extern "C" void LINEAR_GRID(const Real& A, const Real& B, const Integer& N, cons
 /// weights come from the slope before the last step; towards the ends of the interval their relative error grows, to
 /// 2e-12 at N = 100 and 1e-9 at N = 1000. The cost grows as N^2.
 ///
-/// @param[in]  X1, X2  limits of integration
+/// @param[in]  X1, X2  limits of integration, finite
 /// @param[out] X       nodes, N, ascending when X1 < X2
 /// @param[out] W       weights, N; negative when X1 > X2
 /// @param[in]  N       number of nodes; N <= 0 writes nothing
