@@ -7,6 +7,8 @@
 #include "tests/support/sanitized.h"
 #include "tests/support/signals.h"
 
+#include <algorithm>
+#include <complex>
 #include <string>
 
 namespace tessel::testing {
@@ -64,6 +66,45 @@ TEST(Prony, RecoversKnownSignals)
         EXPECT_EQ(fit.message, "") << name;
         EXPECT_LE(worst_pole_error(signal.poles, fit.poles), worst_pole) << name;
         EXPECT_LE(fit.measures[0], worst_l2) << name;
+    }
+}
+
+/// What holds whatever the data: the measures are those of the model, the residues fit best with their poles, and
+/// neither the size of the samples nor the unit of time matters.
+TEST(Prony, KeepsTheRelationsOfALeastSquaresFit)
+{
+    Random random(17);
+    const Fit fit(random.complexes(40), 0.25, 5);
+    Real sse = 0.0, square = 0.0, sum = 0.0, most = 0.0, peak = 0.0;
+    std::vector<Complex> slope(5);
+    for (std::size_t k = 0; k < 40; ++k) {
+        Complex error = -fit.y[k];
+        const auto power = [&](std::size_t j) { return std::exp(fit.poles[j] * (0.25 * static_cast<Real>(k))); };
+        for (std::size_t j = 0; j < 5; ++j)
+            error += fit.residues[j] * power(j);
+        for (std::size_t j = 0; j < 5; ++j)
+            slope[j] += std::conj(power(j)) * error;
+        sse += std::norm(error);
+        square += std::norm(fit.y[k]);
+        sum += std::abs(fit.y[k]);
+        most = std::max(most, std::abs(fit.y[k]));
+        peak = std::max(peak, std::abs(error));
+    }
+    const Real expected[] = {std::sqrt(sse / square), std::sqrt(sse / 40) / most, peak / most,
+                             std::sqrt(sse * 40) / sum, 40 * peak / sum};
+    for (int i = 0; i < 5; ++i)
+        EXPECT_NEAR(fit.measures[i] / expected[i], 1.0, 1e-12) << i;
+    for (const Complex& component : slope)
+        EXPECT_LE(std::abs(component), 1e-12);
+
+    std::vector<Complex> scaled = fit.y;
+    for (Complex& sample : scaled)
+        sample *= Complex(-3.0, 4.0);
+    const Fit other(scaled, 0.125, 5);
+    for (std::size_t j = 0; j < 5; ++j) {
+        EXPECT_LE(std::abs(other.poles[j] / fit.poles[j] - 2.0), 1e-11) << j;
+        EXPECT_LE(std::abs(other.residues[j] / fit.residues[j] - Complex(-3.0, 4.0)), 1e-11) << j;
+        EXPECT_NEAR(other.measures[j] / fit.measures[j], 1.0, 1e-12) << j;
     }
 }
 
