@@ -17,6 +17,10 @@ namespace tessel {
 /// does so earlier, from degree 14 on, where the zeros lie many decades apart. A zero of multiplicity q comes as a
 /// cluster of q values within about eps^(1/q). Coefficients may lie anywhere between 1e-70 and 1e70.
 ///
+/// Zeros that coincide beside others can defeat the search: a pair that dividing out has left next to each other holds
+/// the shift at its middle until the limit is met. Of polynomials of degree 3 to 12 with all zeros simple none is lost,
+/// with a double one 1 in 150, with a triple one 1 in 12. What a fit makes of measured samples has no such zeros.
+///
 /// @param[out] Z     zeros, N, filled from the high end: zeros at the origin first, then in the order found
 /// @param[in]  Coef  coefficients, N, constant term first; not modified
 /// @param[in]  N     degree; N < 1 counts as 1, so Z and Coef have at least one element
