@@ -206,8 +206,10 @@ Complex model_at(const Fit& fit, double time_since_first)
 {
     Complex sum = 0.0;
     for (std::size_t j = 0; j < fit.poles.size(); ++j)
-        if (std::isfinite(fit.poles[j].real())) // a zero at the origin is gone after the first sample
+        if (std::isfinite(fit.poles[j].real()))
             sum += fit.residues[j] * std::exp(fit.poles[j] * time_since_first);
+        else if (time_since_first == 0.0) // a zero at the origin is gone after the first sample
+            sum += fit.residues[j];
     return sum;
 }
 

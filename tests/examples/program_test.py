@@ -102,6 +102,7 @@ def draws_one_pole_and_none():
         os.remove(f"{folder}/one.png")
         missing = run(*fit, env={"PATH": "/nowhere"})
         assert missing.returncode == 0 and "no picture: gnuplot: No such file or directory\n" in missing.stdout
+    assert columns("one-record")[0][-1] < 1e-12, "a zero at the origin is gone after the first sample, but not there"
 
 
 def takes_a_few_samples_per_period_and_a_range_of_orders():
