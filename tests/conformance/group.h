@@ -4,8 +4,6 @@
 #include "common/types.h"
 #include "tests/support/library.h"
 
-#include <tessel/leastsq_prony_svd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -17,6 +15,12 @@ constexpr Real kEps = std::numeric_limits<Real>::epsilon();
 inline std::size_t size_of(Integer count)
 {
     return static_cast<std::size_t>(std::max(count, 0));
+}
+
+/// The larger of two figures; one that is not a number is the largest.
+inline Real worse(Real a, Real b)
+{
+    return a <= b || std::isnan(b) ? b : a;
 }
 
 /// One line of the table.
@@ -31,18 +35,17 @@ struct Group
     void add(Real value)
     {
         ++cases;
-        if (!(value <= worst)) // a NaN stays the worst
-            worst = std::isnan(worst) ? worst : value;
+        worst = worse(worst, value);
     }
     /// A case that is right or wrong; the figure is how many were wrong.
     void count(bool right) { add(right ? 0.0 : worst + 1.0); }
     bool passes() const { return cases > 0 && worst <= bound; }
 };
 
-/// What the checks reach: the fit through the export, all else through the object.
+/// What the checks reach: the fit through the library's export, all else through an object.
 struct Subject
 {
-    decltype(&LEASTSQ_PRONY_SVD) fit;
+    const Library& library;
     FDTDCalcAPI& api;
 };
 

@@ -12,26 +12,19 @@
 namespace tessel::testing {
 namespace {
 
-constexpr int kThreads = 4;
-
-/// Makes `rounds` rounds of calls on each thread, on data of its own, and counts those whose results differ from the
+/// Makes rounds of calls on each of four threads, on data of its own, and counts those whose results differ from the
 /// serial ones.
-int wrong_rounds(Bits (*calls)(FDTDCalcAPI&, Integer, std::uint64_t), Integer order, int rounds)
+int wrong_rounds(Bytes (*calls)(FDTDCalcAPI&, Integer, std::uint64_t), Integer order, int rounds)
 {
-    const Library library;
-    const std::unique_ptr<FDTDCalcAPI> api = library.create();
-    std::vector<Bits> expected;
-    for (std::uint64_t t = 0; t < kThreads; ++t)
-        expected.push_back(calls(*api, order, t));
+    const Api api = Library(TESSEL_LIBRARY).create();
     std::atomic<int> wrong = 0;
-    std::barrier start(kThreads);
+    std::barrier start(4);
     std::vector<std::thread> workers;
-    workers.reserve(kThreads);
-    for (std::uint64_t t = 0; t < kThreads; ++t)
-        workers.emplace_back([&, t] {
+    for (std::uint64_t seed = 0; seed < 4; ++seed)
+        workers.emplace_back([&, seed, expected = calls(*api, order, seed)] {
             start.arrive_and_wait();
             for (int round = 0; round < rounds; round += kSlowness)
-                wrong += calls(*api, order, t) != expected[t];
+                wrong += calls(*api, order, seed) != expected;
         });
     for (std::thread& worker : workers)
         worker.join();

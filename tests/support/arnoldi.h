@@ -2,152 +2,127 @@
 #pragma once
 
 #include "common/types.h"
-#include "tests/support/guarded.h"
+#include "tests/support/room.h"
 
 #include <tessel/FDTDCalcAPI.h>
 
-#include <algorithm>
 #include <functional>
 #include <vector>
 
 namespace tessel::testing {
 
-/// A real square matrix, column-major.
-struct SquareMatrix
+/// A tridiagonal matrix with constant diagonals.
+struct Tridiagonal
 {
-    explicit SquareMatrix(Integer order) : n(order), a(static_cast<std::size_t>(n) * static_cast<std::size_t>(n)) {}
+    Real lower, diagonal, upper;
 
-    Real& operator()(Index i, Index j) { return a[static_cast<std::size_t>(i + j * n)]; }
-    Real operator()(Index i, Index j) const { return a[static_cast<std::size_t>(i + j * n)]; }
-
+    Real operator()(Integer i, Integer j) const
+    {
+        return i == j ? diagonal : i == j + 1 ? lower : i + 1 == j ? upper : 0.0;
+    }
     /// y := A x
     template <class T>
-    void multiply(const T* x, T* y) const
+    void multiply(Integer n, const T* x, T* y) const
     {
         for (Integer i = 0; i < n; ++i)
-            y[i] = 0;
-        for (Integer j = 0; j < n; ++j)
-            for (Integer i = 0; i < n; ++i)
-                y[i] += (*this)(i, j) * x[j];
+            y[i] = diagonal * x[i] + (i > 0 ? lower * x[i - 1] : 0.0) + (i + 1 < n ? upper * x[i + 1] : 0.0);
     }
-
-    /// lower on the first subdiagonal, diagonal and upper beside it.
-    static SquareMatrix tridiagonal(Integer n, Real lower, Real diagonal, Real upper)
-    {
-        SquareMatrix t(n);
-        for (Integer i = 0; i < n; ++i) {
-            t(i, i) = diagonal;
-            if (i > 0) {
-                t(i, i - 1) = lower;
-                t(i - 1, i) = upper;
-            }
-        }
-        return t;
-    }
-
-    Integer n;
-    std::vector<Real> a;
 };
 
-/// The arguments of one solve, with their usual values, and its results. Its arrays end at an inaccessible page.
+/// The arguments of one solve, with their usual values, and its results.
 struct Arnoldi
 {
     using Operator = std::function<void(const Real* x, Real* y)>;
 
-    explicit Arnoldi(Integer order) : n(order) {}
-
     char bmat = 'I', howmny = 'A';
     const char* which = "LM";
-    Integer n, nev = 4, ncv = 20, mode = 1, shifts = 1, restarts = 300;
+    Integer n = 100, nev = 4, ncv = 30, mode = 1, shifts = 1, restarts = 300;
     Logical rvec = 1;
     Complex sigma = 0;
-    Real tol = 0;
     Operator op;                  ///< modes 1, 2: y := OP x; modes 3, 4: y := Re or Im of (A - sigma B)^-1 x
     Operator b;                   ///< y := B x, if BMAT = 'G'
     std::size_t missing_work = 0; ///< by how much LWORKL falls short
-    std::size_t z_columns = 0;    ///< columns of Z, NEV + 1 if 0
+    std::size_t z_columns = 5;
 
     Integer info = 77, post_info = 77;
     Integer iparam[11] = {};
-    std::vector<Logical> select;
     std::vector<Real> resid, dr, di, z;
 
     /// The whole solve. The start vector is that in `resid` if there is one, otherwise one of no special symmetry.
     void solve(FDTDCalcAPI& api)
     {
-        const auto size = static_cast<std::size_t>(n > 0 ? n : 1), width = static_cast<std::size_t>(ncv > 0 ? ncv : 1);
+        const auto size = static_cast<std::size_t>(n), width = static_cast<std::size_t>(ncv),
+                   work = 3 * width * width + 6 * width - missing_work;
+        const auto lworkl = static_cast<Integer>(work);
         if (resid.empty())
             for (std::size_t i = 0; i < size; ++i)
                 resid.push_back(1.0 + static_cast<Real>(i * 7 % 11) / 3.0);
-        select.resize(width, 0x55555554);
-        dr.assign(static_cast<std::size_t>(nev) + 1, kUntouched);
-        di = dr;
-        z.assign(size * (z_columns > 0 ? z_columns : dr.size()), kUntouched);
-        const std::size_t work = 3 * width * width + 6 * width - missing_work;
-        const Integer lworkl = static_cast<Integer>(work);
-        const Guarded<Real> v(size * width), workd(3 * size), workl(work), workev(3 * width), residual(size),
-            vectors(z.size());
-        std::copy(resid.begin(), resid.end(), residual.last(size));
-        std::copy(z.begin(), z.end(), vectors.last(z.size()));
+        static Room room;
+        room.begin();
+        Real *const residual = room.take(resid), *const v = room.take<Real>(size * width),
+                    *const workd = room.take<Real>(3 * size), *const workl = room.take<Real>(work),
+                    *const workev = room.take<Real>(3 * width), *const vectors = room.take<Real>(size * z_columns);
+        Logical* const select = room.take<Logical>(width);
         const Real sigmar = sigma.real(), sigmai = sigma.imag();
+        Real tol = 0.0;
         Integer ipntr[14] = {}, ido = 0;
         iparam[0] = shifts;
         iparam[2] = restarts;
         iparam[3] = 1;
         iparam[6] = mode;
         info = 1;
-        std::vector<Real> image(size);
-        for (;;) {
-            api.dnaupd(&ido, &bmat, 1, &n, which, 2, &nev, &tol, residual.last(size), &ncv, v.last(size * width), &n,
-                       iparam, ipntr, workd.last(3 * size), workl.last(work), &lworkl, &info);
-            const Real* const x = workd.last(3 * size) + ipntr[0] - 1;
-            Real* const y = workd.last(3 * size) + ipntr[1] - 1;
+        for (std::vector<Real> image(size);;) {
+            api.dnaupd(&ido, &bmat, 1, &n, which, 2, &nev, &tol, residual, &ncv, v, &n, iparam, ipntr, workd, workl,
+                       &lworkl, &info);
+            const Real* const x = workd + ipntr[0] - 1;
+            Real* const y = workd + ipntr[1] - 1;
             if (ido == 2) {
                 b(x, y);
-            } else if (ido == 1 && mode >= 3 && bmat == 'G') {
-                op(workd.last(3 * size) + ipntr[2] - 1, y);
-            } else if (ido == -1 && mode >= 3 && bmat == 'G') {
+            } else if (ido != 1 && ido != -1) {
+                break;
+            } else if (mode < 3 || bmat == 'I') {
+                op(x, y);
+            } else if (ido == 1) {
+                op(workd + ipntr[2] - 1, y);
+            } else {
                 b(x, image.data());
                 op(image.data(), y);
-            } else if (ido == 1 || ido == -1) {
-                op(x, y);
-            } else {
-                break;
             }
         }
-        if (info < 0)
-            return;
-        post_info = info;
-        api.dneupd(&rvec, &howmny, 1, select.data(), dr.data(), di.data(), vectors.last(z.size()), &n, &sigmar, &sigmai,
-                   workev.last(3 * width), &bmat, 1, &n, which, 2, &nev, &tol, residual.last(size), &ncv,
-                   v.last(size * width), &n, iparam, ipntr, workd.last(3 * size), workl.last(work), &lworkl,
-                   &post_info);
-        std::copy_n(vectors.last(z.size()), z.size(), z.begin());
+        if (info >= 0) {
+            post_info = info;
+            dr.resize(static_cast<std::size_t>(nev) + 1);
+            di = dr;
+            api.dneupd(&rvec, &howmny, 1, select, dr.data(), di.data(), vectors, &n, &sigmar, &sigmai, workev, &bmat, 1,
+                       &n, which, 2, &nev, &tol, residual, &ncv, v, &n, iparam, ipntr, workd, workl, &lworkl,
+                       &post_info);
+            z.assign(vectors, vectors + size * z_columns);
+        }
+        room.end(); // throws if anything was written beside an array
     }
 
     /// Number of eigenvalues that were found.
     std::size_t found() const { return static_cast<std::size_t>(iparam[4]); }
     Complex value(std::size_t k) const { return {dr[k], di[k]}; }
-    /// Eigenvector k: of a pair the real part stands in the column of its first, the imaginary part in the next.
+    /// Eigenvector k. Of a pair the column of the first holds the real part, the next one the imaginary part, and the
+    /// second vector is the conjugate of the first.
     std::vector<Complex> vector(std::size_t k) const
     {
-        const auto size = static_cast<std::size_t>(n);
-        const std::size_t first = di[k] < 0 ? k - 1 : k;
-        std::vector<Complex> x(size);
-        for (std::size_t i = 0; i < size; ++i)
-            x[i] = {z[i + first * size], di[k] == 0 ? 0.0 : (di[k] < 0 ? -1.0 : 1.0) * z[i + (first + 1) * size]};
+        const auto complex_before = std::count_if(&di[0], &di[k], [](Real part) { return part != 0.0; });
+        const bool real = di[k] == 0.0, second = !real && complex_before % 2 == 1;
+        const Real *const re = &z[(second ? k - 1 : k) * static_cast<std::size_t>(n)], *const im = re + n;
+        std::vector<Complex> x;
+        for (Integer i = 0; i < n; ++i)
+            x.emplace_back(re[i], real ? 0.0 : second ? -im[i] : im[i]);
         return x;
     }
-
-    static constexpr Real kUntouched = -7.25e111;
 };
 
-/// The 1-D convection-diffusion operator on n interior points: a quick solve with a known spectrum.
-inline Arnoldi sample_problem(Integer n = 100)
+/// The 1-D convection-diffusion operator: a quick solve with a known spectrum.
+inline Arnoldi sample_problem()
 {
-    Arnoldi problem(n);
-    problem.op = [a = SquareMatrix::tridiagonal(n, -1.05, 2.0, -0.95)](const Real* x, Real* y) { a.multiply(x, y); };
-    problem.ncv = 30;
+    Arnoldi problem;
+    problem.op = [](const Real* x, Real* y) { Tridiagonal{-1.05, 2.0, -0.95}.multiply(100, x, y); };
     return problem;
 }
 

@@ -16,20 +16,13 @@ struct Outcome
     std::string output; ///< what was written to the standard output and the error stream
 };
 
-/// Exit status of a child whose body came to its end and found nothing wrong. Not 0: a solver that ends the process by
-/// a plain STOP leaves that.
-constexpr int kAllWell = 42;
-
-inline bool ended_well(int status)
-{
-    return WIFEXITED(status) && WEXITSTATUS(status) == kAllWell;
-}
-
 /// Runs `body()`, which returns the number of its failures, in a child that ends as a host does: buffers of every
 /// runtime are flushed. A child that hangs is killed after `seconds`.
 template <class Body>
 Outcome run_in_child(Body body, unsigned seconds = 60)
 {
+    // Not 0: a solver that ends the process by a plain STOP leaves that.
+    constexpr int all_well = 42;
     std::fflush(nullptr);
     std::FILE* const streams = std::tmpfile();
     const pid_t child = fork();
@@ -37,11 +30,11 @@ Outcome run_in_child(Body body, unsigned seconds = 60)
         alarm(seconds);
         dup2(fileno(streams), STDOUT_FILENO);
         dup2(fileno(streams), STDERR_FILENO);
-        std::exit(body() == 0 ? kAllWell : EXIT_FAILURE);
+        std::exit(body() == 0 ? all_well : EXIT_FAILURE);
     }
     int status = -1;
     waitpid(child, &status, 0);
-    Outcome outcome{ended_well(status), {}};
+    Outcome outcome{WIFEXITED(status) && WEXITSTATUS(status) == all_well, {}};
     std::rewind(streams);
     for (int c = std::fgetc(streams); c != EOF; c = std::fgetc(streams))
         outcome.output.push_back(static_cast<char>(c));

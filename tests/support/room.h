@@ -100,7 +100,7 @@ private:
         std::size_t bytes;
     };
 
-    static constexpr std::size_t kBytes = std::size_t{1} << 20, kMargin = 64;
+    static constexpr std::size_t kBytes = std::size_t{1} << 21, kMargin = 64;
     static constexpr std::byte kSentinel{0xf5}; // as a double about -1e258, as an integer -168430091
 
     std::vector<std::unique_ptr<Guarded<std::byte>>> blocks_;
