@@ -24,8 +24,9 @@ struct Matrix
     template <class T>
     T element(Integer i, Integer j) const
     {
-        Random random(size_of(m * 1000000 + i * 1000 + j / repeated));
-        const Complex value = random.complex() * std::pow(10.0, -grading * (i + j / repeated * repeated) / (m + n));
+        const Integer first = j - j % repeated; // column of the same elements
+        Random random(size_of(m * 1000000 + i * 1000 + first));
+        const Complex value = random.complex() * std::pow(10.0, -grading * (i + first) / (m + n));
         if constexpr (std::is_same_v<T, Real>)
             return value.real();
         else
