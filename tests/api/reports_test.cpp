@@ -111,11 +111,11 @@ TEST(Lapack, FailuresAreReportedAndIllegalArgumentsInALineToo)
         {-7, "ZGESV ", [] { return solve(1, 2, b); }},
         {2, "", [] { return solve(1, 3, b); }}, // the first pivot that is zero
     };
-    for (const auto& [info, line, call] : cases) {
-        const Outcome outcome = run_in_child([&] { return call() != info || b != before; });
-        EXPECT_TRUE(outcome.well) << line << info;
-        EXPECT_EQ(outcome.output.empty(), *line == '\0');
-        EXPECT_NE(outcome.output.find(line), std::string::npos) << "no line of XERBLA: " << outcome.output;
+    for (const auto& bad : cases) {
+        const Outcome outcome = run_in_child([&] { return bad.call() != bad.info || b != before; });
+        EXPECT_TRUE(outcome.well) << bad.line << bad.info;
+        EXPECT_EQ(outcome.output.empty(), *bad.line == '\0');
+        EXPECT_NE(outcome.output.find(bad.line), std::string::npos) << "no line of XERBLA: " << outcome.output;
     }
 }
 
