@@ -61,11 +61,12 @@ public:
     /// @param[in]  HOWMNY_LENGTH  length of HOWMNY, by value
     /// @param[out] SELECT  logicals, NCV; work storage, whatever it holds on entry
     /// @param[out] DR      real parts of the eigenvalues, NEV + 1
-    /// @param[out] DI      imaginary parts of the eigenvalues, NEV + 1; the positive one of a pair comes first
+    /// @param[out] DI      imaginary parts of the eigenvalues, NEV + 1; the positive one of a pair comes first, but in
+    ///                     mode 3 with a real shift the negative one
     /// @param[out] Z       vectors, (LDZ, NEV + 1): one column for a real eigenvalue; for a pair one column with the
-    ///                     real and one with the imaginary part. May be V, if Schur vectors are not needed. Where the
-    ///                     operator may overflow give Z NCV columns (V itself will do): an eigenvector of NaNs makes
-    ///                     DNEUPD reach all of them
+    ///                     real and one with the imaginary part of the first's vector. May be V, if Schur vectors are
+    ///                     not needed. Where the operator may overflow give Z NCV columns (V itself will do): an
+    ///                     eigenvector of NaNs makes DNEUPD reach all of them
     /// @param[in]  LDZ     leading dimension of Z, >= N if RVEC is true
     /// @param[in]  SIGMAR  real part of the shift, in modes 3 and 4
     /// @param[in]  SIGMAI  imaginary part of the shift, in modes 3 and 4
