@@ -17,6 +17,12 @@ TEST(Rotation, IsTheProductOfRollElevationAndAzimuth)
     for (int i = 0; i < 9; ++i)
         EXPECT_DOUBLE_EQ(r[i], expected[i]) << i;
 
+    for (std::size_t i = 0; i < 3; ++i) // orthogonal, of determinant 1: each row is the product of the next two
+        for (std::size_t j = 0; j < 3; ++j) {
+            const std::size_t k = (i + 1) % 3, l = (i + 2) % 3, m = (j + 1) % 3, n = (j + 2) % 3;
+            EXPECT_NEAR(r[i + 3 * j], r[k + 3 * m] * r[l + 3 * n] - r[k + 3 * n] * r[l + 3 * m], 1e-15);
+        }
+
     IHE_orig_ROT3D(0.0, 0.0, 0.0, r, flag, nullptr, 0);
     EXPECT_DOUBLE_EQ(r[6], 6.123233995736766e-17) << "the cosine of pi/2: not zero";
 }

@@ -18,18 +18,31 @@ std::vector<Integer> sort(std::vector<Real>& keys)
     return companions;
 }
 
-/// An organ pipe, of which every partition splits off little: the stack holds only if the larger piece waits.
-TEST(Sort, TakesLargeArrays)
+/// Keys that rise, fall, do both, are alike or of no order. Of the organ pipe every partition splits off little: the
+/// stack holds only if the larger piece waits.
+TEST(Sort, TakesItsPairsIntoOrder)
 {
-    constexpr Integer kCount = 1000000;
-    std::vector<Real> given;
-    for (Integer i = 0; i < kCount; ++i)
-        given.push_back(std::min(i, kCount - i));
-    std::vector<Real> keys = given;
-    const std::vector<Integer> companions = sort(keys);
-    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-    EXPECT_TRUE(std::equal(keys.begin(), keys.end(), companions.begin(),
-                           [&](Real key, Integer from) { return key == given[static_cast<std::size_t>(from) - 1]; }));
+    Integer (*const patterns[])(Integer, Integer) = {
+        [](Integer i, Integer) { return i; },
+        [](Integer i, Integer count) { return count - i; },
+        [](Integer i, Integer count) { return std::min(i, count - i); },
+        [](Integer, Integer) { return 0; },
+        [](Integer i, Integer) { return static_cast<Integer>(i * 2654435761u >> 8); },
+    };
+    for (const auto pattern : patterns)
+        for (const Integer count : {0, 1, 2, 7, 8, 100, 1000000}) {
+            std::vector<Real> given;
+            for (Integer i = 0; i < count; ++i)
+                given.push_back(pattern(i, count));
+            std::vector<Real> keys = given, expected = given;
+            std::vector<Integer> companions = sort(keys);
+            std::stable_sort(expected.begin(), expected.end());
+            EXPECT_TRUE(keys == expected);
+            for (std::size_t i = 0; i < keys.size(); ++i)
+                ASSERT_EQ(keys[i], given[static_cast<std::size_t>(companions[i]) - 1]);
+            std::sort(companions.begin(), companions.end());
+            EXPECT_TRUE(std::adjacent_find(companions.begin(), companions.end()) == companions.end());
+        }
 }
 
 TEST(Sort, PlacesEqualKeysAsTheStepsSay)

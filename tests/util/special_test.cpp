@@ -36,6 +36,14 @@ TEST(Fresnel, IsTheApproximationToTheLastDigits)
         EXPECT_EQ(FRESNEL_CS(-x), -FRESNEL_CS(x));
     }
     EXPECT_FALSE(std::signbit(FRESNEL_CS(-0.0).real())) << "a zero is not below zero";
+
+    Complex integral; // by the midpoint rule
+    const Real step = 1e-3;
+    for (int i = 1; i <= 5000; ++i) {
+        const Real x = i * step, middle = x - 0.5 * step;
+        integral += step * std::exp(Complex(0.0, -0.5 * kPi * middle * middle));
+        EXPECT_LE(std::abs(FRESNEL_CS(x) - integral), 4e-3) << x;
+    }
 }
 
 TEST(Phase, IsTheArcTangentOfBothPartsUnlessTheModulusIsTiny)
@@ -74,6 +82,24 @@ TEST(EllipticIntegrals, AreTheApproximationsToTheLastDigits)
     }
 }
 
+/// By the arithmetic-geometric mean (A&S 17.6.3, 17.6.4), whose steps also sum to E.
+TEST(EllipticIntegrals, LieWithinTheStatedErrorOfTheTrueOnes)
+{
+    for (int i = 0; i < 1000; ++i) {
+        const Real x = i / 1000.0;
+        Real a = 1.0, b = std::sqrt(1.0 - x), sum = 0.5 * x;
+        for (Real power = 1.0, c = 1.0; c > 1e-12; power *= 2.0) {
+            c = 0.5 * (a - b);
+            b = std::sqrt(a * b);
+            a -= c;
+            sum += power * c * c;
+        }
+        const Real k = kPi / (2.0 * a);
+        EXPECT_NEAR(CELLIK_POL(x), k, 2e-8) << x;
+        EXPECT_NEAR(CELLIE_POL(x), k * (1.0 - sum), 2e-8) << x;
+    }
+}
+
 TEST(EllipticIntegralsDeathTest, AnArgumentOutOfRangeEndsTheProcess)
 {
     for (const Real x : {-1e-300, std::nextafter(kLargestParameter, 1.0)}) {
@@ -103,6 +129,30 @@ TEST(LegendreTable, HasTheBitsOfTheRecurrenceHoweverOftenItIsContinued)
                   Complex(-0x1.753d9b776aa4dp+15, -0x1.1c290e239c29dp+15))
             << first;
     }
+}
+
+/// sum P_n(x) t^n = 1 / sqrt(1 - 2 x t + t^2)
+template <class T>
+void expect_generating_function(void (*tabulate)(const T&, const Integer&, const Integer&, const Integer&,
+                                                 const Logical&, T*, Integer&, char*, CharLen),
+                                T x)
+{
+    std::vector<T> p(401);
+    Integer flag;
+    tabulate(x, 0, 400, 400, 0, p.data(), flag, nullptr, 0);
+    const Real t = 0.5;
+    T sum = 0.0;
+    for (auto value = p.rbegin(); value != p.rend(); ++value)
+        sum = sum * t + *value;
+    EXPECT_LE(std::abs(sum - 1.0 / std::sqrt(1.0 - 2.0 * t * x + t * t)), 1e-14) << x;
+}
+
+TEST(LegendreTable, HasItsGeneratingFunction)
+{
+    for (const Real x : {-1.0, -0.93, 0.0, 1e-9, 0.3, 0.9999, 1.0})
+        expect_generating_function(NEW_PN0UOX, x);
+    for (const Complex z : {Complex(0.3, 0.4), Complex(-0.2, -0.3), Complex(0.0, 0.5)})
+        expect_generating_function(NEW_PN0UOZ, z);
 }
 
 /// Expected are values worked out apart, in exact integers.
