@@ -108,6 +108,41 @@ TEST(Prony, KeepsTheRelationsOfALeastSquaresFit)
     }
 }
 
+/// Samples of a changed signal give the poles and residues that the change makes of the known ones.
+TEST(Prony, FollowsWhatIsDoneToTheSamples)
+{
+    const Real dt = 0.5, turn = 0.3;
+    const Signal signal = make_signal({{-0.1, 1.9}, {-0.3, -0.5}, {0.02, 0.8}}, {{1.0, -2.0}, 3.0, {0.0, 0.5}}, dt, 48);
+    const auto expect = [&](const char* what, std::vector<Complex> y, auto pole_of, auto residue_of) {
+        const Fit fit(std::move(y), dt, 3);
+        std::vector<Complex> poles, residues;
+        for (std::size_t j = 0; j < 3; ++j) {
+            poles.push_back(pole_of(signal.poles[j]));
+            residues.push_back(residue_of(signal.residues[j], std::exp(signal.poles[j] * dt)));
+        }
+        EXPECT_LE(worst_pole_error(poles, fit.poles), 1e-10) << what;
+        EXPECT_LE(worst_pole_error(residues, fit.residues), 1e-10) << what;
+    };
+    const auto same = [](Complex s) { return s; };
+    const auto same_residue = [](Complex c, Complex) { return c; };
+    std::vector<Complex> conjugated, turned, third;
+    for (std::size_t k = 0; k < signal.y.size(); ++k) {
+        conjugated.push_back(std::conj(signal.y[k]));
+        turned.push_back(signal.y[k] * std::polar(1.0, turn * static_cast<Real>(k)));
+        if (k % 3 == 0)
+            third.push_back(signal.y[k]);
+    }
+    expect(
+        "conjugated", conjugated, [](Complex s) { return std::conj(s); },
+        [](Complex c, Complex) { return std::conj(c); });
+    expect(
+        "turned", turned, [&](Complex s) { return s + Complex(0.0, turn / dt); }, same_residue);
+    expect("begun later", {signal.y.begin() + 4, signal.y.end()}, same,
+           [](Complex c, Complex z) { return c * std::pow(z, 4); });
+    expect(
+        "every third", third, [](Complex s) { return 3.0 * s; }, same_residue);
+}
+
 /// No three-term model of the data is better than the certified one, and the two-stage fit is not far from it.
 TEST(Prony, ApproachesTheCertifiedResidual)
 {
