@@ -278,22 +278,71 @@ Group finds_eigenvalues(const Subject& subject)
     return group;
 }
 
+namespace {
+
+/// Rosenbrock's valley. J. J. More, B. S. Garbow, K. E. Hillstrom, ACM TOMS 7 (1981) 17, problem 1.
+void rosenbrock(const Integer*, const Real* x, Real* fvec, Real* fjac, const Integer* ldfjac, Integer* iflag)
+{
+    if (*iflag == 1) {
+        fvec[0] = 1.0 - x[0];
+        fvec[1] = 10.0 * (x[1] - x[0] * x[0]);
+        return;
+    }
+    Real* const second = fjac + *ldfjac;
+    fjac[0] = -1.0;
+    fjac[1] = -20.0 * x[0];
+    second[0] = 0.0;
+    second[1] = 10.0;
+}
+
+/// Powell's singular function, problem 13: the Jacobian at its zero has rank 2.
+void powell_singular(const Integer* n, const Real* x, Real* fvec, Real* fjac, const Integer* ldfjac, Integer* iflag)
+{
+    const Real a = x[1] - 2.0 * x[2], b = x[0] - x[3], root5 = std::sqrt(5.0), root10 = std::sqrt(10.0);
+    if (*iflag == 1) {
+        const Real f[] = {x[0] + 10.0 * x[1], root5 * (x[2] - x[3]), a * a, root10 * b * b};
+        std::copy_n(f, 4, fvec);
+        return;
+    }
+    const Real rows[4][4] = {{1.0, 10.0, 0.0, 0.0},
+                             {0.0, 0.0, root5, -root5},
+                             {0.0, 2.0 * a, -4.0 * a, 0.0},
+                             {2.0 * root10 * b, 0.0, 0.0, -2.0 * root10 * b}};
+    for (Integer j = 0; j < *n; ++j)
+        for (Integer i = 0; i < *n; ++i)
+            fjac[i + j * *ldfjac] = rows[i][j];
+}
+
+} // namespace
+
 Group solves_nonlinear_systems(const Subject& subject)
 {
     Group group{"hybrj1", "largest component of F(x)", 1e-8};
+    const struct
+    {
+        FDTDCalcAPI::HybridFunction system;
+        std::vector<Real> start;
+        Integer info = 1;
+    } cases[] = {{broyden, {-1.0}},
+                 {broyden, std::vector<Real>(2, -1.0)},
+                 {broyden, std::vector<Real>(10, -1.0)},
+                 {broyden, std::vector<Real>(60, -1.0)},
+                 {rosenbrock, {-1.2, 1.0}},
+                 {powell_singular, {3.0, -1.0, 0.0, 1.0}, 4}}; // no good progress towards a singular zero
     Room room;
-    for (const Integer n : {1, 2, 10, 60}) {
+    for (const auto& [system, start, expected] : cases) {
+        const auto n = static_cast<Integer>(start.size());
         const Integer ldfjac = n + 2, lwa = n * (n + 13) / 2;
         const Real tol = 1e-10;
         room.begin();
-        std::vector<Real> at_x(size_of(n));
-        Real *const x = room.take(std::vector<Real>(size_of(n), -1.0)), *const f = room.take<Real>(size_of(n));
+        std::vector<Real> at_x(start);
+        Real *const x = room.take(start), *const f = room.take<Real>(start.size());
         Integer info = 77, task = 1;
-        subject.api.hybrj1(broyden, &n, x, f, room.take<Real>(size_of(ldfjac * n)), &ldfjac, &tol, &info,
+        subject.api.hybrj1(system, &n, x, f, room.take<Real>(size_of(ldfjac * n)), &ldfjac, &tol, &info,
                            room.take<Real>(size_of(lwa)), &lwa);
         room.end(); // throws if anything was written beside an array
-        broyden(&n, x, at_x.data(), nullptr, &ldfjac, &task);
-        Real worst = info == 1 && std::equal(f, f + n, at_x.begin()) ? 0.0 : INFINITY;
+        system(&n, x, at_x.data(), nullptr, &ldfjac, &task);
+        Real worst = info == expected && std::equal(f, f + n, at_x.begin()) ? 0.0 : INFINITY;
         for (Integer k = 0; k < n; ++k)
             worst = worse(worst, std::fabs(f[k]));
         group.add(worst);
