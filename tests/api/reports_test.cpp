@@ -69,26 +69,31 @@ TEST(Arpack, EverySolveHasItsPublishedInfoAndNonePrints)
     EXPECT_EQ(outcome.output, "");
 }
 
+struct Arguments
+{
+    char jobu = 'A', jobvt = 'A';
+    Integer m = 4, n = 3, lda = 4, ldu = 4, ldvt = 3, lwork = 100;
+};
+
 /// INFO of a decomposition of a 4 x 3 matrix.
 template <class T>
-Integer decompose(char jobvt, Integer lda, Integer lwork)
+Integer decompose(const Arguments& x)
 {
     std::vector<T> a(12), u(16), vt(9), work(100);
     std::vector<Real> s(3), rwork(15);
     Integer info = 77;
-    gesvd(api(), 'A', jobvt, 4, 3, a.data(), lda, s.data(), u.data(), 4, vt.data(), 3, work.data(), lwork, rwork.data(),
-          info);
+    gesvd(api(), x.jobu, x.jobvt, x.m, x.n, a.data(), x.lda, s.data(), u.data(), x.ldu, vt.data(), x.ldvt, work.data(),
+          x.lwork, rwork.data(), info);
     return info;
 }
 
 /// INFO of a system of order 3 whose second column is zero.
-Integer solve(Integer nrhs, Integer ldb, std::vector<Complex>& b)
+Integer solve(Integer n, Integer nrhs, Integer lda, Integer ldb, std::vector<Complex>& b)
 {
     std::vector<Complex> a = {1.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0};
     std::vector<Integer> pivots(3);
-    const Integer n = 3;
     Integer info = 77;
-    api().zgesv(&n, &nrhs, a.data(), &n, pivots.data(), b.data(), &ldb, &info);
+    api().zgesv(&n, &nrhs, a.data(), &lda, pivots.data(), b.data(), &ldb, &info);
     return info;
 }
 
@@ -102,14 +107,27 @@ TEST(Lapack, FailuresAreReportedAndIllegalArgumentsInALineToo)
         const char* line;
         Integer (*call)();
     } cases[] = {
-        {-2, "ZGESVD", [] { return decompose<Complex>('X', 4, 100); }},
-        {-6, "ZGESVD", [] { return decompose<Complex>('A', 3, 100); }},
-        {-13, "ZGESVD", [] { return decompose<Complex>('A', 4, 1); }},
-        {-2, "DGESVD", [] { return decompose<Real>('X', 4, 100); }},
-        {-13, "DGESVD", [] { return decompose<Real>('A', 4, 1); }},
-        {-2, "ZGESV ", [] { return solve(-1, 3, b); }},
-        {-7, "ZGESV ", [] { return solve(1, 2, b); }},
-        {2, "", [] { return solve(1, 3, b); }}, // the first pivot that is zero
+        {-1, "ZGESVD", [] { return decompose<Complex>({.jobu = 'X'}); }},
+        {-2, "ZGESVD", [] { return decompose<Complex>({.jobvt = 'X'}); }},
+        {-3, "ZGESVD", [] { return decompose<Complex>({.m = -1}); }},
+        {-4, "ZGESVD", [] { return decompose<Complex>({.n = -1}); }},
+        {-6, "ZGESVD", [] { return decompose<Complex>({.lda = 3}); }},
+        {-9, "ZGESVD", [] { return decompose<Complex>({.ldu = 3}); }},
+        {-11, "ZGESVD", [] { return decompose<Complex>({.ldvt = 2}); }},
+        {-13, "ZGESVD", [] { return decompose<Complex>({.lwork = 1}); }},
+        {-1, "DGESVD", [] { return decompose<Real>({.jobu = 'X'}); }},
+        {-2, "DGESVD", [] { return decompose<Real>({.jobvt = 'X'}); }},
+        {-3, "DGESVD", [] { return decompose<Real>({.m = -1}); }},
+        {-4, "DGESVD", [] { return decompose<Real>({.n = -1}); }},
+        {-6, "DGESVD", [] { return decompose<Real>({.lda = 3}); }},
+        {-9, "DGESVD", [] { return decompose<Real>({.ldu = 3}); }},
+        {-11, "DGESVD", [] { return decompose<Real>({.ldvt = 2}); }},
+        {-13, "DGESVD", [] { return decompose<Real>({.lwork = 1}); }},
+        {-1, "ZGESV ", [] { return solve(-1, 1, 3, 3, b); }},
+        {-2, "ZGESV ", [] { return solve(3, -1, 3, 3, b); }},
+        {-4, "ZGESV ", [] { return solve(3, 1, 2, 3, b); }},
+        {-7, "ZGESV ", [] { return solve(3, 1, 3, 2, b); }},
+        {2, "", [] { return solve(3, 1, 3, 3, b); }}, // the first pivot that is zero
     };
     for (const auto& bad : cases) {
         const Outcome outcome = run_in_child([&] { return bad.call() != bad.info || b != before; });
