@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace tessel::testing {
 namespace {
@@ -97,43 +100,48 @@ Integer solve(Integer n, Integer nrhs, Integer lda, Integer ldb, std::vector<Com
     return info;
 }
 
-TEST(Lapack, FailuresAreReportedAndIllegalArgumentsInALineToo)
+/// A call must have ended as it should, and printed a line with the name, or nothing if that is empty.
+void expect_report(const Outcome& outcome, const std::string& name)
 {
-    static std::vector<Complex> b(3, Complex(2.0, 1.0));
-    const std::vector<Complex> before = b;
+    EXPECT_TRUE(outcome.well) << name;
+    EXPECT_EQ(outcome.output.empty(), name.empty());
+    EXPECT_NE(outcome.output.find(name), std::string::npos) << "no line of XERBLA: " << outcome.output;
+}
+
+TEST(Lapack, IllegalArgumentsOfADecompositionAreReportedInALineToo)
+{
     const struct
     {
-        Integer info;
-        const char* line;
-        Integer (*call)();
-    } cases[] = {
-        {-1, "ZGESVD", [] { return decompose<Complex>({.jobu = 'X'}); }},
-        {-2, "ZGESVD", [] { return decompose<Complex>({.jobvt = 'X'}); }},
-        {-3, "ZGESVD", [] { return decompose<Complex>({.m = -1}); }},
-        {-4, "ZGESVD", [] { return decompose<Complex>({.n = -1}); }},
-        {-6, "ZGESVD", [] { return decompose<Complex>({.lda = 3}); }},
-        {-9, "ZGESVD", [] { return decompose<Complex>({.ldu = 3}); }},
-        {-11, "ZGESVD", [] { return decompose<Complex>({.ldvt = 2}); }},
-        {-13, "ZGESVD", [] { return decompose<Complex>({.lwork = 1}); }},
-        {-1, "DGESVD", [] { return decompose<Real>({.jobu = 'X'}); }},
-        {-2, "DGESVD", [] { return decompose<Real>({.jobvt = 'X'}); }},
-        {-3, "DGESVD", [] { return decompose<Real>({.m = -1}); }},
-        {-4, "DGESVD", [] { return decompose<Real>({.n = -1}); }},
-        {-6, "DGESVD", [] { return decompose<Real>({.lda = 3}); }},
-        {-9, "DGESVD", [] { return decompose<Real>({.ldu = 3}); }},
-        {-11, "DGESVD", [] { return decompose<Real>({.ldvt = 2}); }},
-        {-13, "DGESVD", [] { return decompose<Real>({.lwork = 1}); }},
-        {-1, "ZGESV ", [] { return solve(-1, 1, 3, 3, b); }},
-        {-2, "ZGESV ", [] { return solve(3, -1, 3, 3, b); }},
-        {-4, "ZGESV ", [] { return solve(3, 1, 2, 3, b); }},
-        {-7, "ZGESV ", [] { return solve(3, 1, 3, 2, b); }},
-        {2, "", [] { return solve(3, 1, 3, 3, b); }}, // the first pivot that is zero
-    };
+        Integer position;
+        Arguments arguments;
+    } cases[] = {{1, {.jobu = 'X'}}, {2, {.jobvt = 'X'}}, {3, {.m = -1}},    {4, {.n = -1}},
+                 {6, {.lda = 3}},    {9, {.ldu = 3}},     {11, {.ldvt = 2}}, {13, {.lwork = 1}}};
     for (const auto& bad : cases) {
-        const Outcome outcome = run_in_child([&] { return bad.call() != bad.info || b != before; });
-        EXPECT_TRUE(outcome.well) << bad.line << bad.info;
-        EXPECT_EQ(outcome.output.empty(), *bad.line == '\0');
-        EXPECT_NE(outcome.output.find(bad.line), std::string::npos) << "no line of XERBLA: " << outcome.output;
+        SCOPED_TRACE(bad.position);
+        expect_report(run_in_child([&] { return decompose<Complex>(bad.arguments) + bad.position; }), "ZGESVD");
+        expect_report(run_in_child([&] { return decompose<Real>(bad.arguments) + bad.position; }), "DGESVD");
+    }
+}
+
+TEST(Lapack, FailuresOfASolutionLeaveTheRightHandSide)
+{
+    const struct
+    {
+        Integer info, n, nrhs, lda, ldb;
+        const char* name = "ZGESV ";
+    } cases[] = {{-1, -1, 1, 3, 3},
+                 {-2, 3, -1, 3, 3},
+                 {-4, 3, 1, 2, 3},
+                 {-7, 3, 1, 3, 2},
+                 {2, 3, 1, 3, 3, ""}}; // the first pivot that is zero
+    for (const auto& bad : cases) {
+        SCOPED_TRACE(bad.info);
+        const auto solve_and_compare = [&] {
+            const std::vector<Complex> before(3, Complex(2.0, 1.0));
+            std::vector<Complex> b = before;
+            return solve(bad.n, bad.nrhs, bad.lda, bad.ldb, b) != bad.info || b != before;
+        };
+        expect_report(run_in_child(solve_and_compare), bad.name);
     }
 }
 
