@@ -4,6 +4,7 @@
 #include "common/complex_ops.h"
 #include "common/types.h"
 
+#include <cmath>
 #include <complex>
 
 namespace tessel {
@@ -39,6 +40,12 @@ public:
                 }
     }
 
+    /// The root of unity at which the value at this place is taken, whatever the length, up to the longest so far.
+    Complex root(Index place) const noexcept { return place % 2 == 0 ? c_[place / 2] : -c_[place / 2]; }
+
+    /// exp(2 pi i / (4 m)), a quarter of the spacing: the root of the table that is a spacing from 1, halved twice.
+    Complex quarter_step(Index m) const noexcept { return half_angle(half_angle(c_[m / 4])); }
+
     /// The bits of k, of m values, in reversed order.
     static Index bit_reversed(Index k, Index m) noexcept
     {
@@ -49,6 +56,13 @@ public:
     }
 
 private:
+    /// The square root of a value on the unit circle, in the right half plane.
+    static Complex half_angle(const Complex& z) noexcept
+    {
+        const Real cosine = std::sqrt(0.5 * (1.0 + z.real()));
+        return {cosine, 0.5 * z.imag() / cosine};
+    }
+
     /// c(L + j) = c(j) times the root of the stage, each stage's root the square root of the last one's. The second
     /// half of a stage mirrors the first at the imaginary axis: real polynomials then have exactly conjugate values.
     void grow(Index count) noexcept

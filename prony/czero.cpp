@@ -1,5 +1,6 @@
 #include "prony/czero.h"
 
+#include "common/elementary.h"
 #include "common/polynomial.h"
 #include "common/status.h"
 #include "common/views.h"
@@ -10,7 +11,6 @@
 #include <bit>
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <optional>
 
 namespace tessel {
@@ -217,7 +217,7 @@ private:
             h(k) = Complex(static_cast<Real>(factor * p(k + 1).real()), static_cast<Real>(factor * p(k + 1).imag()));
         }
         h(n_) = 1.0;
-        log_constant_ = std::log(modulus(p(1)));
+        log_constant_ = logarithm(modulus(p(1)));
         log_radius_ = log_constant_ / static_cast<Real>(n_);
         return std::all_of(p_, p_ + n_, [](const Complex& a) { return std::isfinite(abs1(a)); });
     }
@@ -232,7 +232,7 @@ private:
     {
         const Vector<const Complex> p(p_);
         const Vector<Complex> h(work_.saved());
-        const Real log_degree = std::log(static_cast<Real>(n_));
+        const Real log_degree = logarithm(static_cast<Real>(n_));
         const Index end = next_step_ + steps_;
         for (Index k = next_step_; k < end; ++k) {
             const Real weight = 1.0 / static_cast<Real>(k);
@@ -242,7 +242,7 @@ private:
                 h(n_) = 0.0;
                 continue;
             }
-            const Real log_quotient = log_constant_ - std::log(modulus(h(1)));
+            const Real log_quotient = log_constant_ - logarithm(modulus(h(1)));
             log_radius_ = std::min(log_radius_, log_mean_ + weight * (log_degree + log_quotient));
             log_mean_ += weight * log_quotient;
 
@@ -258,7 +258,7 @@ private:
     /// The point of the circle, of m equally spaced ones, at which p is smallest; the later one if two are.
     Complex smallest_on_circle(Index m)
     {
-        radius_ = std::exp(log_radius_);
+        radius_ = exponential(log_radius_);
         radius_bound_ = tolerance_ * circle_bound<Extended>(p_, n_, radius_);
         const Complex start = multiply(radius_, turn_);
         Complex* const sample = work_.samples();
@@ -266,6 +266,7 @@ private:
         transform_(sample, m);
 
         Index smallest = 0;
+        Complex root = 1.0;
         Real size = std::numeric_limits<Real>::infinity();
         for (Index place = 0; place < m; ++place) {
             const Real candidate = abs1(sample[place]);
@@ -275,13 +276,14 @@ private:
             if (candidate < size || (candidate == size && k > smallest)) { // the later of equal samples wins
                 size = candidate;
                 smallest = k;
+                root = transform_.root(place);
             }
         }
 
         // The next circle starts a quarter of the spacing further on.
-        const Complex turned = multiply(turn_, unit_root(1, 4 * m));
+        const Complex turned = multiply(turn_, transform_.quarter_step(m));
         turn_ = turned / modulus(turned);
-        return multiply(start, unit_root(smallest, m));
+        return multiply(start, root);
     }
 
     /// sample(l) := sum of the terms p(k) start^k with k = l modulo m. Their common scale 65536^e is left out:
@@ -307,12 +309,6 @@ private:
         for (Index k = 0; k <= n_; ++k)
             if (const Real below = exponent(k) - largest; below >= kLowestExponent)
                 sample[k & (m - 1)] += multiply(std::ldexp(1.0, kBaseBits * static_cast<int>(below)), mantissa(k));
-    }
-
-    static Complex unit_root(Index k, Index m)
-    {
-        const Real angle = 2.0 * std::numbers::pi * static_cast<Real>(k) / static_cast<Real>(m);
-        return {std::cos(angle), std::sin(angle)};
     }
 
     /// Five H-steps at the same shift. Returns the values there.
@@ -364,9 +360,9 @@ private:
     bool is_zero(const Point& at, Real size, Extended bound) const
     {
         const Real r = std::max(1.0, at.radius);
-        if (r <= radius_) {
-            const Real excess = static_cast<Real>(n_) * std::log(std::max(1.0, radius_) / r) +
-                                std::log(static_cast<Real>(radius_bound_ / size));
+        if (r <= radius_ && size > radius_bound_) { // a size within the bound holds without the logarithms
+            const Real excess = static_cast<Real>(n_) * logarithm(std::max(1.0, radius_) / r) +
+                                logarithm(static_cast<Real>(radius_bound_ / size));
             if (excess < 0.0)
                 return false;
         }

@@ -1,6 +1,7 @@
 #include "prony/leastsq_prony_svd.h"
 
 #include "common/complex_ops.h"
+#include "common/elementary.h"
 #include "common/status.h"
 #include "common/views.h"
 #include "common/work_storage.h"
@@ -262,7 +263,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     if (has_failed(call.flag))
         return;
     for (Index j = 1; j <= m; ++j) {
-        const Complex logarithm = std::log(w.zr(j));
+        const Complex logarithm = tessel::logarithm(w.zr(j));
         pole(j) = Complex(logarithm.real() / dt, logarithm.imag() / dt);
     }
 

@@ -1,6 +1,7 @@
 #include "reference/plain_fit.h"
 
 #include "common/complex_ops.h"
+#include "common/elementary.h"
 #include "common/views.h"
 #include "prony/czero.h"
 #include "reference/plain_svd.h"
@@ -110,7 +111,7 @@ bool plain_fit(Integer n, const Complex* samples, Real dt, Integer m, Complex* r
     if (flag != 0)
         return false;
     for (std::size_t j = 0; j < count; ++j) {
-        const Complex logarithm = std::log(z[j]);
+        const Complex logarithm = tessel::logarithm(z[j]);
         poles[j] = Complex(logarithm.real() / dt, logarithm.imag() / dt);
     }
 

@@ -1,9 +1,9 @@
 #include "util/elliptic.h"
 
+#include "common/elementary.h"
 #include "common/stop.h"
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 
 namespace tessel {
@@ -60,15 +60,15 @@ Real polynomial(const Real (&c)[Terms], const Powers& m)
 /// A - B log(m1)
 Real integral(const Real (&a)[5], const Real (&b)[5], const Powers& m)
 {
-    const Real logarithm = std::log(m[1]);
-    return polynomial(a, m) - polynomial(b, m) * logarithm;
+    const Real log_m1 = logarithm(m[1]);
+    return polynomial(a, m) - polynomial(b, m) * log_m1;
 }
 
 /// d(A - B log(m1))/dx = P + Q log(m1) + B/m1 with P = -dA/dm1 and Q = dB/dm1.
 Real derivative(const Real (&p)[4], const Real (&q)[4], const Real (&b)[5], const Powers& m)
 {
-    const Real logarithm = std::log(m[1]);
-    return (polynomial(p, m) + polynomial(q, m) * logarithm) + polynomial(b, m) / m[1];
+    const Real log_m1 = logarithm(m[1]);
+    return (polynomial(p, m) + polynomial(q, m) * log_m1) + polynomial(b, m) / m[1];
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "util/quadrature.h"
 
+#include "common/elementary.h"
 #include "common/views.h"
 
 #include <cmath>
@@ -64,7 +65,7 @@ extern "C" void RECIPES_GAULEG(const Real& X1, const Real& X2, Real* X, Real* W,
     const Real middle = (x2 + x1) / 2.0, half_length = (x2 - x1) / 2.0;
     const Index half = (n + 1) / 2; // the zeros lie symmetrically; an odd n writes the middle one twice
     for (Index i = 1; i <= half; ++i) {
-        const Real guess = std::cos(kPi * (static_cast<Real>(i) - 0.25) / (static_cast<Real>(n) + 0.5));
+        const Real guess = sine_cosine(kPi * (static_cast<Real>(i) - 0.25) / (static_cast<Real>(n) + 0.5)).cosine;
         const auto [z, slope] = find_zero(n, guess);
         x(i) = middle - half_length * z;
         x(n + 1 - i) = middle + half_length * z;

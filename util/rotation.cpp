@@ -1,5 +1,6 @@
 #include "util/rotation.h"
 
+#include "common/elementary.h"
 #include "common/status.h"
 #include "common/views.h"
 
@@ -23,10 +24,9 @@ extern "C" void IHE_orig_ROT3D(const Real& THETA, const Real& PHI, const Real& P
     if (std::fabs(theta) > kHalfPi) // an angle that is not a number passes
         return status.fail("Sub IHE_orig_ROT3D: input parameters out of bounds !");
 
-    Real cT, sT, cP, sP, cS, sS;
-    sincos(kHalfPi - theta, &cT, &sT); // of the complementary angle: sine and cosine change places
-    sincos(phi, &sP, &cP);
-    sincos(psi, &sS, &cS);
+    const auto [cT, sT] = sine_cosine(kHalfPi - theta); // of the complementary angle: sine and cosine change places
+    const auto [sP, cP] = sine_cosine(phi);
+    const auto [sS, cS] = sine_cosine(psi);
 
     r(1, 1) = cT * cP;
     r(1, 2) = cT * sP;

@@ -1,6 +1,7 @@
 #include "util/special.h"
 
 #include "common/complex_ops.h"
+#include "common/elementary.h"
 #include "common/views.h"
 
 #include <cmath>
@@ -54,7 +55,7 @@ constinit ShuffledGenerator generator;
 extern "C" Real SINC(const Real& X)
 {
     const Real x = X;
-    return std::fabs(x) < 1e-30 ? 1.0 : std::sin(x) / x;
+    return std::fabs(x) < 1e-30 ? 1.0 : sine_cosine(x).sine / x;
 }
 
 extern "C" Complex FRESNEL_CS(const Real& X)
@@ -66,8 +67,7 @@ extern "C" Complex FRESNEL_CS(const Real& X)
     const Real g = 1.0 / (((Real{6.670f} * a + Real{3.492f}) * a + Real{4.142f}) * a + 2.0);
 
     // A&S 7.3.9 and 7.3.10.
-    Real sine, cosine;
-    sincos(x * x * 3.141592653589793 * 0.5, &sine, &cosine);
+    const auto [sine, cosine] = sine_cosine(x * x * 3.141592653589793 * 0.5);
     const Real c = 0.5 + f * sine - g * cosine;
     const Real s = 0.5 - f * cosine - g * sine;
     return x < 0.0 ? Complex(-c, s) : Complex(c, -s);
@@ -78,7 +78,7 @@ extern "C" Real CPHASE(const Complex& Z)
     const Complex z = Z;
     if (modulus_extended(z) < 1e-300) // false for a modulus that is not a number
         return 0.0;
-    return std::atan2(z.imag(), z.real());
+    return arc_tangent(z.imag(), z.real());
 }
 
 extern "C" Real RECIPES_RAN2()

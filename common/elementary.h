@@ -1,0 +1,35 @@
+/// Elementary functions whose bits do not depend on the processor.
+///
+/// Those of the C library do: it picks variants of the double-precision ones by processor, with fused products or
+/// without, and most of the extended ones are instructions whose last bits are the maker's. What stands here is made of
+/// +, -, *, / and the square root alone, which are exact to the last bit everywhere. Special values are those of C.
+///
+/// Errors in units of the last place, the largest seen in comparisons with 400 bits: logarithm of a real 0.54,
+/// exponential 0.72, all others 0.501.
+#pragma once
+
+#include "common/types.h"
+
+namespace tessel {
+
+/// log(x): -infinity at zero, NaN below.
+Real logarithm(Real x) noexcept;
+
+/// Principal branch of log(z). Next to the unit circle too log|z| has its full relative accuracy.
+Complex logarithm(const Complex& z) noexcept;
+
+/// exp(x)
+Real exponential(Real x) noexcept;
+
+/// Angle of the point (x, y) in radians, -pi..pi. Signs of zeros count.
+Real arc_tangent(Real y, Real x) noexcept;
+
+struct SineCosine
+{
+    Real sine, cosine;
+};
+
+/// Sine and cosine of an angle in radians.
+SineCosine sine_cosine(Real x) noexcept;
+
+} // namespace tessel
