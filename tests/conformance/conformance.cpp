@@ -23,19 +23,24 @@ struct Fit
     Integer flag = 77;
 };
 
-Fit run_fit(const Subject& subject, const std::vector<Complex>& y, Real dt, Integer m, bool by_slot = false)
+/// The arrays are longer than what is used of them, so that a length in the place of a count is seen.
+Fit run_fit(const Subject& subject, std::vector<Complex> y, Real dt, Integer m, bool by_slot = false)
 {
-    Fit fit{std::vector<Complex>(size_of(m)), std::vector<Complex>(size_of(m))};
     const auto n = static_cast<Integer>(y.size());
+    const Integer ndim = n + 3, mmax = m + 2;
+    y.resize(size_of(ndim), NAN);
+    Fit fit{std::vector<Complex>(size_of(mmax)), std::vector<Complex>(size_of(mmax))};
     const auto call = [&](auto routine) {
         Real* const e = fit.measures.data();
-        routine(&n, &n, y.data(), &dt, &m, &m, fit.residues.data(), fit.poles.data(), &e[0], &e[1], &e[2], &e[3], &e[4],
-                &fit.flag, nullptr, 0);
+        routine(&n, &ndim, y.data(), &dt, &m, &mmax, fit.residues.data(), fit.poles.data(), &e[0], &e[1], &e[2], &e[3],
+                &e[4], &fit.flag, nullptr, 0);
     };
     if (by_slot)
         call([&](auto... arguments) { subject.api.leastsqPronySvd(arguments...); });
     else
         call([&](auto... arguments) { subject.library.fit(arguments...); });
+    fit.poles.resize(size_of(m));
+    fit.residues.resize(size_of(m));
     return fit;
 }
 
@@ -88,14 +93,15 @@ Group keeps_its_contract(const Subject& subject)
         const Integer n = 2 + random.below(40), m = 1 + random.below(n / 2 + 1), length = random.below(100) - 10;
         const Real dt = random.below(2) == 0 ? 1.0 : std::fabs(hostile_value(random, Values::mixed));
         const bool valid = 2 * m <= n && !(dt < 1e-102);
-        const std::vector<Complex> samples = hostile_complexes(random, size_of(n));
+        const Integer ndim = n + random.below(3), mmax = m + random.below(3);
+        const std::vector<Complex> samples = hostile_complexes(random, size_of(ndim));
         const Complex* const y = room.take(samples);
-        Complex *const residue = room.take<Complex>(size_of(m)), *const pole = room.take<Complex>(size_of(m));
+        Complex *const residue = room.take<Complex>(size_of(mmax)), *const pole = room.take<Complex>(size_of(mmax));
         Real* const e = room.take<Real>(5);
         Integer* const flag = room.take<Integer>(1);
         char* const message = room.take<char>(size_of(length));
-        subject.library.fit(&n, &n, y, &dt, &m, &m, residue, pole, &e[0], &e[1], &e[2], &e[3], &e[4], flag, message,
-                            length);
+        subject.library.fit(&n, &ndim, y, &dt, &m, &mmax, residue, pole, &e[0], &e[1], &e[2], &e[3], &e[4], flag,
+                            message, length);
         const auto says = [&](std::string text) {
             text.resize(size_of(length), ' ');
             return std::equal(text.begin(), text.end(), message);
@@ -106,7 +112,9 @@ Group keeps_its_contract(const Subject& subject)
                             says("Sub NAPACK_CZERO: too many iterations necessary !");
         const bool told = success ? valid && says("") : *flag == -1 && (valid ? failed : refused);
         const bool kept = std::memcmp(y, samples.data(), samples.size() * sizeof(Complex)) == 0 &&
-                          (valid || room.untouched({pole})) && (success || room.untouched({residue, e}));
+                          Room::untouched(pole, size_of(m), size_of(mmax)) &&
+                          Room::untouched(residue, size_of(m), size_of(mmax)) && (valid || room.untouched({pole})) &&
+                          (success || room.untouched({residue, e}));
         room.end(); // throws if anything was written beside an array
         group.count(told && kept);
     }
