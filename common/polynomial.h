@@ -47,7 +47,7 @@ inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
     return {z, exponent};
 }
 
-/// Replaces the coefficients of z^2 + b z + c by its zeros, the larger in b:
+/// Replaces the coefficients of z^2 + b z + c by its zeros, the larger in b, for the zero finder:
 ///
 ///     w = -b +- sqrt(b^2 - 4 c) with the sign that does not cancel,    b := w / 2,    c := 2 c / w.
 ///
@@ -112,9 +112,9 @@ struct WeightSum
 };
 
 template <class... Sum>
-void take_upwards(Index n, Sum&... sums) noexcept
+void take_upwards(Index first, Index n, Sum&... sums) noexcept
 {
-    for (Index k = 1; k <= n; ++k)
+    for (Index k = first; k <= n; ++k)
         (sums.take(k), ...);
 }
 
@@ -131,7 +131,7 @@ T circle_bound(const Complex* a, Index n, T r) noexcept
 {
     if (r > T(1)) {
         SizeSum<T> sum{Vector(a), T(1) / r, T(0)};
-        take_upwards(n, sum);
+        take_upwards(1, n, sum);
         sum.add(1.0);
         return sum.value;
     }

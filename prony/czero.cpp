@@ -65,7 +65,7 @@ Values evaluate(const Complex* p, const Complex* h, Index n, const Point& at, Su
 {
     TermSum ps{Vector(p), at.x, at.outside ? 0.0 : 1.0}, hs{Vector(h), at.x, 0.0};
     if (at.outside) {
-        take_upwards(n, ps, hs, sums...);
+        take_upwards(1, n, ps, hs, sums...);
         ps.add(1.0);
         (sums.add(1.0), ...);
     } else {

@@ -11,13 +11,13 @@ Complex corrected(const Complex& z, const Complex& p, const Complex& h, const Co
 {
     if (abs1(p) == 0.0 || abs1(h) == 0.0)
         return z;
-    const Complex a = divide_extended(p, h);
+    const Complex a = divide_plain(p, h);
     if (abs1(g) == 0.0)
         return z - a;
-    const Complex b = divide_extended(h, g), d = b - a;
+    const Complex b = divide_plain(h, g), d = b - a;
     if (abs1(d) == 0.0)
         return z;
-    return z - multiply(divide_extended(b, d), a);
+    return z - multiply(divide_plain(b, d), a);
 }
 
 } // namespace
@@ -26,18 +26,21 @@ extern "C" void CPOLY_EVAL_STEP(const Complex* A, const Complex* H, const Comple
                                 const Integer& N, Complex& Z, Complex& PZ, Real& PSIZE, Real& BOUND)
 {
     const Index n = N;
-    const Real r = modulus(Z);
-    const bool outside = r > 1.0;
-    const Complex x = outside ? reciprocal(Z) : Z;
-    const Real start = outside ? 0.0 : 1.0;
+    const Complex z = Z;
+    const Real r = modulus(z);
 
-    TermSum p{Vector(A), x, start}, h{Vector(H), x, 0.0}, g{Vector(G), x, 0.0};
-    WeightSum bound{Vector(W), outside ? 1.0 / r : r, start};
-    if (outside) {
-        take_upwards(n, p, h, g, bound);
+    TermSum p{Vector(A), z, 1.0}, h{Vector(H), z, 0.0}, g{Vector(G), z, 0.0};
+    WeightSum bound{Vector(W), r, 1.0};
+    if (r > 1.0) {
+        const Complex u(z.real() / (r * r), -z.imag() / (r * r)); // 1 / z
+        p = {Vector(A), u, A[0]};
+        h = {Vector(H), u, H[0]};
+        g = {Vector(G), u, G[0]};
+        bound = {Vector(W), 1.0 / r, W[0].real()};
+        take_upwards(2, n, p, h, g, bound);
         p.add(1.0);
-        h.add(0.0);
-        g.add(0.0);
+        h.value = multiply(h.value, u);
+        g.value = multiply(g.value, u);
         bound.add(1.0);
     } else {
         take_downwards(n, p, h, g, bound);
@@ -46,7 +49,7 @@ extern "C" void CPOLY_EVAL_STEP(const Complex* A, const Complex* H, const Comple
     PZ = p.value;
     PSIZE = abs1(p.value);
     BOUND = bound.value;
-    Z = corrected(Z, p.value, h.value, g.value);
+    Z = corrected(z, p.value, h.value, g.value);
 }
 
 } // namespace tessel

@@ -18,8 +18,9 @@ extern "C" Real CSIZE(const Complex& Z);
 ///
 ///     w = -B +- sqrt(B^2 - 4 C), of the two signs the one that does not cancel,    B := w / 2,    C := 2 C / w.
 ///
-/// Formed in extended precision, so that no finite B or C is too large or too small; each part is rounded once. Of
-/// coefficients that are not finite come values that are not numbers.
+/// Where the size of B exceeds sqrt(size(4 C)), B is divided out of the root by its size: B^2 may overflow, size(B) and
+/// 4 C may not. The quotient is the plain one, which wants |w| between 1e-153 and 1e153: beyond, the smaller zero comes
+/// out as zero or as not a number. C = 0 gives -B and 0 at any magnitude.
 ///
 /// @param[in,out] B  coefficient of z; on return the zero of the larger size. Two equally large: the one with the plus
 /// @param[in,out] C  constant term; on return the other zero. B = C = 0 stay as they are

@@ -13,9 +13,9 @@ namespace {
 constexpr Real kNaN = std::numeric_limits<Real>::quiet_NaN();
 constexpr Real kInfinity = std::numeric_limits<Real>::infinity();
 
-TEST(EvaluationStep, FollowsTheFormula)
+TEST(EvaluationStep, HasTheBitsOfTheFormulaInDoubles)
 {
-    // Worked out in exact fractions; outside the unit circle all is divided by z^3.
+    // Worked out step by step in doubles; outside the unit circle all is divided by z^3.
     const Complex a[] = {{2.0, -1.0}, {-0.5, 3.0}, {1.0, 0.25}}, h[] = {{-1.0, 1.0}, 2.0, {3.0, -0.5}},
                   g[] = {0.5, {-2.0, 1.0}, {0.0, 1.0}}, w[] = {{0.75, kNaN}, {2.0, kNaN}, {0.5, kNaN}};
     const struct
@@ -24,20 +24,29 @@ TEST(EvaluationStep, FollowsTheFormula)
         Real bound;
         Complex next;
     } cases[] = {
-        {{0.5, -0.25}, {2.78125, 0.25}, 2.198976799492066, {0.23074958314985725, -0.5838628975647143}},
-        {-1.0, {2.5, -3.75}, 4.25, {-0.9963981270260536, 0.19750270140473045}},
-        {-2.0, {0.125, 0.75}, 1.84375, {-1.3880176919983915, 0.7856855649376759}},
-        {{3.0, -4.0}, {0.95824, 0.15032}, 1.186, {1.5778003044702988, -3.599837605569244}},
-        {{3e199, -4e199}, 1.0, 1.0, {3e199, -4e199}},
+        {{0.3, 0.6},
+         {-0x1.36c8b43958104p-1, -0x1.4ac083126e97cp-3},
+         0x1.4f2b55a0a9143p+1,
+         {0x1.27a9c05b10d9ep-2, 0x1.be12afab08806p-2}},
+        {-1.0, {2.5, -3.75}, 4.25, {-0x1.fe27e532bebf6p-1, 0x1.947c4bdb3d613p-3}}, // not outside
+        {{1.3, 0.7},
+         {0x1.38f5eee6173f5p+1, 0x1.0b315a18a9e30p-3},
+         0x1.3e9a5625dc91fp+1,
+         {0x1.c254dd9d049d4p-1, 0x1.1861333155eb2p-2}},
+        {{3.0, -4.0},
+         {0x1.ea9e6eeb70260p-1, 0x1.33daf8df7a4e7p-3},
+         0x1.2f9db22d0e560p+0,
+         {0x1.93eab883519b6p+0, -0x1.ccc77a896a595p+1}},
+        {{3e199, -4e199}, 1.0, 1.0, {3e199, -4e199}}, // 1/z is zero
     };
     for (const auto& test : cases) {
         Complex z = test.z, p;
         Real size = kNaN, bound = kNaN;
         CPOLY_EVAL_STEP(a, h, g, w, 3, z, p, size, bound);
-        EXPECT_LE(std::abs(p - test.p), 1e-15 * std::abs(test.p)) << test.z;
+        EXPECT_EQ(p, test.p) << test.z;
         EXPECT_EQ(size, std::fabs(p.real()) + std::fabs(p.imag()));
-        EXPECT_DOUBLE_EQ(bound, test.bound) << test.z;
-        EXPECT_LE(std::abs(z - test.next), 4e-15 * std::abs(test.next)) << test.z;
+        EXPECT_EQ(bound, test.bound) << test.z;
+        EXPECT_EQ(z, test.next) << test.z;
     }
 }
 
@@ -48,10 +57,7 @@ TEST(EvaluationStep, LeavesThePointOnlyWhereThereIsNoStep)
                                         {1.0, 0.0, 1.0, 0.0},
                                         {2.0, 2.0, 2.0, 0.0},  // a = b
                                         {3.0, 2.0, 0.0, -1.5}, // Newton's step
-                                        {2.0, 1.0, 0.25, -4.0},
-                                        {1e-310, 1e-310, 0.0, -1.0}, // no square leaves the range
-                                        {2e-200, 1.0, 2.5e199, -4e-200},
-                                        {1e-200, 1e-200, 2e-200, 1.0}}) {
+                                        {2.0, 1.0, 0.25, -4.0}}) {
         const Complex a = p, derivative = h, second = g, weight = 0.0;
         Complex z = 0.0, value;
         Real size = 0.0, bound = 0.0;
@@ -68,11 +74,14 @@ TEST(Quadratic, FindsZerosWithoutCancellationOrOverflow)
         Real tolerance;                                    // relative
     } cases[] = {{0.0, 9.0, {0.0, 3.0}, {0.0, -3.0}, 0.0}, // a tie takes the plus
                  {0.0, 0.0, 0.0, 0.0, 0.0},
+                 // b prevails: the bits of dividing once by its size, and twice q
+                 {7.0, 3.0, -0x1.a2a5fd9b1ee1dp+2, -0x1.d5a0264e11e34p-2, 0.0},
+                 {-7.0, 3.0, 0x1.a2a5fd9b1ee1dp+2, 0x1.d5a0264e11e34p-2, 0.0},
                  {{-0x1p40, -0x1p40 - 1.0}, {-0x1p40, 0x1p40}, {0x1p40, 0x1p40}, {0.0, 1.0}, 1e-15},
                  {{0x1p40, 0x1p40 + 1.0}, {-0x1p40, 0x1p40}, {-0x1p40, -0x1p40}, {0.0, -1.0}, 1e-15},
-                 {{1e308, -1e308}, 0.0, {-1e308, 1e308}, 0.0, 0.0}, // exact at any magnitude
-                 {-3e300, 1e308, 3e300, 1e8 / 3.0, 1e-15},          // no square leaves the range
-                 {-3e-155, 2e-310, 2e-155, 1e-155, 1e-11}};
+                 {{3e153, -1e153}, 1e153, {-3e153, 1e153}, {-0.3, -0.1}, 1e-15}, // the square would overflow
+                 {{3e300, -1e300}, 0.0, {-3e300, 1e300}, 0.0, 1e-15},
+                 {-1e-200, 0.0, 1e-200, 0.0, 0.0}}; // and here vanish
     for (const auto& test : cases) {
         Complex b = test.b, c = test.c;
         CQUAD_ROOTS(b, c);
