@@ -2,18 +2,17 @@
 # meets the BLAS or LAPACK of its host. `tessel_solvers` carries them with the remedies that the packaged OpenBLAS
 # needs before it is fit for a host's process:
 #
-#   * its table of work buffers is replaced, XERBLA reports for the routines of the interface alone and, in the library,
-#     the environment that it sees is empty (common/openblas_guard.cpp);
-#   * its Haswell ZGEMV reads past the end of A (upstream issue 4013): the reference BLAS's member takes its place;
+#   * its table of work buffers is replaced, its ZGEMV reads no element behind the end of a vector, XERBLA reports for
+#     the routines of the interface alone and, in the library, the environment that it sees is empty
+#     (common/openblas_guard.cpp);
 #   * its ZGESV leaves A unfactored when NRHS = 0: the reference LAPACK's driver takes its place, on the same ZGETRF.
 #
-# A member takes another's place by standing, as an object, ahead of the archive.
+# It takes the other's place by standing, as an object, ahead of the archive.
 
 set(TESSEL_SOLVER_PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE})
 find_library(OPENBLAS_ARCHIVE libopenblas.a PATHS ${TESSEL_SOLVER_PATHS}/openblas-serial NO_DEFAULT_PATH REQUIRED)
 find_library(ARPACK_ARCHIVE libarpack.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
 find_library(MINPACK_ARCHIVE libminpack.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
-find_library(REFERENCE_BLAS_ARCHIVE libblas.a PATHS ${TESSEL_SOLVER_PATHS}/blas NO_DEFAULT_PATH REQUIRED)
 find_library(REFERENCE_LAPACK_ARCHIVE liblapack_pic.a PATHS ${TESSEL_SOLVER_PATHS} NO_DEFAULT_PATH REQUIRED)
 
 # Takes one object out of an archive, when the project is configured.
@@ -25,7 +24,6 @@ function(tessel_extract_member archive member output)
   endif()
   set(${output} ${folder}/${member} PARENT_SCOPE)
 endfunction()
-tessel_extract_member(${REFERENCE_BLAS_ARCHIVE} zgemv.o ZGEMV_OBJECT)
 tessel_extract_member(${REFERENCE_LAPACK_ARCHIVE} zgesv.o ZGESV_OBJECT)
 
 add_library(tessel_guard OBJECT common/openblas_guard.cpp)
@@ -33,7 +31,7 @@ target_link_libraries(tessel_guard PRIVATE tessel_options)
 
 add_library(tessel_solvers INTERFACE)
 target_link_libraries(tessel_solvers INTERFACE
-  $<TARGET_OBJECTS:tessel_guard> ${ZGEMV_OBJECT} ${ZGESV_OBJECT}
+  $<TARGET_OBJECTS:tessel_guard> ${ZGESV_OBJECT}
   ${ARPACK_ARCHIVE} ${MINPACK_ARCHIVE} ${OPENBLAS_ARCHIVE} gfortran m)
 target_link_options(tessel_solvers INTERFACE
-  LINKER:--wrap=blas_memory_alloc,--wrap=blas_memory_free,--wrap=xerbla_)
+  LINKER:--wrap=blas_memory_alloc,--wrap=blas_memory_free,--wrap=xerbla_,--wrap=zgemv_)

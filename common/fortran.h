@@ -31,6 +31,11 @@ void zdrot_(const Integer* n, Complex* x, const Integer* incx, Complex* y, const
             const double* s);
 void zswap_(const Integer* n, Complex* x, const Integer* incx, Complex* y, const Integer* incy);
 
+// BLAS, level 2
+void zgemv_(const char* trans, const Integer* m, const Integer* n, const Complex* alpha, const Complex* a,
+            const Integer* lda, const Complex* x, const Integer* incx, const Complex* beta, Complex* y,
+            const Integer* incy, Length trans_length);
+
 // LAPACK
 void zgesvd_(const char* jobu, const char* jobvt, const Integer* m, const Integer* n, Complex* a, const Integer* lda,
              double* s, Complex* u, const Integer* ldu, Complex* vt, const Integer* ldvt, Complex* work,

@@ -18,14 +18,23 @@
 /// Environment. OpenBLAS reads it when it is loaded: OPENBLAS_CORETYPE changes the kernels and so the bits of every
 /// result, OPENBLAS_VERBOSE makes it print. The host's environment is not ours to act on: it reads as empty.
 ///
+/// Products of a matrix and a vector. The kernels of ZGEMV for AVX, AVX2 and AVX-512, all made from one source, read
+/// x(n + 1), at the stride of x, when A x is formed and m mod 4 = 2; the value is not used. Where x is the last row or
+/// column of an array of the host, as in ZGESVD, nothing may be there to read. Here x goes to them as a copy with an
+/// element to spare: n loads and stores beside m n products, and the bits of the kernels. Of what else reaches these
+/// kernels, inside OpenBLAS, ZGETRF takes x from a column of A that goes on behind it, and ZTRMV has a triangle of
+/// LAPACK's own; ZTRSV is not called.
+///
 /// Reports. XERBLA writes a line on the standard output. Of the routines that the interface names the host wants that,
 /// beside INFO = -k. Of those behind them it does not: a NaN that an operator gave to ARPACK is no illegal value,
 /// though DLASCL calls it one, and no eigen-solve prints. Their INFO goes its way without the line.
 
 #include "common/openblas_guard.h"
 
+#include "common/fortran.h"
 #include "common/types.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -38,6 +47,7 @@ void __wrap_blas_memory_free(void* buffer);
 char* __wrap_getenv(const char* name);
 void __real_xerbla_(const char* name, const tessel::Integer* position, std::size_t length);
 void __wrap_xerbla_(const char* name, const tessel::Integer* position, std::size_t length);
+decltype(tessel::fortran::zgemv_) __real_zgemv_, __wrap_zgemv_;
 } // NOLINTEND(bugprone-reserved-identifier)
 
 namespace tessel {
@@ -137,4 +147,34 @@ void __wrap_xerbla_(const char* name, const tessel::Integer* position, std::size
     for (const char* const slot : {"ZGESVD", "ZGESV ", "DGESVD"})
         if (std::memcmp(name, slot, 6) == 0)
             return __real_xerbla_(name, position, length);
+}
+
+// Copied are the last elements of x; before them, what is read too far is the first of these. What ends the call at
+// once, or does not read x, stays ZGEMV's own affair.
+void __wrap_zgemv_(const char* trans, const tessel::Integer* m, const tessel::Integer* n, const tessel::Complex* alpha,
+                   const tessel::Complex* a, const tessel::Integer* lda, const tessel::Complex* x,
+                   const tessel::Integer* incx, const tessel::Complex* beta, tessel::Complex* y,
+                   const tessel::Integer* incy, std::size_t length)
+{
+    using namespace tessel;
+    if ((*trans != 'N' && *trans != 'n') || *m % 4 != 2 || *n <= 0 || *lda < *m || *incx == 0 || *incy == 0 ||
+        *alpha == Complex())
+        return __real_zgemv_(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, length);
+
+    constexpr Integer most = 256; // 4 KiB of stack
+    const Integer copied = std::min(*n, most), direct = *n - copied, unit = 1;
+    const Index stride = *incx;
+    const Complex one = 1.0;
+    if (direct > 0) { // with a negative stride x points to its last element
+        const Complex* const leading = stride > 0 ? x : x - copied * stride;
+        __real_zgemv_(trans, m, &direct, alpha, a, lda, leading, incx, beta, y, incy, length);
+    }
+    alignas(Complex) Real copy[2 * (most + 1)];
+    auto* const spared = reinterpret_cast<Complex*>(copy);
+    const Complex* next = stride > 0 ? x + direct * stride : x - (copied - 1) * stride;
+    for (Integer j = 0; j < copied; ++j, next += stride)
+        spared[j] = *next;
+    spared[copied] = 0.0;
+    __real_zgemv_(trans, m, &copied, alpha, a + static_cast<Index>(direct) * *lda, lda, spared, &unit,
+                  direct > 0 ? &one : beta, y, incy, length);
 }
