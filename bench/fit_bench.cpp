@@ -3,11 +3,11 @@
 
 #include "bench/interleave.h"
 #include "bench/problems.h"
+#include "bench/stock.h"
 #include "bench/suites.h"
 #include "prony/csvdc.h"
 #include "prony/czero.h"
 #include "prony/leastsq_prony_svd.h"
-#include "reference/plain_fit.h"
 #include "tests/support/signals.h"
 
 namespace tessel::bench {
@@ -66,7 +66,7 @@ public:
         LEASTSQ_PRONY_SVD(&n, &ndim, y.data(), &dt, &m, &mmax, residues.data(), poles.data(), &measures[0],
                           &measures[1], &measures[2], &measures[3], &measures[4], &flag, nullptr, 0);
     }
-    void plain() { reference::plain_fit(n, y.data(), dt, m, residues.data(), poles.data(), measures); }
+    void plain() { stock().plain_fit(n, y.data(), dt, m, residues.data(), poles.data(), measures); }
 
     Real pole_error(const std::vector<Complex>& known) const { return testing::worst_pole_error(known, poles); }
 

@@ -42,6 +42,7 @@ GOALS = (
     ("svd_leading_dimension", "ld1024/ld1000", lambda shape: True, 1.12, 1.12),
     ("zeros", "own/zgeev", lambda shape: order(shape) == 20, 0.25, 0.25),
     ("zeros", "own/zgeev", lambda shape: order(shape) == 100, 0.08, 0.08),
+    ("slots", "slot/stock", lambda shape: True, 1.03, 1.03),
     ("fit", "own/plain", lambda shape: 50 <= order(shape) <= 350, 0.65, 0.80),
     ("fit", "rest_share", lambda shape: order(shape) >= 50, 0.05, 0.05),
     ("fit_storage", "eightfold/tight", lambda shape: True, 1.15, 1.15),
@@ -53,6 +54,7 @@ COLUMNS = {
     "svd": ("own/zgesvd", "own/zgesdd", "own/plain", "own/avx2", "own/baseline", "residual_own", "residual_zgesvd"),
     "svd_leading_dimension": ("ld1024/ld1000",),
     "zeros": ("own/zgeev", "residual_own", "residual_zgeev"),
+    "slots": ("slot/stock",),
     "fit": ("own/plain", "svd_share", "zeros_share", "rest_share", "error_own"),
     "fit_storage": ("eightfold/tight",),
     "fit_peers": ("own/scipy", "own/pencil", "own/esprit", "own/harminv",
@@ -137,7 +139,7 @@ def main():
             continue
         results, context = load(path)
         print(f"\n== Own kernels: {vectors} (this machine's widest: {context['widest_vectors']}). "
-              f"BLAS kernels: {context['blas_kernels']}.")
+              f"BLAS kernels: {context['blas_kernels']}, of the peers {context['peers_kernels']}.")
         if widest is None:
             widest = vectors
             write_plot_data(folder, results, peers)

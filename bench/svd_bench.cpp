@@ -3,12 +3,11 @@
 
 #include "bench/interleave.h"
 #include "bench/problems.h"
+#include "bench/stock.h"
 #include "bench/suites.h"
 #include "common/complex_ops.h"
-#include "common/fortran.h"
 #include "common/views.h"
 #include "prony/csvdc.h"
-#include "reference/plain_svd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,21 +71,21 @@ public:
     void plain()
     {
         restore();
-        reference::plain_svd(21, n, p, x.data(), ld, x.data(), ld, s.data(), v.data(), p, work.data(), e.data());
+        stock().plain_svd(21, n, p, x.data(), ld, x.data(), ld, s.data(), v.data(), p, work.data(), e.data());
     }
     void zgesvd()
     {
         restore();
         Integer info = 0;
-        fortran::zgesvd_("S", "S", &n, &p, x.data(), &ld, sv.data(), u.data(), &n, v.data(), &p, lapack_work.data(),
-                         &length, rwork.data(), &info, 1, 1);
+        stock().zgesvd("S", "S", &n, &p, x.data(), &ld, sv.data(), u.data(), &n, v.data(), &p, lapack_work.data(),
+                       &length, rwork.data(), &info, 1, 1);
     }
     void zgesdd()
     {
         restore();
         Integer info = 0;
-        fortran::zgesdd_("S", &n, &p, x.data(), &ld, sv.data(), u.data(), &n, v.data(), &p, lapack_work.data(), &length,
-                         rwork.data(), iwork.data(), &info, 1);
+        stock().zgesdd("S", &n, &p, x.data(), &ld, sv.data(), u.data(), &n, v.data(), &p, lapack_work.data(), &length,
+                       rwork.data(), iwork.data(), &info, 1);
     }
 
     /// max |A v - s u| / (s(1) n eps) over some triples of the last decomposition.

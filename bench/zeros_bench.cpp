@@ -2,9 +2,9 @@
 
 #include "bench/interleave.h"
 #include "bench/problems.h"
+#include "bench/stock.h"
 #include "bench/suites.h"
 #include "common/complex_ops.h"
-#include "common/fortran.h"
 #include "common/polynomial.h"
 
 #include "prony/czero.h"
@@ -47,8 +47,8 @@ public:
         const Integer one = 1;
         Complex none;
         Integer info = 0;
-        fortran::zgeev_("N", "N", &n, a.data(), &n, zeros.data(), &none, &one, &none, &one, work.data(), &length,
-                        rwork.data(), &info, 1, 1);
+        stock().zgeev("N", "N", &n, a.data(), &n, zeros.data(), &none, &one, &none, &one, work.data(), &length,
+                      rwork.data(), &info, 1, 1);
     }
 
     const std::vector<Complex>& result() const { return zeros; }
