@@ -1,4 +1,5 @@
-/// Whole fits, n = 4 m: beside the plain routine, and with arrays that are declared eight times as large as needed.
+/// Whole fits, n = 4 m, of complex and of real records: beside the plain routine, and with arrays that are declared
+/// larger than needed, eight times or up to a power of two.
 /// Other methods' fits are timed by fit_peers.py.
 
 #include "bench/interleave.h"
@@ -9,6 +10,9 @@
 #include "prony/czero.h"
 #include "prony/leastsq_prony_svd.h"
 #include "tests/support/signals.h"
+
+#include <bit>
+#include <utility>
 
 namespace tessel::bench {
 
@@ -44,16 +48,16 @@ void __wrap_NAPACK_CZERO(Complex* z, const Complex* coef, const Integer& n, Comp
 
 namespace {
 
-/// One signal, with arrays declared for ndim samples and mmax exponentials.
+/// One signal, with arrays declared for `samples` samples and `exponentials` exponentials.
 class Fit
 {
 public:
-    Fit(const Ringdown& signal, Index order, Index factor)
+    Fit(const Ringdown& signal, Index order, Index samples, Index exponentials)
         : y(signal.y),
           n(static_cast<Integer>(y.size())),
-          ndim(n * static_cast<Integer>(factor)),
+          ndim(static_cast<Integer>(samples)),
           m(static_cast<Integer>(order)),
-          mmax(m * static_cast<Integer>(factor)),
+          mmax(static_cast<Integer>(exponentials)),
           residues(static_cast<std::size_t>(mmax)),
           poles(static_cast<std::size_t>(mmax))
     {
@@ -77,10 +81,10 @@ private:
     Real dt = 1.0, measures[5] = {};
 };
 
-void compare_fits(benchmark::State& state, Index m)
+void compare_fits(benchmark::State& state, Record record, Index m)
 {
-    const Ringdown signal = make_ringdown(4 * m, modes_of_order(m));
-    Fit fit(signal, m, 1);
+    const Ringdown signal = make_ringdown(4 * m, modes_of_order(m), record);
+    Fit fit(signal, m, 4 * m, m);
     std::vector<double> svd_shares, zeros_shares, rest_shares;
     const auto own = [&] {
         svd_seconds = zeros_seconds = 0.0;
@@ -102,20 +106,34 @@ void compare_fits(benchmark::State& state, Index m)
 
 void compare_storage(benchmark::State& state, Index m)
 {
-    const Ringdown signal = make_ringdown(4 * m, modes_of_order(m));
-    Fit tight(signal, m, 1), roomy(signal, m, 8);
+    const Ringdown signal = make_ringdown(4 * m, modes_of_order(m), Record::complex);
+    Fit tight(signal, m, 4 * m, m), roomy(signal, m, 32 * m, 8 * m);
     interleave(state, {{"eightfold", [&] { roomy.own(); }}, {"tight", [&] { tight.own(); }}});
+}
+
+/// Arrays declared for a number of samples that is a power of two, beside one that is a little smaller and is not.
+void compare_dimensions(benchmark::State& state, Record record, Index m)
+{
+    const Ringdown signal = make_ringdown(4 * m, modes_of_order(m), record);
+    const auto power = static_cast<Index>(std::bit_ceil(static_cast<std::size_t>(4 * m)));
+    Fit at_power(signal, m, power, m), below(signal, m, power - power / 32, m);
+    interleave(state, {{"power", [&] { at_power.own(); }}, {"other", [&] { below.own(); }}});
 }
 
 } // namespace
 
 void add_fit_benchmarks()
 {
-    for (const Index m : {5, 10, 20, 50, 100, 200, 350, 500}) {
-        const std::string order = std::to_string(m);
-        add("fit/" + order, [=](benchmark::State& state) { compare_fits(state, m); });
-        add("fit_storage/" + order, [=](benchmark::State& state) { compare_storage(state, m); });
+    for (const auto& [record, name] : {std::pair{Record::complex, "complex/"}, {Record::real, "real/"}}) {
+        const auto kind = record;
+        for (const Index m : {5, 10, 20, 50, 100, 200, 350, 500})
+            add("fit/" + (name + std::to_string(m)), [=](benchmark::State& state) { compare_fits(state, kind, m); });
+        for (const Index m : {50, 100, 200, 350}) // the power is 256, 512, 1024, 2048
+            add("fit_dimension/" + (name + std::to_string(m)),
+                [=](benchmark::State& state) { compare_dimensions(state, kind, m); });
     }
+    for (const Index m : {5, 10, 20, 50, 100, 200, 350, 500})
+        add("fit_storage/" + std::to_string(m), [=](benchmark::State& state) { compare_storage(state, m); });
 }
 
 } // namespace tessel::bench

@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """Times whole fits by the library beside those of other methods, on the same data in the same process.
 
-Every method gets N = 4 M samples and returns poles and residues:
+Every method gets N = 4 M samples, complex ones and then real ones, and returns poles and residues:
 
   own      LEASTSQ_PRONY_SVD of the library, through ctypes
-  scipy    the same two-stage method: least squares (GELSD), companion-matrix roots, least squares
+  scipy    the same two-stage method: least squares (GELSD; in real arithmetic for a real record), companion-matrix
+           roots, least squares
   pencil   matrix pencil: signal subspace by SVD of the prediction matrix
   esprit   ESPRIT: signal subspace by eigenvectors of the sample covariance
   harminv  filter diagonalisation with M basis functions, if its library is there
@@ -29,22 +30,24 @@ import scipy.linalg
 ORDERS = (5, 10, 20, 50, 100, 200, 350, 500)
 
 
-def ringdown(samples, modes):
+def ringdown(samples, modes, real):
     """Poles and samples of `modes` exponentials spread over the band that decay by a factor of e to e^4 over the
-    record, with noise of relative size 1e-6."""
+    record, with noise of relative size 1e-6. Those of a real record are conjugate pairs; it has a real type."""
     random = np.random.default_rng(samples)
-    place = (np.arange(modes) + random.uniform(0.25, 0.75, modes)) / modes
-    poles = -random.uniform(1, 4, modes) / samples + 0.9j * np.pi * (2 * place - 1)
-    residues = random.uniform(0.5, 1, modes) * np.exp(1j * random.uniform(0, 6, modes))
+    count = modes // 2 if real else modes
+    place = (np.arange(count) + random.uniform(0.25, 0.75, count)) / count
+    poles = -random.uniform(1, 4, count) / samples + 0.9j * np.pi * (place if real else 2 * place - 1)
+    residues = random.uniform(0.5, 1, count) * np.exp(1j * random.uniform(0, 6, count))
     noise = random.normal(size=samples) + 1j * random.normal(size=samples)
-    return poles, np.exp(np.outer(np.arange(samples), poles)) @ residues + 1e-6 * noise
+    record = np.exp(np.outer(np.arange(samples), poles)) @ residues + 1e-6 * noise
+    return (np.concatenate((poles, poles.conj())), 2 * record.real) if real else (poles, record)
 
 
 class Own:
     """The library's fit."""
 
-    def __init__(self, path, y, order):
-        self.fit = ctypes.CDLL(path).LEASTSQ_PRONY_SVD
+    def __init__(self, library, y, order):
+        self.fit = library.LEASTSQ_PRONY_SVD
         self.fit.restype = None
         samples, unknowns = ctypes.c_int32(len(y)), ctypes.c_int32(order)
         self.y = np.ascontiguousarray(y, dtype=complex)
@@ -79,7 +82,7 @@ def scipy_fit(y, order):
     windows = prediction_windows(y, order)
     a = scipy.linalg.lstsq(windows[:, order - 1 :: -1], -windows[:, order], check_finite=False)[0]
     zeros = np.roots(np.concatenate(([1.0], a)))
-    return np.log(zeros), residues_of(zeros, y)
+    return np.log(zeros.astype(complex)), residues_of(zeros, y)
 
 
 def shift_invariance(basis):
@@ -138,9 +141,10 @@ def timed(run):
     return time.process_time() - start
 
 
-def compare(library, order, seconds, fewest):
+def compare(library, kind, order, seconds, fewest):
     modes = 2 if order < 10 else order // 5
-    known, y = ringdown(4 * order, modes)
+    known, y = ringdown(4 * order, modes, kind == "real")
+    modes = len(known)
     methods = {
         "own": Own(library, y, order),
         "scipy": lambda: scipy_fit(y, order),
@@ -152,7 +156,7 @@ def compare(library, order, seconds, fewest):
     except OSError:
         print("libharminv is not installed: left out", file=sys.stderr)
 
-    result = {"name": f"fit_peers/{order}"}
+    result = {"name": f"fit_peers/{kind}/{order}"}
     for name, run in methods.items():
         result[f"error_{name}"] = worst_pole_error(known, run()[0])
     rounds = max(fewest, min(2000, int(seconds / sum(timed(run) for run in methods.values()))))
@@ -171,16 +175,19 @@ def compare(library, order, seconds, fewest):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--library", required=True, help="path of libtessel.so")
+    parser.add_argument("--library", required=True, help="path of libtessel.so, or of the benchmarks' libtessel_avx2.so")
     parser.add_argument("--seconds", type=float, default=4.0, help="processor time for each order")
     parser.add_argument("--rounds", type=int, default=3, help="fewest rounds, which wins")
     parser.add_argument("--largest", type=int, default=max(ORDERS), help="largest order")
     arguments = parser.parse_args()
+    library = ctypes.CDLL(arguments.library)
+    if hasattr(library, "use_avx2"):
+        library.use_avx2()
     results = []
-    for order in ORDERS:
-        if order <= arguments.largest:
-            results.append(compare(arguments.library, order, arguments.seconds, arguments.rounds))
-            print(f"fit_peers/{order}: {results[-1]['rounds']} rounds", file=sys.stderr)
+    for kind in ("complex", "real"):
+        for order in (order for order in ORDERS if order <= arguments.largest):
+            results.append(compare(library, kind, order, arguments.seconds, arguments.rounds))
+            print(f"{results[-1]['name']}: {results[-1]['rounds']} rounds", file=sys.stderr)
     versions = {"numpy": np.__version__, "scipy": scipy.__version__}
     json.dump({"context": versions, "benchmarks": results}, sys.stdout, indent=1)
 

@@ -5,7 +5,7 @@ set border 3
 set tics nomirror
 
 set output pictures."/fit-time.svg"
-set title "A fit of N = 4 M samples on one core"
+set title "A fit of N = 4 M real samples on one core"
 set xlabel "order M"
 set ylabel "time in ms"
 set logscale xy
@@ -20,7 +20,7 @@ plot data using 1:2 title "the plain routine" with linespoints lc "gray50" pt 4,
      data using 1:3 title "Tessel" with linespoints lc "black" lw 2 pt 7
 
 set output pictures."/svd-ratio.svg"
-set title "Singular value decomposition of a fit's systems\n{/*0.85 filled: Toeplitz, open: Vandermonde}"
+set title "Singular value decomposition of a fit's systems\n{/*0.85 filled: Toeplitz, open: Vandermonde, crosses: real Toeplitz}"
 unset logscale
 set autoscale x
 set xlabel "shape"
@@ -36,4 +36,7 @@ plot 1 notitle with lines lc "gray50" dt 2, \
      data using 0:3 title "ZGESDD" with points lc "#d95f02" pt 9, \
      data using 0:6 notitle with points lc "#d95f02" pt 8, \
      data using 0:4 title "plain routine" with points lc "#7570b3" pt 5, \
-     data using 0:7 notitle with points lc "#7570b3" pt 4
+     data using 0:7 notitle with points lc "#7570b3" pt 4, \
+     data using 0:8 notitle with points lc "#1b9e77" pt 2, \
+     data using 0:9 notitle with points lc "#d95f02" pt 2, \
+     data using 0:10 notitle with points lc "#7570b3" pt 2

@@ -27,21 +27,29 @@ void require_success(Integer flag)
 
 } // namespace
 
-Ringdown make_ringdown(Index n, Index modes)
+Ringdown make_ringdown(Index n, Index modes, Record record)
 {
     testing::Random random(static_cast<std::uint64_t>(n));
+    const bool real = record == Record::real;
+    const Index count = real ? modes / 2 : modes;
     Ringdown signal;
     signal.y = zeroed(n);
-    for (Index j = 0; j < modes; ++j) {
-        const Real place = (static_cast<Real>(j) + random.uniform(0.25, 0.75)) / static_cast<Real>(modes);
-        const Complex pole(-random.uniform(1.0, 4.0) / static_cast<Real>(n), 0.9 * std::numbers::pi * (2 * place - 1));
+    for (Index j = 0; j < count; ++j) {
+        const Real place = (static_cast<Real>(j) + random.uniform(0.25, 0.75)) / static_cast<Real>(count);
+        const Complex pole(-random.uniform(1.0, 4.0) / static_cast<Real>(n),
+                           0.9 * std::numbers::pi * (real ? place : 2 * place - 1));
         const Complex residue = std::polar(random.uniform(0.5, 1.0), random.uniform(0.0, 6.0));
         signal.poles.push_back(pole);
+        if (real)
+            signal.poles.push_back(std::conj(pole));
         for (Index k = 0; k < n; ++k)
             signal.y[static_cast<std::size_t>(k)] += multiply(residue, std::exp(pole * static_cast<Real>(k)));
     }
-    for (Complex& y : signal.y)
+    for (Complex& y : signal.y) {
         y += 1e-6 * Complex(random.normal(), random.normal());
+        if (real)
+            y = Complex(2.0 * y.real(), 0.0);
+    }
     return signal;
 }
 

@@ -17,13 +17,20 @@ struct Dense
     const Complex* column(Index j) const { return &data[static_cast<std::size_t>((j - 1) * rows)]; }
 };
 
+/// A probe records real values; complex ones come of two fields in quadrature or of a record that was mixed down.
+enum class Record
+{
+    complex,
+    real
+};
+
 /// n samples, one a unit of time, of a field that rings down: `modes` exponentials spread over the band that decay by
-/// a factor of e to e^4 over the record, and noise of relative size 1e-6.
+/// a factor of e to e^4 over the record, and noise of relative size 1e-6. Those of a real record are conjugate pairs.
 struct Ringdown
 {
     std::vector<Complex> poles, y;
 };
-Ringdown make_ringdown(Index n, Index modes);
+Ringdown make_ringdown(Index n, Index modes, Record record);
 
 /// The number of modes in the record that a fit of order m is given here.
 inline Index modes_of_order(Index m)

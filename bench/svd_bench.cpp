@@ -1,5 +1,5 @@
-/// Singular value decompositions of the systems of fits: first left and all right vectors, in place where the routine
-/// can.
+/// Singular value decompositions of the systems of fits, those of real records among them: first left and all right
+/// vectors, in place where the routine can.
 
 #include "bench/interleave.h"
 #include "bench/problems.h"
@@ -59,6 +59,8 @@ public:
         zgesvd();
         length = static_cast<Integer>(std::max(divide, lapack_work[0].real()));
         lapack_work.resize(extent(length, 1));
+        for (const Complex& element : a.data)
+            parts.push_back(element.real());
     }
 
     void own()
@@ -88,6 +90,16 @@ public:
                        rwork.data(), iwork.data(), &info, 1);
     }
 
+    /// Of the real parts, in real storage.
+    void dgesvd()
+    {
+        std::copy(parts.begin(), parts.end(), real(x));
+        const Integer reals = 2 * length;
+        Integer info = 0;
+        stock().dgesvd("S", "S", &n, &p, real(x), &n, sv.data(), real(u), &n, real(v), &p, real(lapack_work), &reals,
+                       &info, 1, 1);
+    }
+
     /// max |A v - s u| / (s(1) n eps) over some triples of the last decomposition.
     Real residual_of_own() const
     {
@@ -102,6 +114,12 @@ public:
 
 private:
     static std::size_t extent(Index rows, Index columns) { return static_cast<std::size_t>(rows * columns); }
+
+    template <class Values>
+    static Real* real(Values& values)
+    {
+        return reinterpret_cast<Real*>(values.data());
+    }
 
     void restore()
     {
@@ -130,24 +148,27 @@ private:
     Dense a;
     Integer n, p, ld, length;
     Storage x, u, v, s, e, work;
-    std::vector<Real> sv, rwork;
+    std::vector<Real> sv, rwork, parts;
     std::vector<Integer> iwork;
     std::vector<Complex> lapack_work;
 };
 
 enum class Kind
 {
-    toeplitz,   // stage 1 of a fit
-    vandermonde // stage 2
+    toeplitz,    // stage 1 of a fit
+    vandermonde, // stage 2
+    real         // stage 1 of the fit of a real record: all imaginary parts are zero
 };
+constexpr const char* kKindNames[] = {"toeplitz/", "vandermonde/", "real/"};
 
 Dense system_of_fit(Kind kind, Index n, Index p)
 {
-    if (kind == Kind::toeplitz)
-        return prediction_matrix(make_ringdown(n + p, modes_of_order(p)).y, p);
+    if (kind != Kind::vandermonde)
+        return prediction_matrix(
+            make_ringdown(n + p, modes_of_order(p), kind == Kind::real ? Record::real : Record::complex).y, p);
     // Zeros of a fit to ample samples: from 2 p of them, zeros grow so large that their powers leave the routine's
     // range.
-    const Ringdown signal = make_ringdown(4 * p, modes_of_order(p));
+    const Ringdown signal = make_ringdown(4 * p, modes_of_order(p), Record::complex);
     return vandermonde_matrix(zeros_of(prediction_polynomial(signal.y, p)), n);
 }
 
@@ -167,6 +188,8 @@ void compare_with_peers(benchmark::State& state, Kind kind, Index n, Index p, Ve
                                {"zgesvd", [&] { task.zgesvd(); }},
                                {"zgesdd", [&] { task.zgesdd(); }},
                                {"plain", [&] { task.plain(); }}};
+    if (kind == Kind::real)
+        peers.push_back({"dgesvd", [&] { task.dgesvd(); }});
     if (in_use > VectorWidth::avx2)
         peers.push_back(with_vectors("avx2", VectorWidth::avx2, in_use, task));
     if (in_use > VectorWidth::baseline)
@@ -197,10 +220,9 @@ void add_svd_benchmarks(VectorWidth in_use)
     constexpr Index kShapes[][2] = {{50, 20},    {200, 50},   {400, 100},  {900, 100},
                                     {1000, 200}, {1000, 500}, {1500, 500}, {2000, 1000}};
     for (const auto& [n, p] : kShapes)
-        for (const Kind kind : {Kind::toeplitz, Kind::vandermonde}) {
+        for (const Kind kind : {Kind::toeplitz, Kind::vandermonde, Kind::real}) {
             const Index rows = n, columns = p;
-            const std::string shape = std::string(kind == Kind::toeplitz ? "toeplitz/" : "vandermonde/") +
-                                      std::to_string(n) + 'x' + std::to_string(p);
+            const std::string shape = kKindNames[static_cast<int>(kind)] + std::to_string(n) + 'x' + std::to_string(p);
             add("svd/" + shape,
                 [=](benchmark::State& state) { compare_with_peers(state, kind, rows, columns, in_use); });
             if (900 <= n && n <= 1000)

@@ -81,7 +81,7 @@ Real worst_residual(const std::vector<Complex>& a, const std::vector<Complex>& z
 
 void compare_zeros(benchmark::State& state, Index degree)
 {
-    const Ringdown signal = make_ringdown(4 * degree, modes_of_order(degree));
+    const Ringdown signal = make_ringdown(4 * degree, modes_of_order(degree), Record::complex);
     const std::vector<Complex> polynomial = prediction_polynomial(signal.y, degree);
     Companion companion(polynomial);
     std::vector<Complex> zeros(polynomial.size());
