@@ -1,9 +1,10 @@
-/// tessel_bench [--vectors=avx512|avx2|baseline] [--peers=NAME,...] [--seconds=S] [--rounds=R] and the options of
-/// Google Benchmark.
+/// tessel_bench [--vectors=avx512|avx2|baseline] [--peers=NAME,...] [--library=PATH] [--seconds=S] [--rounds=R] and the
+/// options of Google Benchmark.
 ///
 /// --vectors  width of the own kernels, no wider than the machine's; the variable OPENBLAS_CORETYPE chooses those of
 ///            the BLAS (Haswell, SkylakeX, ...), of the library and of the peers
 /// --peers    more sets of BLAS kernels that the peers may use: they take the fastest, found in a short trial
+/// --library  the built library, or libtessel_avx2.so, whose slots are compared; without it they are left out
 /// --seconds  processor time for each benchmark; --rounds  fewest rounds, which wins
 
 #include "bench/interleave.h"
@@ -69,6 +70,7 @@ int main(int argc, char** argv)
     VectorWidth width = widest_vectors();
     const std::string chosen = bench::stock().kernels();
     std::vector<std::string> peers{chosen};
+    std::string library;
     for (int i = 1; i < argc; ++i) {
         if (const char* vectors = value_of("--vectors=", argv[i]))
             width = width_named(vectors);
@@ -76,7 +78,9 @@ int main(int argc, char** argv)
             std::istringstream list(names);
             for (std::string name; std::getline(list, name, ',');)
                 peers.push_back(name);
-        } else if (const char* seconds = value_of("--seconds=", argv[i]))
+        } else if (const char* path = value_of("--library=", argv[i]))
+            library = path;
+        else if (const char* seconds = value_of("--seconds=", argv[i]))
             bench::effort().seconds = std::atof(seconds);
         else if (const char* rounds = value_of("--rounds=", argv[i]))
             bench::effort().fewest_rounds = std::max(1, std::atoi(rounds));
@@ -94,7 +98,8 @@ int main(int argc, char** argv)
     bench::add_svd_benchmarks(width);
     bench::add_zeros_benchmarks();
     bench::add_fit_benchmarks();
-    bench::add_slots_benchmarks(chosen);
+    if (!library.empty())
+        bench::add_slots_benchmarks(library, chosen);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
 }

@@ -1,4 +1,4 @@
-/// The slots of LAPACK, through the program's own link of the solvers, beside the same routines of the stock library.
+/// The slots of LAPACK, those of the built library, beside the same routines of the stock one.
 
 #include "bench/interleave.h"
 #include "bench/problems.h"
@@ -6,7 +6,10 @@
 #include "bench/suites.h"
 #include "tests/support/random.h"
 
+#include <tessel/Loader.h>
+
 #include <algorithm>
+#include <type_traits>
 
 namespace tessel::bench {
 
@@ -35,19 +38,21 @@ public:
                         [&random] { return random.uniform(-1.0, 1.0); });
     }
 
-    void decompose(decltype(&fortran::zgesvd_) driver)
+    /// By ZGESVD or DGESVD.
+    template <class Driver>
+    void decompose(Driver driver)
     {
         a = original;
-        driver("S", "S", &m, &n, a.data(), &m, s.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork, rwork.data(),
-               &info, 1, 1);
+        if constexpr (std::is_same_v<T, Complex>)
+            driver("S", "S", &m, &n, a.data(), &m, s.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork,
+                   rwork.data(), &info, 1, 1);
+        else
+            driver("S", "S", &m, &n, a.data(), &m, s.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork, &info, 1,
+                   1);
     }
-    void decompose(decltype(&fortran::dgesvd_) driver)
-    {
-        a = original;
-        driver("S", "S", &m, &n, a.data(), &m, s.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork, &info, 1, 1);
-    }
-    /// One right-hand side.
-    void solve(decltype(&fortran::zgesv_) driver)
+    /// One right-hand side, by ZGESV.
+    template <class Driver>
+    void solve(Driver driver)
     {
         const Integer one = 1;
         a = original;
@@ -74,35 +79,44 @@ double time_of_stock_zgesvd()
     return processor_time() - start;
 }
 
-void add_slots_benchmarks(const std::string& kernels)
+void add_slots_benchmarks(const std::string& library, const std::string& kernels)
 {
-    const auto compare = [kernels](benchmark::State& state, auto call, auto run) {
+    static const Library loaded(library);
+    static const Api api = loaded.create();
+    const auto compare = [kernels](benchmark::State& state, auto slot, auto peer) {
         constexpr int kRounds = 15; // a goal of three per cent needs them, however long a call takes
         const std::string used = stock().kernels();
         const Effort ordinary = effort();
         effort().fewest_rounds = std::max(kRounds, ordinary.fewest_rounds);
         stock().use_kernels(kernels.c_str());
-        interleave(state, {{"slot", [&] { run(call, false); }}, {"stock", [&] { run(call, true); }}});
+        interleave(state, {{"slot", slot}, {"stock", peer}});
         stock().use_kernels(used.c_str());
         effort() = ordinary;
     };
-    constexpr Index kShapes[][3] = {{50, 20, 40},    {200, 50, 130},   {400, 100, 260},
-                                    {900, 100, 340}, {1000, 200, 550}, {1000, 500, 1000}};
-    for (const auto& [m, n, order] : kShapes) {
+    const auto zgesvd = [](auto... arguments) { api->zgesvd(arguments...); };
+    const auto dgesvd = [](auto... arguments) { api->dgesvd(arguments...); };
+    const auto zgesv = [](auto... arguments) { api->zgesv(arguments...); };
+    constexpr Index kShapes[][2] = {{50, 20}, {200, 50}, {400, 100}, {900, 100}, {1000, 200}, {1000, 500}};
+    for (const auto& [m, n] : kShapes) {
+        const Index rows = m, columns = n;
         const std::string shape = std::to_string(m) + 'x' + std::to_string(n);
-        add("slots/zgesvd/" + shape, [=, rows = m, columns = n](benchmark::State& state) {
-            compare(state, Call<Complex>(rows, columns),
-                    [](auto& call, bool of_stock) { call.decompose(of_stock ? stock().zgesvd : fortran::zgesvd_); });
+        add("slots/zgesvd/" + shape, [=](benchmark::State& state) {
+            Call<Complex> call(rows, columns);
+            compare(
+                state, [&] { call.decompose(zgesvd); }, [&] { call.decompose(stock().zgesvd); });
         });
-        add("slots/dgesvd/" + shape, [=, rows = m, columns = n](benchmark::State& state) {
-            compare(state, Call<Real>(rows, columns),
-                    [](auto& call, bool of_stock) { call.decompose(of_stock ? stock().dgesvd : fortran::dgesvd_); });
-        });
-        add("slots/zgesv/" + std::to_string(order), [=, size = order](benchmark::State& state) {
-            compare(state, Call<Complex>(size, size),
-                    [](auto& call, bool of_stock) { call.solve(of_stock ? stock().zgesv : fortran::zgesv_); });
+        add("slots/dgesvd/" + shape, [=](benchmark::State& state) {
+            Call<Real> call(rows, columns);
+            compare(
+                state, [&] { call.decompose(dgesvd); }, [&] { call.decompose(stock().dgesvd); });
         });
     }
+    for (const Index order : {40, 130, 260, 340, 550, 1000})
+        add("slots/zgesv/" + std::to_string(order), [=](benchmark::State& state) {
+            Call<Complex> call(order, order);
+            compare(
+                state, [&] { call.solve(zgesv); }, [&] { call.solve(stock().zgesv); });
+        });
 }
 
 } // namespace tessel::bench

@@ -1,6 +1,8 @@
 #include "bench/stock.h"
 
 #include <cstdlib>
+#include <optional>
+#include <string>
 
 extern "C" {
 char* openblas_get_corename();
@@ -15,14 +17,19 @@ namespace {
 
 constexpr const char* kVariable = "OPENBLAS_CORETYPE";
 
-/// OpenBLAS chooses again, as it does when it is loaded.
+/// OpenBLAS chooses again, as it does when it is loaded. The variable is put back, for other libraries.
 void use_kernels(const char* name)
 {
+    const char* const value = std::getenv(kVariable);
+    const auto before = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
     setenv(kVariable, name, 1);
     openblas_read_env();
     gotoblas_dynamic_quit();
     gotoblas_dynamic_init();
-    unsetenv(kVariable);
+    if (before)
+        setenv(kVariable, before->c_str(), 1);
+    else
+        unsetenv(kVariable);
 }
 
 } // namespace

@@ -11,8 +11,8 @@ namespace tessel::bench {
 void add_svd_benchmarks(VectorWidth in_use);
 void add_zeros_benchmarks();
 void add_fit_benchmarks();
-/// The slots of LAPACK beside the stock routines with these kernels.
-void add_slots_benchmarks(const std::string& kernels);
+/// The slots of LAPACK of the library at this path beside the stock routines with these kernels.
+void add_slots_benchmarks(const std::string& library, const std::string& kernels);
 /// Processor time of one small ZGESVD of the stock library with the kernels that it uses.
 double time_of_stock_zgesvd();
 
