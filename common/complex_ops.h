@@ -16,6 +16,12 @@ inline Real abs1(const Complex& z) noexcept
     return std::fabs(z.real()) + std::fabs(z.imag());
 }
 
+/// The same of a real value.
+inline Real abs1(Real x) noexcept
+{
+    return std::fabs(x);
+}
+
 /// sqrt(re^2 + im^2) in extended precision: the squares can neither overflow nor underflow.
 inline Extended modulus_extended(const Complex& z) noexcept
 {
@@ -27,6 +33,13 @@ inline Extended modulus_extended(const Complex& z) noexcept
 inline Real modulus(const Complex& z) noexcept
 {
     return static_cast<Real>(modulus_extended(z));
+}
+
+/// The modulus of a real value, formed in the same way.
+inline Real modulus(Real x) noexcept
+{
+    const Extended re = x;
+    return static_cast<Real>(std::sqrt(re * re));
 }
 
 /// Square of the modulus: the modulus rounded to double, then squared.
@@ -42,6 +55,11 @@ inline Complex multiply(const Complex& a, const Complex& b) noexcept
     return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
 }
 
+inline Real multiply(Real a, Real b) noexcept
+{
+    return a * b;
+}
+
 /// Real factor times complex value.
 inline Complex multiply(Real a, const Complex& b) noexcept
 {
@@ -54,6 +72,12 @@ inline Complex divide_plain(const Complex& a, const Complex& b) noexcept
 {
     const Real d = b.real() * b.real() + b.imag() * b.imag();
     return {(a.real() * b.real() + a.imag() * b.imag()) / d, (a.imag() * b.real() - a.real() * b.imag()) / d};
+}
+
+/// The same of real values: not a / b, whose bits differ.
+inline Real divide_plain(Real a, Real b) noexcept
+{
+    return (a * b) / (b * b);
 }
 
 /// a / b formed in extended precision and each part rounded once: no double overflows or underflows on the way.
@@ -77,6 +101,20 @@ inline Complex csign(const Complex& a, const Complex& b) noexcept
 {
     const Real size = modulus(a), unit = modulus(b);
     return {size * b.real() / unit, size * b.imag() / unit};
+}
+inline Real csign(Real a, Real b) noexcept
+{
+    return modulus(a) * b / modulus(b);
+}
+
+/// The conjugate, of the same type: std::conj makes a complex value of a real one.
+inline Complex conjugate(const Complex& z) noexcept
+{
+    return std::conj(z);
+}
+inline Real conjugate(Real x) noexcept
+{
+    return x;
 }
 
 } // namespace tessel

@@ -21,6 +21,17 @@ using HybridFunction = void (*)(const Integer* n, const Real* x, Real* fvec, Rea
                                 Integer* iflag);
 
 extern "C" {
+// The reference BLAS's own routines, under names of their own: their bits do not depend on the processor
+double reference_dnrm2_(const Integer* n, const Real* x, const Integer* incx);
+double reference_dznrm2_(const Integer* n, const Complex* x, const Integer* incx);
+void reference_zscal_(const Integer* n, const Complex* a, Complex* x, const Integer* incx);
+Complex reference_zdotc_(const Integer* n, const Complex* x, const Integer* incx, const Complex* y,
+                         const Integer* incy);
+void reference_zaxpy_(const Integer* n, const Complex* a, const Complex* x, const Integer* incx, Complex* y,
+                      const Integer* incy);
+void reference_drotg_(double* a, double* b, double* c, double* s);
+void reference_zswap_(const Integer* n, Complex* x, const Integer* incx, Complex* y, const Integer* incy);
+
 // BLAS, level 1
 double dznrm2_(const Integer* n, const Complex* x, const Integer* incx);
 void zscal_(const Integer* n, const Complex* a, Complex* x, const Integer* incx);
@@ -70,51 +81,16 @@ void hybrj1_(HybridFunction fcn, const Integer* n, double* x, double* fvec, doub
 double dpmpar_(const Integer* i);
 }
 
-// The level-1 operations with unit stride, which is all that the routines use.
-
-inline Real dznrm2(Index n, const Complex* x)
+/// Euclidean norms with unit stride, by the reference BLAS.
+inline Real norm(Index n, const Real* x)
 {
     const Integer count = static_cast<Integer>(n), one = 1;
-    return dznrm2_(&count, x, &one);
+    return reference_dnrm2_(&count, x, &one);
 }
-
-inline void zscal(Index n, Complex a, Complex* x)
+inline Real norm(Index n, const Complex* x)
 {
     const Integer count = static_cast<Integer>(n), one = 1;
-    zscal_(&count, &a, x, &one);
-}
-
-/// sum conj(x) y
-inline Complex zdotc(Index n, const Complex* x, const Complex* y)
-{
-    const Integer count = static_cast<Integer>(n), one = 1;
-    return zdotc_(&count, x, &one, y, &one);
-}
-
-/// y := y + a x
-inline void zaxpy(Index n, Complex a, const Complex* x, Complex* y)
-{
-    const Integer count = static_cast<Integer>(n), one = 1;
-    zaxpy_(&count, &a, x, &one, y, &one);
-}
-
-/// Plane rotation with c f + s g = r, c g - s f = 0; on return f = r and g is the reconstruction value.
-inline void drotg(Real& f, Real& g, Real& c, Real& s)
-{
-    drotg_(&f, &g, &c, &s);
-}
-
-/// x := c x + s y, y := c y - s x
-inline void zdrot(Index n, Complex* x, Complex* y, Real c, Real s)
-{
-    const Integer count = static_cast<Integer>(n), one = 1;
-    zdrot_(&count, x, &one, y, &one, &c, &s);
-}
-
-inline void zswap(Index n, Complex* x, Complex* y)
-{
-    const Integer count = static_cast<Integer>(n), one = 1;
-    zswap_(&count, x, &one, y, &one);
+    return reference_dznrm2_(&count, x, &one);
 }
 
 } // namespace tessel::fortran

@@ -4,59 +4,17 @@
 
 namespace tessel {
 
-namespace {
-
-const RotationKernels* kernels_for(VectorWidth width)
+RotationQueue::RotationQueue(const DoubleColumns& columns, Index count) : columns_(columns), row_(columns.length + 1)
 {
-    switch (width) {
-    case VectorWidth::avx512:
-        return &kAvx512Kernels;
-    case VectorWidth::avx2:
-        return &kAvx2Kernels;
-    default:
-        return &kBaselineKernels;
-    }
-}
-
-const RotationKernels* kernels = kernels_for(widest_vectors());
-
-} // namespace
-
-VectorWidth widest_vectors()
-{
-    __builtin_cpu_init(); // this may run before the constructors of the compiler's library
-    if (__builtin_cpu_supports("avx512f"))
-        return VectorWidth::avx512;
-    if (__builtin_cpu_supports("avx2"))
-        return VectorWidth::avx2;
-    return VectorWidth::baseline;
-}
-
-void use_vectors(VectorWidth width)
-{
-    kernels = kernels_for(std::min(width, widest_vectors()));
-}
-
-void rotate_columns(Index n, Complex* x, Complex* y, Rotation rotation)
-{
-    double* const right = reinterpret_cast<double*>(y);
-    kernels->front[0](2 * n, right, right - reinterpret_cast<double*>(x), &rotation);
-}
-
-RotationQueue::RotationQueue(const Matrix<Complex>& matrix, Index rows, Index columns)
-    : matrix_(matrix), rows_(rows), row_(rows + 1)
-{
-    const auto fits = [columns](Index depth, Index batches) {
-        return batches * depth * (columns + depth) <= kCapacity;
-    };
-    depth_ = columns < kDeferredFrom ? 0 : kMaxFront;
+    const auto fits = [count](Index depth, Index batches) { return batches * depth * (count + depth) <= kCapacity; };
+    depth_ = count < kDeferredFrom ? 0 : kMaxFront;
     while (depth_ > 0 && !fits(depth_, 1))
         --depth_;
     overlapped_ = depth_ > 0 && fits(depth_, 2);
     made_.rotation = rotation_;
     applied_.rotation = rotation_ + (overlapped_ ? kCapacity / 2 : 0);
     // A slice of the rows for each sweep but one: the front is through when the next batch is there.
-    slice_ = (rows / (kMaxFront - 1) + 4) / 4 * 4;
+    slice_ = (columns.length / (kMaxFront - 1) + 8) / 8 * 8;
 }
 
 void RotationQueue::hand_over()
@@ -80,12 +38,11 @@ void RotationQueue::hand_over()
 
 void RotationQueue::advance()
 {
-    const Index rows = std::min(slice_, rows_ - row_ + 1);
-    const Index stride = 2 * matrix_.leading_dimension();
+    const Index rows = std::min(slice_, columns_.length - row_ + 1);
+    const Index stride = columns_.a.leading_dimension();
     const Rotation* const rotation = applied_.rotation + (position_ - 1) * depth_;
     const auto apply = [&](Index i, Index count) {
-        auto* const last = reinterpret_cast<double*>(matrix_.from(row_, position_ - i + 1));
-        kernels->front[count - 1](2 * rows, last, stride, rotation + i);
+        kernels().front[count - 1](rows, columns_.a.from(row_, position_ - i + 1), stride, rotation + i);
     };
 
     if (position_ >= full_begin_ && position_ < full_end_) {
@@ -112,7 +69,7 @@ void RotationQueue::advance()
 
 void RotationQueue::finish()
 {
-    while (row_ <= rows_)
+    while (row_ <= columns_.length)
         advance();
 }
 

@@ -1,4 +1,4 @@
-/// Sequences of plane rotations, applied to the columns of a complex matrix.
+/// Sequences of plane rotations, applied to the columns of a matrix.
 ///
 /// A QR step rotates columns k, k+1 for k = first, first+1, ...: a sweep. A few sweeps are kept and applied together by
 /// a diagonal front that passes once through the columns, sweep i staying i columns behind the first, so that a column
@@ -18,32 +18,31 @@
 
 #include "common/types.h"
 #include "common/views.h"
-#include "prony/rotation_kernels.h"
+#include "prony/column_kernels.h"
 
 namespace tessel {
 
-/// Applies one rotation to two columns of n elements.
-void rotate_columns(Index n, Complex* x, Complex* y, Rotation rotation);
-
-/// The vector units that the kernels are built for. Results do not depend on the choice.
-enum class VectorWidth
+/// The columns of a matrix as doubles: `length` of them each, two for a complex element.
+struct DoubleColumns
 {
-    baseline,
-    avx2,
-    avx512
+    Matrix<Real> a;
+    Index length;
 };
 
-/// The widest of them on this machine, which is in use from load on.
-VectorWidth widest_vectors();
-/// Changes the one in use, for comparisons. Not while another thread is in a routine; never wider than the machine's.
-void use_vectors(VectorWidth width);
+/// Applies one rotation to columns i and j.
+inline void rotate_columns(const DoubleColumns& columns, Index i, Index j, Rotation rotation)
+{
+    Real* const x = columns.a.from(1, i);
+    Real* const y = columns.a.from(1, j);
+    kernels().front[0](columns.length, y, y - x, &rotation);
+}
 
 /// The rotations of adjacent columns of one matrix. Columns that are used in another way must be flushed before.
 class RotationQueue
 {
 public:
     // cppcheck-suppress uninitMemberVar ; 64 KiB that are written before they are read
-    RotationQueue(const Matrix<Complex>& matrix, Index rows, Index columns);
+    RotationQueue(const DoubleColumns& columns, Index count);
 
     /// Starts a sweep whose first rotation is that of columns `first`, `first` + 1.
     void begin_sweep(Index first)
@@ -56,12 +55,12 @@ public:
     }
 
     /// The next rotation of the sweep, of columns k and k + 1.
-    void push(Index k, Real c, Real s)
+    void push(Index k, Rotation rotation)
     {
         if (depth_ == 0)
-            return rotate_columns(rows_, matrix_.from(1, k), matrix_.from(1, k + 1), {c, s});
-        made_.add(k, depth_, {c, s});
-        if (row_ <= rows_)
+            return rotate_columns(columns_, k, k + 1, rotation);
+        made_.add(k, depth_, rotation);
+        if (row_ <= columns_.length)
             advance();
     }
 
@@ -98,8 +97,7 @@ private:
     void advance();
     void finish();
 
-    Matrix<Complex> matrix_;
-    Index rows_;
+    DoubleColumns columns_;
     Index depth_;     // sweeps in a batch; 0: every rotation is applied at once
     bool overlapped_; // whether there is room for a batch that is made and one that is applied
     Batch made_, applied_;

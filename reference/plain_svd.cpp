@@ -1,8 +1,8 @@
 #include "reference/plain_svd.h"
 
 #include "common/complex_ops.h"
-#include "common/fortran.h"
 #include "common/views.h"
+#include "reference/level1.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,12 +10,6 @@
 namespace tessel::reference {
 
 namespace {
-
-using fortran::drotg;
-using fortran::zaxpy;
-using fortran::zdrot;
-using fortran::zscal;
-using fortran::zswap;
 
 constexpr Index kMaxQrSteps = 30; // that one singular value may take
 
@@ -33,13 +27,13 @@ bool is_negligible(Real value, Real neighbours)
 /// y := y - (h^H y / h1) h: the reflection with the vector h, whose first element is h1.
 void apply_reflection(Index count, const Complex* h, Complex* y)
 {
-    zaxpy(count, divide_plain(-fortran::zdotc(count, h, y), h[0]), h, y);
+    zaxpy(count, divide_plain(-zdotc(count, h, y), h[0]), h, y);
 }
 
 /// Turns h into its reflection vector and returns minus the element that h is reflected to. A zero h is left alone.
 Complex make_reflection(Index count, Complex* h)
 {
-    Complex norm(fortran::dznrm2(count, h), 0.0);
+    Complex norm(dznrm2(count, h), 0.0);
     if (is_zero(norm))
         return norm;
     if (!is_zero(h[0]))
@@ -63,6 +57,29 @@ struct Decomposition
     Matrix<Complex> x, u, v;
     Vector<Complex> s, e, work;
     Index nct = std::min(n - 1, p), nrt = std::max<Index>(0, p - 2); // numbers of column and of row reflections
+
+    /// Of a real matrix all imaginary parts stay zero, unless a quotient leaves the range of its formula. Zeros of such
+    /// a matrix have the sign plus: real arithmetic could not tell those of the complex products.
+    bool is_real() const
+    {
+        for (Index j = 1; j <= p; ++j)
+            for (Index i = 1; i <= n; ++i)
+                if (std::fpclassify(x(i, j).imag()) != FP_ZERO)
+                    return false;
+        return true;
+    }
+    void drop_signs_of_zeros() const
+    {
+        const auto drop = [](Index rows, Index columns, const Matrix<Complex>& a) {
+            for (Index j = 1; j <= columns; ++j)
+                for (Index i = 1; i <= rows; ++i)
+                    a(i, j) = {a(i, j).real() == 0.0 ? 0.0 : a(i, j).real(), a(i, j).imag() == 0.0 ? 0.0 : a(i, j).imag()};
+        };
+        drop(nu, nu > 0 ? ncu : 0, u);
+        drop(nv, nv, v);
+        drop(p, 1, {s.from(1), p});
+        drop(p, 1, {e.from(1), p});
+    }
 
     /// Column reflections from the left make s, row reflections from the right make e; the vectors stay in U and V.
     void reduce_to_bidiagonal()
@@ -151,6 +168,10 @@ struct Decomposition
                 s(i + 1) = multiply(s(i + 1), r);
                 zscal(nv, r, v.from(1, i + 1));
             }
+        }
+        for (Index i = 1; i <= p; ++i) { // a zero that was not made real may carry a minus
+            s(i).imag(0.0);
+            e(i).imag(0.0);
         }
     }
 
@@ -300,13 +321,17 @@ Integer plain_svd(Integer job, Integer n, Integer p, Complex* x, Integer ldx, Co
                       Vector(s),
                       Vector(e),
                       Vector(work)};
+    const bool real = svd.is_real();
     svd.reduce_to_bidiagonal();
     if (svd.nu > 0)
         svd.generate_left_vectors();
     if (svd.nv > 0)
         svd.generate_right_vectors();
     svd.make_real();
-    return static_cast<Integer>(svd.iterate());
+    const Index unfinished = svd.iterate();
+    if (real)
+        svd.drop_signs_of_zeros();
+    return static_cast<Integer>(unfinished);
 }
 
 } // namespace tessel::reference

@@ -2,6 +2,7 @@
 
 #include "prony/csvdc.h"
 #include "prony/rotations.h"
+#include "reference/level1.h"
 #include "reference/plain_svd.h"
 #include "tests/support/matrices.h"
 #include "tests/support/same_bits.h"
@@ -92,15 +93,15 @@ TEST(SvdBits, SweepsEqualSingleRotations)
             const Index columns = turn % 50 == 0 ? 4200 : 2 + random.below(turn % 3 == 0 ? 1500 : 150);
             TestMatrix a(rows, columns, random.below(5));
             TestMatrix b = a.fill_random(random);
-            RotationQueue queue(Matrix<Complex>(a.data(), a.ld()), rows, columns);
+            RotationQueue queue({{reinterpret_cast<Real*>(a.data()), 2 * a.ld()}, 2 * rows}, columns);
             for (int sweep = random.below(20); sweep >= 0; --sweep) {
                 const Index first = 1 + random.below(static_cast<int>(columns - 1));
                 const Index end = first + 1 + random.below(static_cast<int>(columns - first));
                 queue.begin_sweep(first);
                 for (Index k = first; k < end; ++k) {
                     const Real angle = random.uniform(0.0, 6.0), c = std::cos(angle), s = std::sin(angle);
-                    queue.push(k, c, s);
-                    fortran::zdrot(rows, &b(0, k - 1), &b(0, k), c, s);
+                    queue.push(k, {c, s});
+                    reference::zdrot(rows, &b(0, k - 1), &b(0, k), c, s);
                 }
                 if (random.below(9) == 0)
                     queue.flush();

@@ -1,0 +1,291 @@
+#include "prony/bidiagonal_qr.h"
+
+#include "prony/level1.h"
+#include "prony/rotations.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel {
+
+namespace {
+
+/// QR steps that one singular value may take.
+constexpr Index kMaxQrSteps = 30;
+
+/// What the next turn of the iteration has to do with the block l..m of the bidiagonal matrix.
+enum class Task
+{
+    deflate,  ///< s(m) is negligible: chase e(m-1) out of column m
+    split,    ///< s(l-1) is negligible: chase e(l-1) out of row l-1
+    qr_step,  ///< nothing is negligible: one implicit-shift QR step
+    converged ///< e(m-1) is negligible: s(m) is a singular value
+};
+
+struct Turn
+{
+    Task task;
+    Index l;
+};
+
+/// Plane rotation with c f + s g = r, c g - s f = 0; f becomes r. The bits are those of the reference's DROTG, whose
+/// reconstruction value nobody needs here.
+inline Rotation make_rotation(Real& f, Real g)
+{
+    constexpr Real kSmallest = 0x1p-1022, kLargest = 0x1p1023;
+    const Real f_size = std::fabs(f), g_size = std::fabs(g);
+    if (g_size == 0.0)
+        return {1.0, 0.0};
+    if (f_size == 0.0) {
+        f = g;
+        return {0.0, 1.0};
+    }
+    const Real scale = std::min(kLargest, std::max({kSmallest, f_size, g_size}));
+    const Real x = f / scale, y = g / scale;
+    const Real r = std::copysign(scale * std::sqrt(x * x + y * y), f_size > g_size ? f : g); // of a tie g's
+    const Rotation rotation{f / r, g / r};
+    f = r;
+    return rotation;
+}
+
+/// Multiplies a column by -1, as a value of its kind.
+void negate(const VectorColumns& columns, Index j)
+{
+    Real* const column = columns.a.from(1, j);
+    if (columns.parts == 1)
+        level1::scale(columns.rows, -1.0, column);
+    else
+        level1::scale(columns.rows, Complex(-1.0, 0.0), reinterpret_cast<Complex*>(column));
+}
+
+/// One iteration: the bidiagonal matrix and the columns of its vectors.
+class Iteration
+{
+public:
+    Iteration(Index order_of_matrix, const Vector<Real>& diagonal, const Vector<Real>& superdiagonal,
+              const VectorColumns& left_columns, const VectorColumns& right_columns, const Vector<Real>& scratch)
+        : p(order_of_matrix),
+          s(diagonal),
+          e(superdiagonal),
+          order(scratch),
+          u(left_columns),
+          v(right_columns),
+          left(doubles(u), p),
+          right(doubles(v), p)
+    {}
+
+    Index run()
+    {
+        const Index unfinished = iterate();
+        put_in_order(unfinished);
+        return unfinished;
+    }
+
+private:
+    Index iterate();
+    Turn classify(Index m);
+    void deflate(Index l, Index m);
+    void split(Index l, Index m);
+    void qr_step(Index l, Index m);
+    void accept(Index m);
+    void put_in_order(Index m);
+
+    static DoubleColumns doubles(const VectorColumns& columns) { return {columns.a, columns.rows * columns.parts}; }
+
+    Index p;
+    Vector<Real> s, e;
+    Vector<Real> order; // column of the vectors of s(j) for j > m, with a minus if V's is to be negated
+    VectorColumns u, v;
+    RotationQueue left, right; // rotations of the columns of U and of V
+};
+
+/// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m.
+Index Iteration::iterate()
+{
+    Index steps = 0; // QR steps since the last convergence
+
+    // Deflations and splits do not count as QR steps. With finite values each singular value takes part in at most one
+    // of each; values that are not numbers would repeat them for ever.
+    Index chases_left = 2 * p;
+
+    for (Index m = p; m > 0;) {
+        if (steps >= kMaxQrSteps)
+            return m;
+        const auto [task, l] = classify(m);
+        switch (task) {
+        case Task::deflate:
+        case Task::split:
+            if (chases_left-- == 0)
+                return m;
+            task == Task::deflate ? deflate(l, m) : split(l, m);
+            break;
+        case Task::qr_step:
+            qr_step(l, m);
+            ++steps;
+            break;
+        case Task::converged:
+            accept(m);
+            steps = 0;
+            --m;
+            break;
+        }
+    }
+    return 0;
+}
+
+/// Finds the block l..m that the next turn works on, sets what is negligible there to zero and says what to do.
+/// Negligible is what does not change the sum of its neighbours; a NaN is never negligible.
+Turn Iteration::classify(Index m)
+{
+    Index l = m - 1;
+    for (; l >= 1; --l) {
+        const Real neighbours = std::fabs(s(l)) + std::fabs(s(l + 1));
+        if (neighbours + std::fabs(e(l)) == neighbours) {
+            e(l) = 0.0;
+            break;
+        }
+    }
+    if (l == m - 1)
+        return {Task::converged, l};
+    ++l;
+
+    for (Index ls = m; ls >= l; --ls) {
+        const Real neighbours = (ls != m ? std::fabs(e(ls)) : 0.0) + (ls != l ? std::fabs(e(ls - 1)) : 0.0);
+        if (neighbours + std::fabs(s(ls)) == neighbours) {
+            s(ls) = 0.0;
+            if (ls == m)
+                return {Task::deflate, l};
+            return {Task::split, ls + 1};
+        }
+    }
+    return {Task::qr_step, l};
+}
+
+/// Chases e(m-1) up and out of column m, in which s(m) = 0.
+void Iteration::deflate(Index l, Index m)
+{
+    right.flush();
+    Real f = e(m - 1);
+    e(m - 1) = 0.0;
+    for (Index k = m - 1; k >= l; --k) {
+        const Rotation rotation = make_rotation(s(k), f);
+        if (k != l) {
+            f = -rotation.s * e(k - 1);
+            e(k - 1) = rotation.c * e(k - 1);
+        }
+        if (v.wanted)
+            rotate_columns(doubles(v), k, m, rotation);
+    }
+}
+
+/// Chases e(l-1) down and out of row l-1, in which s(l-1) = 0.
+void Iteration::split(Index l, Index m)
+{
+    left.flush();
+    Real f = e(l - 1);
+    e(l - 1) = 0.0;
+    for (Index k = l; k <= m; ++k) {
+        const Rotation rotation = make_rotation(s(k), f);
+        f = -rotation.s * e(k);
+        e(k) = rotation.c * e(k);
+        if (u.wanted)
+            rotate_columns(doubles(u), k, l - 1, rotation);
+    }
+}
+
+/// One implicit-shift QR step on the block l..m.
+void Iteration::qr_step(Index l, Index m)
+{
+    // The shift, from the lower end of the block. All is scaled, so that no square overflows.
+    const Real scale =
+        std::max({std::fabs(s(m)), std::fabs(s(m - 1)), std::fabs(e(m - 1)), std::fabs(s(l)), std::fabs(e(l))});
+    const Real sm = s(m) / scale, smm1 = s(m - 1) / scale, emm1 = e(m - 1) / scale;
+    const Real sl = s(l) / scale, el = e(l) / scale;
+    const Real b = ((smm1 + sm) * (smm1 - sm) + emm1 * emm1) * 0.5;
+    const Real c0 = (sm * emm1) * (sm * emm1);
+    Real shift = 0.0;
+    if (b != 0.0 || c0 != 0.0) {
+        shift = std::sqrt(b * b + c0);
+        if (b < 0.0)
+            shift = -shift;
+        shift = c0 / (b + shift);
+    }
+    Real f = (sl + sm) * (sl - sm) - shift; // minus: part of the contract; a derivation gives plus
+    Real g = sl * el;
+
+    // Chase the bulge: a rotation of columns k, k+1 from the right, then of rows k, k+1 from the left.
+    if (u.wanted)
+        left.begin_sweep(l);
+    if (v.wanted)
+        right.begin_sweep(l);
+    for (Index k = l; k <= m - 1; ++k) {
+        auto [c, sn] = make_rotation(f, g);
+        if (k != l)
+            e(k - 1) = f;
+        f = c * s(k) + sn * e(k);
+        e(k) = c * e(k) - sn * s(k);
+        g = sn * s(k + 1);
+        s(k + 1) = c * s(k + 1);
+        if (v.wanted)
+            right.push(k, {c, sn});
+
+        const Rotation rows = make_rotation(f, g);
+        c = rows.c, sn = rows.s;
+        s(k) = f;
+        f = c * e(k) + sn * s(k + 1);
+        s(k + 1) = -sn * e(k) + c * s(k + 1);
+        g = sn * e(k + 1);
+        e(k + 1) = c * e(k + 1);
+        if (u.wanted)
+            left.push(k, rows);
+    }
+    e(m - 1) = f;
+}
+
+/// Makes the singular value s(m) positive and lets it sink to its place among those found before. No rotation to come
+/// touches their columns, so it is only noted which column belongs to a value.
+void Iteration::accept(Index m)
+{
+    order(m) = static_cast<Real>(m);
+    if (s(m) < 0.0) {
+        s(m) = -s(m);
+        order(m) = -order(m);
+    }
+    for (Index l = m; l != p && s(l) < s(l + 1); ++l) { // equal values stay in place
+        std::swap(s(l), s(l + 1));
+        std::swap(order(l), order(l + 1));
+    }
+}
+
+/// Applies what is pending and moves the columns of the singular values m+1..p to their places.
+void Iteration::put_in_order(Index m)
+{
+    left.flush();
+    right.flush();
+
+    const auto source = [this](Index j) { return static_cast<Index>(std::fabs(order(j))); };
+    for (Index j = m + 1; j <= p; ++j)
+        if (v.wanted && order(j) < 0.0)
+            negate(v, source(j));
+    for (Index j = m + 1; j <= p; ++j) {
+        Index from = source(j);
+        while (from < j) // that column has been exchanged: follow it
+            from = source(from);
+        if (from == j)
+            continue;
+        for (const VectorColumns* columns : {&u, &v})
+            if (columns->wanted)
+                std::swap_ranges(columns->a.from(1, j), columns->a.from(1, j) + columns->rows * columns->parts,
+                                 columns->a.from(1, from));
+    }
+}
+
+} // namespace
+
+Index iterate_bidiagonal(Index p, const Vector<Real>& s, const Vector<Real>& e, const VectorColumns& u,
+                         const VectorColumns& v, const Vector<Real>& order)
+{
+    return Iteration(p, s, e, u, v, order).run();
+}
+
+} // namespace tessel
