@@ -15,8 +15,8 @@ struct VectorColumns
     bool wanted;
 };
 
-/// B = U' diag(s) V'^H for the bidiagonal matrix B with the diagonal s and the super-diagonal e. The columns of u become
-/// those of U U', the columns of v those of V V', where they are wanted.
+/// B = U' diag(s) V'^H for the bidiagonal matrix B with the diagonal s and the super-diagonal e. The columns of u
+/// become those of U U', the columns of v those of V V', where they are wanted.
 ///
 /// @param[in]     p      order
 /// @param[in,out] s      the diagonal, p; becomes the singular values, non-negative and not increasing

@@ -310,8 +310,7 @@ bool reduce_to_bidiagonal(Index n, Index p, WantedVectors wanted, const Matrix<T
 }
 
 template bool reduce_to_bidiagonal(Index, Index, WantedVectors, const Matrix<Real>&, const Matrix<Real>&,
-                                   const Matrix<Real>&, const Vector<Real>&, const Vector<Real>&,
-                                   const Vector<Real>&);
+                                   const Matrix<Real>&, const Vector<Real>&, const Vector<Real>&, const Vector<Real>&);
 template bool reduce_to_bidiagonal(Index, Index, WantedVectors, const Matrix<Complex>&, const Matrix<Complex>&,
                                    const Matrix<Complex>&, const Vector<Complex>&, const Vector<Complex>&,
                                    const Vector<Complex>&);

@@ -10,9 +10,9 @@ namespace tessel {
 /// The vectors that a decomposition is asked for.
 struct WantedVectors
 {
-    Index left;  ///< number of left vectors, 0 for none
-    bool right;  ///< whether all right vectors
-    bool in_x;   ///< whether the left vectors take the place of the matrix
+    Index left; ///< number of left vectors, 0 for none
+    bool right; ///< whether all right vectors
+    bool in_x;  ///< whether the left vectors take the place of the matrix
 };
 
 /// X = U B V^H of an n x p matrix, n >= p >= 1, with B real and upper bidiagonal, by Householder reflections from both

@@ -140,41 +140,6 @@ TESSEL_INLINE Vector8 swapped(Vector8 v)
 {
     return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6);
 }
-TESSEL_INLINE Vector8 real_parts(Vector8 v)
-{
-    return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6);
-}
-TESSEL_INLINE Vector8 imaginary_parts(Vector8 v)
-{
-    return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7);
-}
-TESSEL_INLINE void transpose_pairs(Vector8* v)
-{
-    const Vector8 ab0 = __builtin_shufflevector(v[0], v[1], 0, 1, 2, 3, 8, 9, 10, 11); // rows 0, 1 of columns 0, 1
-    const Vector8 ab2 = __builtin_shufflevector(v[0], v[1], 4, 5, 6, 7, 12, 13, 14, 15);
-    const Vector8 cd0 = __builtin_shufflevector(v[2], v[3], 0, 1, 2, 3, 8, 9, 10, 11);
-    const Vector8 cd2 = __builtin_shufflevector(v[2], v[3], 4, 5, 6, 7, 12, 13, 14, 15);
-    v[0] = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5, 8, 9, 12, 13);
-    v[1] = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7, 10, 11, 14, 15);
-    v[2] = __builtin_shufflevector(ab2, cd2, 0, 1, 4, 5, 8, 9, 12, 13);
-    v[3] = __builtin_shufflevector(ab2, cd2, 2, 3, 6, 7, 10, 11, 14, 15);
-}
-TESSEL_INLINE void transpose(Vector8* v)
-{
-    Vector8 even[4], odd[4]; // of pairs of columns: rows 0, 2, 4, 6 and 1, 3, 5, 7
-    TESSEL_UNROLL
-    for (int k = 0; k < 4; ++k) {
-        even[k] = __builtin_shufflevector(v[2 * k], v[2 * k + 1], 0, 8, 2, 10, 4, 12, 6, 14);
-        odd[k] = __builtin_shufflevector(v[2 * k], v[2 * k + 1], 1, 9, 3, 11, 5, 13, 7, 15);
-    }
-    transpose_pairs(even);
-    transpose_pairs(odd);
-    TESSEL_UNROLL
-    for (int k = 0; k < 4; ++k) {
-        v[2 * k] = even[k];
-        v[2 * k + 1] = odd[k];
-    }
-}
 #endif
 
 // Products by kind of element. V is a vector along a column.
@@ -288,7 +253,7 @@ TESSEL_INLINE Index update_dot_rows(Index i, Index n, double* y, Index stride, c
                                     const double* h, double* d)
 {
     constexpr int rows = kLanes<V> / Elements::kParts, groups = count / rows;
-    if (i + kLanes<V> > n)
+    if (i + kLanes < V >> n)
         return i;
     const Coefficients<Elements, V, updates ? count : 0> coefficients(a);
     V sum[groups];
@@ -332,7 +297,7 @@ template <class Elements, class V, int count, bool updates, bool sums>
 TESSEL_INLINE Index update_sum_rows(Index i, Index n, double* y, Index stride, const double* h, const double* a,
                                     double* w, const double* e)
 {
-    if (i + kLanes<V> > n)
+    if (i + kLanes < V >> n)
         return i;
     const Coefficients<Elements, V, updates ? count : 0> coefficients(a);
     const Coefficients<Elements, V, sums ? count : 0> weights(e);
@@ -360,14 +325,14 @@ TESSEL_INLINE Index update_sum_rows(Index i, Index n, double* y, Index stride, c
     return i;
 }
 
-/// Calls `body` for vectors of falling width, so that all rows are done: `body(v, i)` does those that whole vectors like
-/// v hold from i on and returns where it stopped. Columns long enough to gain by it are first brought to a boundary of
-/// the widest vectors.
+/// Calls `body` for vectors of falling width, so that all rows are done: `body(v, i)` does those that whole vectors
+/// like v hold from i on and returns where it stopped. Columns long enough to gain by it are first brought to a
+/// boundary of the widest vectors.
 template <class Elements, class V, class Body>
 TESSEL_INLINE void for_all_rows(const double* column, Index n, Body body)
 {
     using Narrow = typename Elements::Narrowest;
-    constexpr Index lanes = kLanes<V>, worth_it = 24 * lanes;
+    constexpr Index lanes = kLanes<V>, worth_it = 8 * lanes;
     Index i = 0;
     if constexpr (lanes > kLanes<Narrow>) {
         const auto beyond = static_cast<Index>(reinterpret_cast<std::uintptr_t>(column) / sizeof(double) % lanes);
@@ -378,10 +343,11 @@ TESSEL_INLINE void for_all_rows(const double* column, Index n, Body body)
     body(Narrow{}, i, n);
 }
 
-/// The widest vector whose rows divide the number of columns.
+/// The widest vector whose rows divide the number of columns; of 32 bytes at most: what eight lanes save in sums they
+/// lose in transposes.
 template <class Elements, int count>
 constexpr int kGroupBytes = []() {
-    int bytes = TESSEL_VECTOR_BYTES;
+    int bytes = TESSEL_VECTOR_BYTES < 32 ? TESSEL_VECTOR_BYTES : 32;
     while (count % (bytes / 8 / Elements::kParts) != 0)
         bytes /= 2;
     return bytes;
@@ -406,29 +372,23 @@ struct VectorOf<32>
     using Type = Vector4;
 };
 #endif
-#if TESSEL_VECTOR_BYTES >= 64
-template <>
-struct VectorOf<64>
-{
-    using Type = Vector8;
-};
-#endif
-
 template <class Elements, int count, bool updates>
 void update_dot_block(Index n, double* y, Index stride, const double* w, const double* a, const double* h, double* d)
 {
     using V = typename VectorOf<kGroupBytes<Elements, count>>::Type;
-    for_all_rows<Elements, V>(y, n, [=](auto v, Index i, Index end) __attribute__((always_inline)) {
-        return update_dot_rows<Elements, decltype(v), count, updates>(i, end, y, stride, w, a, h, d);
-    });
+    for_all_rows<Elements, V>(
+        y, n, [=](auto v, Index i, Index end) __attribute__((always_inline)) {
+            return update_dot_rows<Elements, decltype(v), count, updates>(i, end, y, stride, w, a, h, d);
+        });
 }
 
 template <class Elements, int count, bool updates, bool sums>
 void update_sum_block(Index n, double* y, Index stride, const double* h, const double* a, double* w, const double* e)
 {
-    for_all_rows<Elements, Widest>(y, n, [=](auto v, Index i, Index end) __attribute__((always_inline)) {
-        return update_sum_rows<Elements, decltype(v), count, updates, sums>(i, end, y, stride, h, a, w, e);
-    });
+    for_all_rows<Elements, Widest>(
+        y, n, [=](auto v, Index i, Index end) __attribute__((always_inline)) {
+            return update_sum_rows<Elements, decltype(v), count, updates, sums>(i, end, y, stride, h, a, w, e);
+        });
 }
 
 // All columns, in blocks.
@@ -454,7 +414,7 @@ void update_dot(Index rows, Index columns, double* y, Index ld, const double* w,
             update_dot_block<Elements, count, updates>(n, y + j * stride, stride, w, a + j * parts, h, d + j * parts);
         }
     };
-    if (parts == 1 && !share_sets(stride))
+    if (parts == 1 && !share_sets(stride)) // 64 bytes of each row
         block(std::integral_constant<int, 8>{});
     block(std::integral_constant<int, 4>{});
     block(std::integral_constant<int, 2>{});
@@ -473,7 +433,7 @@ void update_sum(Index rows, Index columns, double* y, Index ld, const double* h,
             update_sum_block<Elements, count, updates, sums>(n, y + j * stride, stride, h, a + j * parts, w,
                                                              e + j * parts);
     };
-    if (parts == 1 && !share_sets(stride))
+    if (parts == 1 && !share_sets(stride)) // 64 bytes of each row
         block(std::integral_constant<int, 8>{});
     block(std::integral_constant<int, 4>{});
     block(std::integral_constant<int, 2>{});
@@ -483,15 +443,14 @@ void update_sum(Index rows, Index columns, double* y, Index ld, const double* h,
 template <class Elements>
 void scale(Index rows, double* y, const double* a)
 {
-    for_all_rows<Elements, Widest>(y, rows * Elements::kParts, [=](auto v, Index i, Index end)
-                                       __attribute__((always_inline)) {
-                                           using V = decltype(v);
-                                           const Coefficients<Elements, V, 1> factor(a);
-                                           for (; i + kLanes<V> <= end; i += kLanes<V>)
-                                               store(y + i, factor.at[0] * typename Elements::template Operand<V>(
-                                                                               load<V>(y + i)));
-                                           return i;
-                                       });
+    for_all_rows<Elements, Widest>(
+        y, rows * Elements::kParts, [=](auto v, Index i, Index end) __attribute__((always_inline)) {
+            using V = decltype(v);
+            const Coefficients<Elements, V, 1> factor(a);
+            for (; i + kLanes<V> <= end; i += kLanes<V>)
+                store(y + i, factor.at[0] * typename Elements::template Operand<V>(load<V>(y + i)));
+            return i;
+        });
 }
 
 template <class Elements>

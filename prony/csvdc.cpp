@@ -36,6 +36,19 @@ Matrix<Real> as_real(const Matrix<Complex>& a)
     return {reinterpret_cast<Real*>(a.from(1, 1)), 2 * a.leading_dimension()};
 }
 
+/// Moves the real parts of complex values to the beginning of their storage. Four at a time: what a step stores, the
+/// next does not load.
+void compress(Index count, Real* x)
+{
+    Index i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const Real a = x[2 * i], b = x[2 * i + 2], c = x[2 * i + 4], d = x[2 * i + 6];
+        x[i] = a, x[i + 1] = b, x[i + 2] = c, x[i + 3] = d;
+    }
+    for (; i < count; ++i)
+        x[i] = x[2 * i];
+}
+
 /// Moves real values from the beginning of their storage to the real parts of complex ones.
 void expand(Index count, Real* x)
 {
@@ -49,33 +62,30 @@ void expand(Index count, Real* x)
 void drop_signs_of_zeros(Index count, Real* x)
 {
     for (Index i = 0; i < count; ++i)
-        if (x[i] == 0.0)
-            x[i] = 0.0;
+        x[i] = x[i] == 0.0 ? 0.0 : x[i];
 }
 
-/// Moves the real parts of complex values to the beginning of their storage.
-void compress(Index count, Real* x)
+/// What a matrix is made of.
+struct Elements
 {
-    for (Index i = 0; i < count; ++i)
-        x[i] = x[2 * i];
-}
+    bool real = true;     ///< no imaginary parts
+    bool moderate = true; ///< real parts that are numbers and not huge; of a real matrix
+};
 
-template <class Predicate>
-bool all_elements(const Problem& a, Predicate holds)
+Elements look_at_elements(const Problem& a)
 {
-    for (Index j = 1; j <= a.p; ++j)
-        if (!std::all_of(a.x.from(1, j), a.x.from(a.n, j) + 1, holds))
-            return false;
-    return true;
-}
-bool is_real(const Complex& z)
-{
-    return std::bit_cast<std::uint64_t>(z.imag()) << 1 == 0; // also where subnormal values count as zeros
-}
-/// Whether real arithmetic can serve: nothing huge, nothing that is not a number.
-bool is_moderate(const Complex& z)
-{
-    return std::fabs(z.real()) <= kLargestReal;
+    Elements elements;
+    for (Index j = 1; j <= a.p && elements.real; ++j) {
+        const Complex* const column = a.x.from(1, j);
+        std::uint64_t imaginary = 0, outside = 0;
+        for (Index i = 0; i < a.n; ++i) {
+            imaginary |= std::bit_cast<std::uint64_t>(column[i].imag()) << 1; // a subnormal part is one, too
+            outside |= std::fabs(column[i].real()) <= kLargestReal ? 0 : 1;
+        }
+        elements.real = imaginary == 0;
+        elements.moderate = elements.moderate && outside == 0;
+    }
+    return elements;
 }
 
 /// Reduces a real matrix in real arithmetic, in the same storage: of each column the first half holds what
@@ -102,7 +112,8 @@ Index decompose(const Problem& a)
 {
     const Vector<Real> s = as_real(a.s), e = as_real(a.e);
     const Matrix<Real> u = as_real(a.u), v = as_real(a.v);
-    const bool real = all_elements(a, is_real), short_way = real && all_elements(a, is_moderate) && reduce_real(a);
+    const auto [real, moderate] = look_at_elements(a);
+    const bool short_way = real && moderate && reduce_real(a);
     if (!short_way) {
         reduce_to_bidiagonal(a.n, a.p, a.wanted, a.x, a.u, a.v, a.s, a.e, a.work);
         compress(a.p, s.from(1));
@@ -114,7 +125,7 @@ Index decompose(const Problem& a)
                                                 {v, a.p, parts, a.wanted.right}, as_real(a.work));
     if (real) {
         // Real arithmetic cannot tell the signs of zeros that complex products make: they are all plus.
-        const auto finish = [=](Index rows, Index columns, const Matrix<Real>& vectors) {
+        const auto finish = [parts, short_way = short_way](Index rows, Index columns, const Matrix<Real>& vectors) {
             for (Index j = 1; j <= columns; ++j) {
                 drop_signs_of_zeros(rows * parts, vectors.from(1, j));
                 if (short_way)

@@ -69,7 +69,7 @@ public:
 
 private:
     /// Columns from which rotations are kept: fewer stay in the cache, and rotating them at once overlaps just as well.
-    static constexpr Index kDeferredFrom = 56;
+    static constexpr Index kDeferredFrom = 24;
     static constexpr Index kCapacity = 4096; // 64 KiB: two queues and all else fit a stack of 256 KiB
 
     /// Sweeps that are applied together. Rotation k of sweep i lies where the front finds those of one position side

@@ -73,7 +73,8 @@ struct Decomposition
         const auto drop = [](Index rows, Index columns, const Matrix<Complex>& a) {
             for (Index j = 1; j <= columns; ++j)
                 for (Index i = 1; i <= rows; ++i)
-                    a(i, j) = {a(i, j).real() == 0.0 ? 0.0 : a(i, j).real(), a(i, j).imag() == 0.0 ? 0.0 : a(i, j).imag()};
+                    a(i, j) = {a(i, j).real() == 0.0 ? 0.0 : a(i, j).real(),
+                               a(i, j).imag() == 0.0 ? 0.0 : a(i, j).imag()};
         };
         drop(nu, nu > 0 ? ncu : 0, u);
         drop(nv, nv, v);
