@@ -140,6 +140,25 @@ TESSEL_INLINE Vector8 swapped(Vector8 v)
 {
     return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6);
 }
+TESSEL_INLINE Vector8 real_parts(Vector8 v)
+{
+    return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6);
+}
+TESSEL_INLINE Vector8 imaginary_parts(Vector8 v)
+{
+    return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7);
+}
+TESSEL_INLINE void transpose_pairs(Vector8* v)
+{
+    const Vector8 ab0 = __builtin_shufflevector(v[0], v[1], 0, 1, 2, 3, 8, 9, 10, 11); // rows 0, 1 of columns 0, 1
+    const Vector8 ab2 = __builtin_shufflevector(v[0], v[1], 4, 5, 6, 7, 12, 13, 14, 15);
+    const Vector8 cd0 = __builtin_shufflevector(v[2], v[3], 0, 1, 2, 3, 8, 9, 10, 11);
+    const Vector8 cd2 = __builtin_shufflevector(v[2], v[3], 4, 5, 6, 7, 12, 13, 14, 15);
+    v[0] = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5, 8, 9, 12, 13);
+    v[1] = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7, 10, 11, 14, 15);
+    v[2] = __builtin_shufflevector(ab2, cd2, 0, 1, 4, 5, 8, 9, 12, 13);
+    v[3] = __builtin_shufflevector(ab2, cd2, 2, 3, 6, 7, 10, 11, 14, 15);
+}
 #endif
 
 // Products by kind of element. V is a vector along a column.
@@ -343,11 +362,11 @@ TESSEL_INLINE void for_all_rows(const double* column, Index n, Body body)
     body(Narrow{}, i, n);
 }
 
-/// The widest vector whose rows divide the number of columns; of 32 bytes at most: what eight lanes save in sums they
-/// lose in transposes.
+/// The widest vector whose rows divide the number of columns. Real elements take no more than four lanes: what eight
+/// save in sums they lose in transposes.
 template <class Elements, int count>
 constexpr int kGroupBytes = []() {
-    int bytes = TESSEL_VECTOR_BYTES < 32 ? TESSEL_VECTOR_BYTES : 32;
+    int bytes = TESSEL_VECTOR_BYTES < 32 * Elements::kParts ? TESSEL_VECTOR_BYTES : 32 * Elements::kParts;
     while (count % (bytes / 8 / Elements::kParts) != 0)
         bytes /= 2;
     return bytes;
@@ -372,6 +391,14 @@ struct VectorOf<32>
     using Type = Vector4;
 };
 #endif
+#if TESSEL_VECTOR_BYTES >= 64
+template <>
+struct VectorOf<64>
+{
+    using Type = Vector8;
+};
+#endif
+
 template <class Elements, int count, bool updates>
 void update_dot_block(Index n, double* y, Index stride, const double* w, const double* a, const double* h, double* d)
 {

@@ -45,7 +45,7 @@ class WorkStorage
     static std::size_t extent(std::size_t ndim, std::size_t mmax)
     {
         // At most 3 (2^31)^2 and some: representable. What it takes in bytes is for the allocation to refuse.
-        const std::size_t rows = lines(ndim), columns = lines(mmax + 1);
+        const std::size_t rows = leading_dimension(ndim), columns = leading_dimension(mmax + 1);
         return 2 * rows * mmax + columns * mmax + 4 * rows + 8 * columns + kLine;
     }
 
@@ -66,10 +66,18 @@ class WorkStorage
         return first;
     }
 
+    /// A leading dimension for so many rows. Columns that are a multiple of 4096 bytes apart would all fall into the
+    /// same sets of the cache.
+    static std::size_t leading_dimension(std::size_t rows)
+    {
+        const std::size_t ld = lines(rows);
+        return ld % (4096 / sizeof(Complex)) == 0 ? ld + kLine : ld;
+    }
+
     Matrix<Complex> take_matrix(Index rows, Index columns)
     {
         constexpr std::size_t most = std::numeric_limits<Integer>::max(); // that a leading dimension can be
-        const auto ld = static_cast<Index>(std::min(lines(static_cast<std::size_t>(rows)), most));
+        const auto ld = static_cast<Index>(std::min(leading_dimension(static_cast<std::size_t>(rows)), most));
         return {take(ld * columns), ld};
     }
 
