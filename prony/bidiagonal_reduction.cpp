@@ -5,6 +5,7 @@
 #include "prony/level1.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace tessel {
 
@@ -59,15 +60,16 @@ private:
     bool row_update_pending = false; // the last row reflection is still to be applied to the rows below it
 };
 
-/// Whether a complex quotient with the divisor z would be no number although z is none: real arithmetic may then go
-/// another way.
+/// Whether a complex quotient with the divisor z could have a part that is no number where the real quotient has none:
+/// real arithmetic may then go another way.
 bool leaves_range(const Complex&)
 {
     return false;
 }
 bool leaves_range(Real z)
 {
-    return z * z == 0.0;
+    const Real square = z * z;
+    return !(square > 0.0 && square <= std::numeric_limits<Real>::max()); // a NaN leaves it, too
 }
 
 /// Turns the vector h into its reflection vector; `norm` becomes minus the element that h is reflected to, zero if h is

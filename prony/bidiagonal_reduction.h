@@ -24,8 +24,8 @@ struct WantedVectors
 /// @param[out]    s     diagonal of B, p
 /// @param[out]    e     super-diagonal of B, p; the last element is zero
 /// @param[out]    work  scratch, n
-/// @return  true. False if T is Real and the square of a divisor underflows to zero: complex quotients make values of
-///          that which are not numbers, real ones may not. The matrix is then to be reduced as a complex one.
+/// @return  true. False if T is Real and the square of a divisor underflows to zero or is not finite: complex quotients
+///          then have parts that are not numbers, real ones have none. The matrix is to be reduced as a complex one.
 /// @par Source  G. H. Golub, W. Kahan, SIAM J. Numer. Anal. B 2 (1965) 205.
 template <class T>
 bool reduce_to_bidiagonal(Index n, Index p, WantedVectors wanted, const Matrix<T>& x, const Matrix<T>& u,
