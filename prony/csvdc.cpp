@@ -68,8 +68,10 @@ void drop_signs_of_zeros(Index count, Real* x)
 /// What a matrix is made of.
 struct Elements
 {
-    bool real = true;     ///< no imaginary parts
-    bool moderate = true; ///< real parts that are numbers and not huge; of a real matrix
+    bool real = true; ///< no imaginary parts
+    /// Real parts that are numbers, not huge, and not flushed to zero by a sum: the cheap modulus of a complex value is
+    /// one, that of a real value is not. Of a real matrix.
+    bool moderate = true;
 };
 
 Elements look_at_elements(const Problem& a)
@@ -80,7 +82,8 @@ Elements look_at_elements(const Problem& a)
         std::uint64_t imaginary = 0, outside = 0;
         for (Index i = 0; i < a.n; ++i) {
             imaginary |= std::bit_cast<std::uint64_t>(column[i].imag()) << 1; // a subnormal part is one, too
-            outside |= std::fabs(column[i].real()) <= kLargestReal ? 0 : 1;
+            const Real x = column[i].real();
+            outside |= std::fabs(x) <= kLargestReal && x + 0.0 == x ? 0 : 1;
         }
         elements.real = imaginary == 0;
         elements.moderate = elements.moderate && outside == 0;
