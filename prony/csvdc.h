@@ -32,6 +32,11 @@ namespace tessel {
 /// to the last, of 40 columns and more, can reach that limit; so do a few small ones, because of the sign of the shift.
 /// No allocation, no state; about 150 KiB of stack.
 ///
+/// The results have the same bits on every processor: those of the steps done one after the other on the published
+/// reference BLAS. A matrix whose imaginary parts are all zero is decomposed in real arithmetic, with the values of
+/// complex arithmetic; every zero of its results has the sign plus. Elements beyond 1e140, or not finite, and squares
+/// of divisors that underflow or overflow lead to complex arithmetic again, so that the status is the same, too.
+///
 /// @par Errors
 ///   "Sub SLATEC_CSVDC: SVD here only implemented for N>=P !": nothing else is written, not even INFO.
 ///   "Sub SLATEC_CSVDC: not all singular values are correct !": a limit was met, see INFO.

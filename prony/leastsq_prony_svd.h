@@ -75,6 +75,9 @@ typedef double _Complex tessel_complex;
  * @par State
  *   None; work storage belongs to the call, which needs about 160 KiB of stack besides. Any number of threads may call
  *   at once and get the bits of serial calls. Nothing is printed and no exception leaves.
+ * @par Reproducible
+ *   The same arguments give the same bits on every x86-64 processor, in the same mode of rounding. Samples without
+ *   imaginary parts are fitted faster.
  * @par Source
  *   R. de Prony (1795); S. L. Marple, Digital Spectral Analysis, 1987, ch. 11; D. W. Tufts, R. Kumaresan, Proc. IEEE
  *   70 (1982) 975 (truncated singular values).
