@@ -179,7 +179,7 @@ bool run(const char* path)
     Group unloading{"unloading", "libraries left", 0.0};
     unloading.count(!is_loaded(path));
     groups.push_back(unloading);
-    const Outcome again = run_in_child([path] { return check_all(path).empty(); }); // with its streams caught
+    const Outcome again = run_in_child([path] { return check_all(path).empty(); }, 300); // its streams caught
     Group silence{"standard output and error stream", "bytes written", 0.0};
     silence.add(again.well ? static_cast<Real>(again.output.size()) : INFINITY);
     groups.push_back(silence);

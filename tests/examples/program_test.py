@@ -9,12 +9,12 @@ import subprocess
 import sys
 import tempfile
 
-PROGRAM = sys.argv[1]
+PROGRAM = [*os.environ.get("TESSEL_EMULATOR", "").split(), sys.argv[1]]
 
 
 def run(*arguments, **how):
     how = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True} | how
-    return subprocess.run([PROGRAM, *arguments], **how)
+    return subprocess.run([*PROGRAM, *arguments], **how)
 
 
 def record(*lines):
