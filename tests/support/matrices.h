@@ -87,6 +87,13 @@ inline constexpr MatrixKind kMatrixKinds[] = {
      [](Random&, Real i, Real j, Real) {
          return std::exp(Complex(-0.01, 0.7) * (i - j)) + std::exp(Complex(-0.02, -2.1) * (i - j));
      }},
+    {"two modes", // the same of a real record
+     [](Random&, Real i, Real j, Real) {
+         return Complex(std::exp(-0.01 * (i - j)) * std::cos(0.7 * (i - j)) +
+                        std::exp(-0.02 * (i - j)) * std::sin(2.1 * (i - j)));
+     }},
+    {"real graded", [](Random& random, Real i, Real j,
+                       Real rows) { return Complex(std::pow(10.0, -14.0 * (i + j) / rows) * random.normal()); }},
     {"Vandermonde", [](Random&, Real i, Real j, Real) { return std::exp(i * Complex(-1e-3 * j, 2.4 * j)); }},
     {"deflating", // bidiagonal with zeros on its diagonal: every reflection meets zeros, the iteration splits
      [](Random& random, Real i, Real j, Real) {
