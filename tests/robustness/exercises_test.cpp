@@ -115,7 +115,7 @@ TEST_P(Contract, HoldsInEveryEnvironmentAndLeavesItAsItWas)
 
 INSTANTIATE_TEST_SUITE_P(Robustness, Contract,
                          ::testing::Values(Subject{"fit", exercise_fit, 1500}, Subject{"search", exercise_search, 2000},
-                                           Subject{"zeros", exercise_zeros, 2000}, Subject{"svd", exercise_svd, 300},
+                                           Subject{"zeros", exercise_zeros, 2000}, Subject{"svd", exercise_svd, 2000},
                                            Subject{"utilities", exercise_utilities, 10000}),
                          [](const auto& test) { return std::string(test.param.name); });
 
