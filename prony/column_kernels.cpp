@@ -272,7 +272,7 @@ TESSEL_INLINE Index update_dot_rows(Index i, Index n, double* y, Index stride, c
                                     const double* h, double* d)
 {
     constexpr int rows = kLanes<V> / Elements::kParts, groups = count / rows;
-    if (i + kLanes < V >> n)
+    if (n - i < kLanes<V>)
         return i;
     const Coefficients<Elements, V, updates ? count : 0> coefficients(a);
     V sum[groups];
@@ -316,7 +316,7 @@ template <class Elements, class V, int count, bool updates, bool sums>
 TESSEL_INLINE Index update_sum_rows(Index i, Index n, double* y, Index stride, const double* h, const double* a,
                                     double* w, const double* e)
 {
-    if (i + kLanes < V >> n)
+    if (n - i < kLanes<V>)
         return i;
     const Coefficients<Elements, V, updates ? count : 0> coefficients(a);
     const Coefficients<Elements, V, sums ? count : 0> weights(e);
