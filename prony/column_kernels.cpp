@@ -255,7 +255,7 @@ struct ComplexElements
 template <class Elements, class V, int count>
 struct Coefficients
 {
-    typename Elements::template Coefficient<V> at[count > 0 ? count : 1];
+    typename Elements::template Coefficient<V> at[count + (count == 0)]; // an array is not empty
 
     explicit TESSEL_INLINE Coefficients(const double* a)
     {

@@ -231,7 +231,7 @@ std::uint64_t decomposition(int kind, Random& random)
     const Integer left = job < 0 ? 1 : job % 100 / 10;
     const bool in_place = left >= 2 && random.below(4) != 0;
 
-    Values x = matrix(kind, random, n, p, ld), u(size_of(ld) * size_of(n), -7.25), v(size_of(p * p), -7.25),
+    Values x = matrix(kind, random, n, p, ld), u(size_of(ld) * size_of(n), -7.25), v(size_of(p) * size_of(p), -7.25),
            s(size_of(p)), e(size_of(p)), work(size_of(n));
     Integer info = 77, flag = 77;
     SLATEC_CSVDC(job, n, p, x.data(), ld, in_place ? x.data() : u.data(), ld, s.data(), v.data(), p, work.data(),

@@ -249,7 +249,7 @@ TEST(SvdBits, SweepsEqualSingleRotations)
             const Index columns = turn % 50 == 0 ? 4200 : 2 + random.below(turn % 3 == 0 ? 1500 : 150);
             TestMatrix a(rows, columns, random.below(5));
             TestMatrix b = a.fill_random(random);
-            RotationQueue queue({{reinterpret_cast<Real*>(a.data()), 2 * a.ld()}, 2 * rows}, columns);
+            RotationQueue queue({{reinterpret_cast<Real*>(a.data()), Index{2} * a.ld()}, 2 * rows}, columns);
             for (int sweep = random.below(20); sweep >= 0; --sweep) {
                 const Index first = 1 + random.below(static_cast<int>(columns - 1));
                 const Index end = first + 1 + random.below(static_cast<int>(columns - first));
