@@ -9,8 +9,8 @@ of the free part, and modes: frequency, decay, amplitude and phase at the first 
 (sd_frequency, ... at sample `end`), and identifiable: whether a program is expected to find the mode. `background` is a
 rate: what is reported with a pole below it, beside an offset or a drift, counts neither for nor against.
 
-N records of each basic kind, as many or fewer of the others; `million` is made only when it is named. A record depends on
-the seed, its kind and its number within the kind alone.
+N records of each basic kind, as many or fewer of the others; `million`, `by-length` and `by-modes`, which show how time
+grows, are made only when they are named. A record depends on the seed, its kind and its number within the kind alone.
 """
 import argparse
 import json
@@ -31,10 +31,15 @@ GROUPS = {
     "nothing": ("nothing",),
     "simulated": ("yee-0.5-double", "yee-0.9-double", "yee-0.5-single", "yee-0.9-single", "cavity-double",
                   "cavity-single"),
+    "published": ("published",),
     "million": ("million",),
+    "growth": ("by-length", "by-modes"),
 }
 GROUP_OF = {kind: group for group, kinds in GROUPS.items() for kind in kinds}
+ON_REQUEST = (*GROUPS["million"], *GROUPS["growth"])
 FEWER = {"long": 3, "cavity-double": 4, "cavity-single": 4}  # a part of the count
+PUBLISHED = ("crowded", "cosines", "cosines-noise", "decays-14", "decays-6")
+FIXED = {"published": len(PUBLISHED), "million": 1, "by-length": 11, "by-modes": 7}  # whatever the count
 COLOURS = ("red", "blue", "hump", "pink")
 NOTHING = ("white", "constant", "red", "pulse", "blue", "step", "hump", "zeros", "pink", "ramp", "constant-noise",
            "burst", "pulse-noise", "step-noise", "ramp-noise")
@@ -272,22 +277,46 @@ def nothing(rng, number):
     return draft
 
 
+def published(rng, number):
+    """Sums from the literature: fifteen crowded modes (arXiv:1606.00391), four damped cosines, and NIST StRD's Lanczos
+    sets, three real decays printed with 14 and with 6 digits."""
+    draft = Draft(rng)
+    draft.variant = PUBLISHED[number]
+    if draft.variant == "crowded":
+        omega = (32.85, 36.51, 38.29, 48.82, 105.63, 146.96, 183.24, 191.10, 217.34, 241.39, 253.59, 283.60, 298.20,
+                 299.85, 304.95)
+        gamma = (4.61, 9.44, 12.95, 0.09, 9.24, 14.88, 10.19, 7.46, 11.21, 2.18, 11.03, 9.64, 4.42, 12.25, 9.20)
+        draft.add([(w / (2 * np.pi), g, 1.0, 0.0) for w, g in zip(omega, gamma)])
+        draft.dt, draft.free, draft.complex = 1 / 127, 128, True
+    elif draft.variant.startswith("cosines"):
+        draft.add([(80, 70, 0.4, 0), (120, 50, 1, 0), (250, 90, 0.89, 0), (560, 80, 0.65, 0)])
+        draft.dt, draft.free = 1 / 2205, 250
+        draft.level = 1e-3 / 2.94 if draft.variant.endswith("noise") else 0.0  # of the first sample
+    else:
+        draft.add([(0, 1, 0.0951, 0), (0, 3, 0.8607, 0), (0, 5, 1.5576, 0)])
+        draft.dt, draft.free, draft.rounding = 0.05, 24, int(draft.variant.split("-")[1])
+    return draft
+
+
 def free_of(kind, rng, number):
     """The draft of a record of any kind that is not simulated."""
-    if kind == "nothing":
-        return nothing(rng, number)
+    if kind in ("nothing", "published"):
+        return nothing(rng, number) if kind == "nothing" else published(rng, number)
     shape = {"few": ((2.5, 8), (20, 201)), "long": ((10, 50), (1e5, 3e5)), "million": ((10, 30), (1e6, 1e6 + 1)),
              "coarse": ((2.5, 6), (500, 16000)), "fine": ((100, 300), (4000, 16000)),
-             "low-q": ((20, 50), (500, 8000))}.get(kind, ((10, 50), (2000, 16000)))
+             "low-q": ((20, 50), (500, 8000)), "by-length": ((20, 21), (1000 * 2**number, 1000 * 2**number + 1)),
+             "by-modes": ((10, 11), (32000, 32001))}.get(kind, ((10, 50), (2000, 16000)))
     if kind.startswith("driv") or kind == "late":
         shape = ((10, 50), (2000, 11000))
     draft = Draft(rng, *shape)
     draw = {"few": dict(count=(1, max(1.01, draft.free / 14)), q=(3, 1e5), amplitude=(0.1, 1)),
             "long": dict(count=(5, 60), q=(100, 1e7)), "million": dict(count=(20, 20), q=(1e3, 1e7)),
             "fine": dict(count=(2, 10)), "low-q": dict(count=(2, 8), q=(5, 1e3), apart=10.0),
-            "growing": dict(count=(3, 30)), "quantised": dict(q=(50, 1e6), amplitude=(0.1, 1))}.get(kind, {})
+            "growing": dict(count=(3, 30)), "by-length": dict(count=(10, 10), q=(1e2, 1e4)),
+            "by-modes": dict(count=(2 ** (number + 1),) * 2, q=(1e3, 1e6)), "quantised": dict(q=(50, 1e6), amplitude=(0.1, 1))}.get(kind, {})
     draft.draw_modes(**draw)
     levels = {"low": (1e-6,), "mid": (1e-4,), "high": (1e-2,), "few": (0.0, 1e-8, 1e-6, 1e-4), "million": (1e-4,),
+              "by-length": (1e-4,), "by-modes": (1e-4,),
               "long": (0.0, 1e-6, 1e-4, 1e-2), "coarse": (0.0, 1e-6, 1e-4, 1e-2), "fine": (0.0, 1e-6, 1e-4, 1e-2)}
     special = {"pairs": pairs, "weak": weak, "offset": lambda d: with_trend(d, 0), "drift": lambda d: with_trend(d, 1),
                "slow": with_slow, "growing": with_growing, "low-q": low_q, "comb": comb, "quantised": quantised,
@@ -420,13 +449,13 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, required=True)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--count", type=int, default=12)
-    parser.add_argument("--kinds", help="separated by commas; all but million by default")
+    parser.add_argument("--kinds", help="separated by commas; all but those on request by default")
     arguments = parser.parse_args()
-    kinds = arguments.kinds.split(",") if arguments.kinds else [k for k in GROUP_OF if k != "million"]
+    kinds = arguments.kinds.split(",") if arguments.kinds else [k for k in GROUP_OF if k not in ON_REQUEST]
     arguments.out.mkdir(parents=True, exist_ok=True)
     truths = []
     for kind in kinds:
-        count = 1 if kind == "million" else -(-arguments.count // FEWER.get(kind, 1))
+        count = FIXED.get(kind, -(-arguments.count // FEWER.get(kind, 1)))
         if kind == "nothing":
             count = max(count, len(NOTHING))
         for number in range(count):

@@ -40,7 +40,8 @@ TWO_PI = 2 * np.pi
 QUANTITIES = ("frequency", "decay", "amplitude", "phase")
 GROUP_TITLES = {"basic": "rings and drives, white noise", "unusual": "unusual records", "drives": "drives of any shape",
                 "coloured": "coloured noise", "nothing": "nothing there", "simulated": "simulations",
-                "million": "a million samples"}
+                "million": "a million samples", "published": "published sets", "growth": "longer and longer, more and more"}
+OTHERWISE = {"group": "basic", "variant": "", "background": 0.0, "complex": False}  # of records made elsewhere
 
 
 class Nonsense(ValueError):
@@ -310,6 +311,14 @@ def goals_of(outcomes):
         s = summary(million)
         yield judged("a million samples: seconds", s["seconds_worst"], "<= 2", lambda v: v <= 2)
         yield judged("a million samples: memory / record", s["memory"], "<= 20", lambda v: v <= 20)
+    for kind, axis, first, most in (("by-length", lambda record: record["samples"], 8000, 1.1),
+                                    ("by-modes", lambda record: len(record["modes"]), 8, 3.0)):
+        points = [(axis(outcome["record"]), outcome["seconds"]) for outcome in chosen("growth")
+                  if outcome["record"]["kind"] == kind and axis(outcome["record"]) >= first]
+        if len(points) > 1:
+            slope = float(np.polyfit(*np.log(np.maximum(points, 1e-4)).T, 1)[0])
+            yield judged(f"{kind}: exponent of time, from {first} on", slope, f"<= {most:g}",
+                         lambda v, most=most: v <= most)
     yield judged("failures", sum(bool(outcome["failure"]) for outcome in outcomes), "0", lambda v: v == 0)
 
 
@@ -348,6 +357,13 @@ def show(name, outcomes, key):
     print(f"\n{name}: goals")
     for goal in goals_of(outcomes):
         print(f"  {goal['what']:52}{goal['shown']:>10}  {goal['goal']:12}{'met' if goal['met'] else 'NOT met'}")
+    curves = [outcome for outcome in outcomes if outcome["record"]["group"] == "growth"]
+    if curves:
+        print(f"\n{name}: samples, modes, seconds, memory / record")
+    for outcome in curves:
+        record = outcome["record"]
+        memory = outcome["memory"] / (8 * record["samples"])
+        print(f"  {record['samples']:9d}{len(record['modes']):6d}{outcome['seconds']:10.3f}{memory:10.1f}")
     failures = [outcome for outcome in outcomes if outcome["failure"]]
     for outcome in failures[:40]:
         print(f"  failed on {outcome['path']}: {outcome['failure']}")
@@ -382,6 +398,7 @@ def measure(commands, folders, arguments):
     only = set(arguments.only.split(",")) if arguments.only else None
     for folder in folders:
         for record in json.loads((folder / "truth.json").read_text()):
+            record = OTHERWISE | record
             if only and record["kind"] not in only and record["group"] not in only:
                 continue
             path = folder / record["file"]
