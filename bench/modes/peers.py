@@ -3,8 +3,8 @@
 
     peers.py harminv|esprit FILE
 
-harminv  filter diagonalisation by libharminv over the whole band of the record with 100 basis functions; what its own
-         error estimate puts above 0.1 is left out
+harminv  filter diagonalisation by libharminv with 100 basis functions over the whole band of the record, up to a tenth
+         above the highest frequency whose line stands out; what its own error estimate puts above 0.1 is left out
 esprit   ESPRIT on block means of the record, some five in a period of the highest frequency whose line stands out, the
          first 6000 of them, in windows of a third, at most 600; order by the minimum description length (M. Wax,
          T. Kailath, IEEE Trans. ASSP 33 (1985) 387)
@@ -46,7 +46,8 @@ def harminv(y, dt, real):
     library.harminv_data_create.restype = ctypes.c_void_p
     library.harminv_get_freq_error.restype = ctypes.c_double
     signal = np.ascontiguousarray(y, complex)
-    band = (ctypes.c_double(0.0 if real else -0.5), ctypes.c_double(0.5))
+    highest = min(0.5, 1.1 * highest_line(y))
+    band = (ctypes.c_double(0.0 if real else -highest), ctypes.c_double(highest))
     data = ctypes.c_void_p(library.harminv_data_create(len(y), ctypes.c_void_p(signal.ctypes.data), *band, BASIS))
     library.harminv_solve(data)
     poles, residues = [], []
@@ -64,7 +65,7 @@ def harminv(y, dt, real):
     return poles, residues
 
 
-def highest_line(y, real):
+def highest_line(y):
     """The highest frequency, in cycles a sample, where the spectrum is above ten medians and 1e-5 of its largest."""
     spectrum = np.abs(np.fft.fft(y * np.kaiser(len(y), 20)))
     frequency = np.abs(np.fft.fftfreq(len(y)))
@@ -85,7 +86,7 @@ def order_by_mdl(singular, snapshots):
 
 
 def esprit(y, dt, real):
-    q = max(1, int(1 / (5 * highest_line(y, real))))
+    q = max(1, int(1 / (5 * highest_line(y))))
     count = min(len(y) // q, MOST_MEANS)
     means = y[: count * q].reshape(count, q).mean(axis=1)
     if not np.any(means) or count < 6:
@@ -99,7 +100,8 @@ def esprit(y, dt, real):
     if order == 0:
         return [], []
     zeros = np.linalg.eigvals(scipy.linalg.lstsq(u[:-1, :order], u[1:, :order], check_finite=False)[0]).astype(complex)
-    zeros = zeros[np.abs(zeros) > 0]
+    size = np.abs(zeros)
+    zeros = zeros[(size > 0) & (size < np.exp(600 / count))]  # whose powers are numbers
     residues = scipy.linalg.lstsq(np.vander(zeros, count, increasing=True).T, means, check_finite=False)[0]
     poles = np.log(zeros) / (q * dt)
     # the mean of q samples of exp(s t) is its first one times (exp(q s dt) - 1) / (q (exp(s dt) - 1))
