@@ -53,8 +53,8 @@ def kicks_sum(kicks, decay, angle):
 
 
 def line_cavity(rng, courant, real, driven):
-    """A lossy line between two walls, in arithmetic of the type `real`: rung from a Gaussian field, or driven at a node by
-    a short pulse. Returns samples, modes and the first free sample."""
+    """A lossy line between two walls, in arithmetic of the type `real`: rung from a Gaussian field, or driven at a node
+    by a short pulse. Returns samples, (decay, angle, residue) of its modes and the first free sample."""
     cells = int(rng.integers(8, 41))
     loss = real(rng.choice([0.0, 10.0 ** rng.uniform(-5, -2)]))
     one, s = real(1), real(courant)
@@ -95,8 +95,8 @@ def line_cavity(rng, courant, real, driven):
 
 
 def box_cavity(real, rng=None):
-    """The demonstration's cavity, filled and lossy, driven by a line current; with a generator another source, probe, loss
-    and Courant number. Returns samples, modes, first free sample and time step."""
+    """The demonstration's cavity, filled and lossy, driven by a line current; with a generator another size, source,
+    probe, loss and Courant number. Returns samples, modes, first free sample and time step."""
     nx, ny, cell, permittivity, conductivity, courant = 120, 84, 1e-3, 2.1, 2e-3, 0.7
     source, probe, carrier, bandwidth, steps = (17, 13), (71, 53), 3e9, 0.45e9, 8000
     if rng is not None:
@@ -112,7 +112,8 @@ def box_cavity(real, rng=None):
     deviation = 1 / (2 * np.pi * bandwidth)
     length = int(np.ceil(16 * deviation / dt))
     t = (np.arange(length) + 0.5 - 0.5 * length) * dt
-    currents = (float(b) / cell * 1e-3 * np.exp(-0.5 * (t / deviation) ** 2) * np.sin(2 * np.pi * carrier * t)).astype(real)
+    pulse = 1e-3 * np.exp(-0.5 * (t / deviation) ** 2) * np.sin(2 * np.pi * carrier * t)
+    currents = (float(b) / cell * pulse).astype(real)
 
     ez, hx, hy = np.zeros((nx + 1, ny + 1), real), np.zeros((nx + 1, ny), real), np.zeros((nx, ny + 1), real)
     samples = np.empty(steps + 1, real)

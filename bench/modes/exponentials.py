@@ -58,7 +58,7 @@ def jacobian(modes, dt, first, rows, trend, complex_record):
 
 
 def triangle_of(modes, dt, first, last, trend, complex_record, whiten):
-    """R of the Jacobian's QR decomposition, a slab of rows at a time: the whole of a long record would not fit."""
+    """R of the Jacobian's QR decomposition, by slabs of rows: the whole of a long record would not fit."""
     if whiten is not None:
         return np.linalg.qr(whiten(jacobian(modes, dt, first, np.arange(last - first), trend, complex_record)), "r")
     r = None
@@ -91,8 +91,8 @@ def bound_factor(modes, dt, first, last, sigma, trend=0, complex_record=False, w
 
 
 def resolved(modes, sd, complex_record=False):
-    """Whether the bound resolves each mode: its amplitude is known to 20 %, its pole to a fifth of the distance from the
-    next mode and its decay to a fifth of |omega|, or of itself if it is a real decay."""
+    """Whether the bound resolves each mode: its amplitude is known to 20 %, its pole to a fifth of the distance from
+    the next mode and its decay to a fifth of |omega|, or of itself if it is a real decay."""
     poles = -modes[:, 1] + 2j * np.pi * modes[:, 0]
     apart = np.abs(poles[:, None] - poles[None, :])
     np.fill_diagonal(apart, np.inf)

@@ -7,8 +7,8 @@ exact   the modes that are to be found, with the bound for standard errors
 drawn   the same with errors drawn from the bound: what an efficient estimate would print
 fitted  least squares on the record itself, from the true modes, the noise's colour known: what a program can reach that
         makes no mistake in start, order and end of the drive
-bad     loses modes, moves some by ten bounds, invents some, has bars three times too small, and on some records crashes,
-        hangs or prints nonsense
+bad     loses modes, moves some by thirty bounds, invents some, has bars three times too small, and on some records
+        crashes, hangs or prints nonsense
 """
 import json
 import math

@@ -34,7 +34,8 @@ def modes_from(poles, residues, real):
         if real and pole.imag < 0:
             continue
         size = abs(residue) * (2 if real and pole.imag > 0 else 1)
-        mode = {"frequency": pole.imag / (2 * np.pi), "decay": -pole.real, "amplitude": size, "phase": np.angle(residue)}
+        mode = {"frequency": pole.imag / (2 * np.pi), "decay": -pole.real, "amplitude": size,
+                "phase": np.angle(residue)}
         if np.all(np.isfinite(list(mode.values()))):
             modes.append({key: float(value) for key, value in mode.items()})
     return modes

@@ -3,9 +3,9 @@
 
     records.py --out DIR [--seed S] [--count N] [--kinds KIND,...]
 
-DIR gets text files with the columns time and value (real and imaginary part of a complex record) and truth.json. There a
-record has file, kind, group, variant, dt, samples, end (first free sample), level and sigma of the noise, complex, span
-of the free part, and modes: frequency, decay, amplitude and phase at the first sample (exponentials.py), q, bounds
+DIR gets text files with the columns time and value (real and imaginary part of a complex record) and truth.json. There
+a record has file, kind, group, variant, dt, samples, end (first free sample), level and sigma of the noise, complex,
+span of the free part, and modes: frequency, decay, amplitude and phase at the first sample (exponentials.py), q, bounds
 (sd_frequency, ... at sample `end`), and identifiable: whether a program is expected to find the mode. `background` is a
 rate: what is reported with a pole below it, beside an offset or a drift, counts neither for nor against.
 
@@ -313,7 +313,8 @@ def free_of(kind, rng, number):
             "long": dict(count=(5, 60), q=(100, 1e7)), "million": dict(count=(20, 20), q=(1e3, 1e7)),
             "fine": dict(count=(2, 10)), "low-q": dict(count=(2, 8), q=(5, 1e3), apart=10.0),
             "growing": dict(count=(3, 30)), "by-length": dict(count=(10, 10), q=(1e2, 1e4)),
-            "by-modes": dict(count=(2 ** (number + 1),) * 2, q=(1e3, 1e6)), "quantised": dict(q=(50, 1e6), amplitude=(0.1, 1))}.get(kind, {})
+            "by-modes": dict(count=(2 ** (number + 1),) * 2, q=(1e3, 1e6)),
+            "quantised": dict(q=(50, 1e6), amplitude=(0.1, 1))}.get(kind, {})
     draft.draw_modes(**draw)
     levels = {"low": (1e-6,), "mid": (1e-4,), "high": (1e-2,), "few": (0.0, 1e-8, 1e-6, 1e-4), "million": (1e-4,),
               "by-length": (1e-4,), "by-modes": (1e-4,),

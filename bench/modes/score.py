@@ -40,7 +40,8 @@ TWO_PI = 2 * np.pi
 QUANTITIES = ("frequency", "decay", "amplitude", "phase")
 GROUP_TITLES = {"basic": "rings and drives, white noise", "unusual": "unusual records", "drives": "drives of any shape",
                 "coloured": "coloured noise", "nothing": "nothing there", "simulated": "simulations",
-                "million": "a million samples", "published": "published sets", "growth": "longer and longer, more and more"}
+                "million": "a million samples", "published": "published sets",
+                "growth": "more and more samples and modes"}
 OTHERWISE = {"group": "basic", "variant": "", "background": 0.0, "complex": False}  # of records made elsewhere
 
 
@@ -113,7 +114,7 @@ def run(command, path, timeout):
         process.returncode = os.waitstatus_to_exitcode(status)
         seconds = usage.ru_utime + usage.ru_stime
         if late:
-            return nothing, seconds, memory, f"no end within {timeout:g} s"
+            return nothing, max(seconds, timeout), memory, f"no end within {timeout:g} s"
         if process.returncode:
             err.seek(0)
             said = err.read(4096).decode(errors="replace").strip().splitlines()
@@ -155,7 +156,7 @@ def match(truth, found):
 
 
 def errors_of(mode, told, reference, complex_record):
-    """(error, what doubles cannot hold of the quantity and of its way to the reference time) of what was told of a mode."""
+    """(error, what doubles cannot hold of the quantity and of its way to the reference time) of each quantity."""
     turns = float((np.longdouble(mode["frequency"]) * np.longdouble(reference)) % 1)
     amplitude = mode["amplitude"] * math.exp(min(700.0, -mode["decay"] * reference))
     errors = {"frequency": told["frequency"] - mode["frequency"], "decay": told["decay"] - mode["decay"]}
@@ -193,7 +194,8 @@ def judge(record, result):
                 z[key] = value / se if se > 0 else (math.inf if value > 0 else 0.0)
         rows.append({
             "wanted": mode["identifiable"], "z": z,
-            "error": {key: max(pair) for key, pair in errors.items()}, "se": {key: reported[f"{key}_se"] for key in error},
+            "error": {key: max(pair) for key, pair in errors.items()},
+            "se": {key: reported[f"{key}_se"] for key in error},
             "in_bounds": (of_f / mode["sd_frequency"] if "frequency" in error else None, of_g / mode["sd_decay"]),
             "right_f": bool(of_f <= max(bounds * mode["sd_frequency"], slack_f)),
             "right_g": bool(of_g <= max(bounds * mode["sd_decay"], slack_g))})
@@ -271,7 +273,8 @@ def goals_of(outcomes):
 
     def judged(what, value, text, test, show="{:.3g}"):
         shown = "none" if value is None else show.format(value)
-        return {"what": what, "value": value, "shown": shown, "goal": text, "met": value is not None and bool(test(value))}
+        met = value is not None and bool(test(value))
+        return {"what": what, "value": value, "shown": shown, "goal": text, "met": met}
 
     percent = "{:.1%}"
     basic = chosen("basic")
@@ -467,7 +470,7 @@ def main():
             "kinds": {title: summary(some) for title, some in grouped(outcomes, "kind").items()},
             "groups": {title: summary(some) for title, some in grouped(outcomes, "group").items()},
             "goals": list(goals_of(outcomes)),
-            "records": [{key: outcome[key] for key in ("path", "wanted", "found", "false", "seconds", "memory", "failure")}
+            "records": [{key: value for key, value in outcome.items() if key not in ("record", "rows")}
                         for outcome in outcomes]} for name, outcomes in programs.items()}
         arguments.json.write_text(json.dumps(plain(report), indent=1, allow_nan=False) + "\n")
 
