@@ -7,7 +7,7 @@ set(TESSEL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Tessel)
 set(TESSEL_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/tessel)
 
 set_target_properties(tessel_headers PROPERTIES EXPORT_NAME headers)
-install(TARGETS tessel tessel_headers EXPORT Tessel
+install(TARGETS tessel tessel_modes tessel_headers EXPORT Tessel
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
 install(FILES ${PROJECT_SOURCE_DIR}/THIRD_PARTY_NOTICES DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
 

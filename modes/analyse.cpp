@@ -1,0 +1,177 @@
+#include "modes/errors.h"
+#include "modes/drive.h"
+#include "modes/modes.h"
+#include "modes/remarks.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel::modes {
+
+InputError::~InputError() = default;
+Stopped::~Stopped() = default;
+
+namespace {
+
+constexpr std::size_t kFewest = 8;
+// Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails that
+// are no sum of modes. The first that can be explained is taken.
+constexpr double kDepths[] = {6e-16, 1e-13, 1e-9};
+constexpr double kCertain = 5; // standard errors beyond which a decay differs from none
+
+void check(const Series& record, double start, double spacing, const Options& options)
+{
+    if (!std::isfinite(start))
+        throw InputError(InputFault::start, 0, "the start is not finite");
+    if (!(spacing > 0) || !std::isfinite(spacing))
+        throw InputError(InputFault::spacing, 0, "the spacing is not a positive finite number");
+    for (std::size_t k = 0; k < record.size(); ++k)
+        if (!std::isfinite(record.re[k]) || (record.complex() && !std::isfinite(record.im[k])))
+            throw InputError(InputFault::notFinite, k, "sample " + std::to_string(k) + " is not finite");
+    const std::size_t first = options.first.value_or(0);
+    if (first >= record.size() || record.size() - first < kFewest)
+        throw InputError(InputFault::tooFewSamples, record.size(),
+                         "at least " + std::to_string(kFewest) + " samples are needed, there are " +
+                             std::to_string(record.size() - std::min(first, record.size())));
+    if (options.noise && !(*options.noise > 0 && std::isfinite(*options.noise)))
+        throw InputError(InputFault::option, 0, "the noise is not a positive finite number");
+    if ((options.lowest && !std::isfinite(*options.lowest)) || (options.highest && !std::isfinite(*options.highest)) ||
+        (options.lowest && options.highest && !(*options.lowest < *options.highest)))
+        throw InputError(InputFault::option, 0, "the band is empty or not finite");
+}
+
+bool constant(const Series& record)
+{
+    for (std::size_t k = 1; k < record.size(); ++k)
+        if (record.re[k] != record.re[0] || (record.complex() && record.im[k] != record.im[0]))
+            return false;
+    return true;
+}
+
+/// Scales the record by a power of two to magnitudes near one, which loses nothing.
+int normalise(Series& record)
+{
+    double peak = 0;
+    for (const double v : record.re)
+        peak = std::max(peak, std::abs(v));
+    for (const double v : record.im)
+        peak = std::max(peak, std::abs(v));
+    if (peak == 0)
+        return 0;
+    int exponent = 0;
+    std::frexp(peak, &exponent);
+    for (double& v : record.re)
+        v = std::ldexp(v, -exponent);
+    for (double& v : record.im)
+        v = std::ldexp(v, -exponent);
+    return exponent;
+}
+
+/// Fits a record, behind its drive if it has one.
+Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
+{
+    Stage stage = fit_from(record, options.first.value_or(0), options, unit,
+                           options.first ? Effort::thorough : Effort::quick, watch);
+    if (!options.first && (!stage.good || imitates_drive(stage.series, stage.fit.terms,
+                                                         stage.highest * static_cast<double>(stage.factor)))) {
+        Stage late = skip_drive(record, options, unit, watch);
+        if (late.good && (!stage.good || cost(late) < cost(stage))) {
+            stage = std::move(late);
+            stage.skipped = stage.first > 0;
+        }
+    }
+    return stage;
+}
+
+Result run(Series record, double start, double spacing, const Options& options)
+{
+    check(record, start, spacing, options);
+    if (constant(record)) {
+        Result result;
+        result.referenceTime = start;
+        const double value = record.complex() ? std::hypot(record.re[0], record.im[0]) : record.re[0];
+        remark(result, RemarkCode::constantRecord, value, "all samples are equal");
+        remark(result, RemarkCode::nothingRings, std::abs(value), "nothing rings in this record");
+        return result;
+    }
+    const int exponent = normalise(record);
+    const double unit = std::ldexp(1.0, exponent);
+    Result result;
+    Stage stage;
+    for (const double depth : kDepths) {
+        if (depth > kDepths[0] && stage.noise.sigma.front() > depth)
+            continue;
+        stage = fit_stage(record, options, unit, Watch(options, record.size(), depth));
+        if (stage.good)
+            break;
+    }
+    const std::size_t first = stage.first;
+    const std::size_t factor = stage.factor;
+    const double highest = stage.highest;
+    const Noise& noise = stage.noise;
+    const Series& series = stage.series;
+    const Fit& fit = stage.fit;
+    const double reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
+    result.firstSample = first;
+    // A fit that was given up has no modes to tell of.
+    const double span = static_cast<double>(series.size() * factor) * spacing;
+    double background = 0;
+    if (!fit.failed) {
+        const std::vector<Mode> modes =
+            modes_of(series, fit.terms, factor, spacing, std::vector<double>(fit.terms.size(), reduced));
+        for (std::size_t j = 0; j < modes.size(); ++j) {
+            Mode mode = modes[j];
+            mode.amplitude *= unit;
+            mode.amplitudeError *= unit;
+            mode.significance = fit.significance[j];
+            if (fit.terms[j].kind != Term::Kind::oscillating)
+                mode.kind = Kind::overdamped;
+            if (mode.decay < -kCertain * mode.decayError)
+                mode.kind = Kind::growing;
+            // What neither turns nor decays within the record is an offset or a drift.
+            const double decay = std::abs(mode.decay);
+            if (std::abs(mode.frequency) * span < 0.5 && (decay * span < 1 || decay < kCertain * mode.decayError)) {
+                background = std::max(background, mode.amplitude);
+                continue;
+            }
+            if ((options.lowest && mode.frequency < *options.lowest) ||
+                (options.highest && mode.frequency > *options.highest))
+                continue;
+            result.modes.push_back(mode);
+        }
+    }
+    std::sort(result.modes.begin(), result.modes.end(),
+              [](const Mode& a, const Mode& b) { return a.frequency < b.frequency; });
+    result.referenceTime = start + static_cast<double>(first) * spacing;
+    result.decimation = factor;
+    result.noise = noise.sigma.front() * unit;
+    result.reducedChiSquare = reduced;
+    result.lowest = options.lowest.value_or(record.complex() ? -highest / spacing : 0);
+    result.highest = options.highest.value_or(highest / spacing);
+    if (background > 0)
+        remark(result, RemarkCode::background, background,
+               "an offset or a slow drift was fitted beside the modes");
+    add_remarks(result, stage, start, spacing, unit);
+    return result;
+}
+
+} // namespace
+
+Result analyse(const std::vector<double>& samples, double start, double spacing, const Options& options)
+{
+    Series record;
+    record.re = samples;
+    return run(std::move(record), start, spacing, options);
+}
+
+Result analyse(const std::vector<std::complex<double>>& samples, double start, double spacing, const Options& options)
+{
+    Series record;
+    for (const std::complex<double>& v : samples) {
+        record.re.push_back(v.real());
+        record.im.push_back(v.imag());
+    }
+    return run(std::move(record), start, spacing, options);
+}
+
+} // namespace tessel::modes

@@ -1,0 +1,39 @@
+/// @file
+/// The end of the drive: the first sample from which a record is a sum of modes.
+#ifndef TESSEL_MODES_DRIVE_H
+#define TESSEL_MODES_DRIVE_H
+
+#include "modes/fit.h"
+#include "modes/noise.h"
+
+namespace tessel::modes {
+
+/// A record from one of its samples on, decimated, with its fit.
+struct Stage {
+    std::size_t first = 0;
+    std::size_t factor = 1;
+    double highest = 0; ///< cycles a raw sample
+    Noise noise;
+    Series series;
+    Fit fit;
+    bool good = false; ///< the fit explains the series
+    bool skipped = false; ///< what lies before `first` was taken for a drive
+};
+
+/// Fits the record from `first` on, anew.
+Stage fit_from(const Series& record, std::size_t first, const Options& options, double unit, Effort effort,
+               const Watch& watch);
+
+/// Fits what follows the drive.
+///
+/// A fit that begins late enough is walked back: the record from an earlier sample on must be explained by the same
+/// modes and at most one new mode for every kPeriodsPerMode periods of the highest line, as modes of short life imitate
+/// any drive. Bisection finds the earliest such sample.
+Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch);
+
+/// Cost of a stage against another: its modes, and the periods that it leaves out over kPeriodsPerMode.
+double cost(const Stage& stage);
+
+} // namespace tessel::modes
+
+#endif

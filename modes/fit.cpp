@@ -1,0 +1,144 @@
+#include "modes/fit.h"
+#include "modes/search.h"
+#include "modes/start.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel::modes {
+
+namespace {
+
+constexpr std::size_t kRounds = 12;       // of search at one length
+constexpr std::size_t kMostARound = 6;
+constexpr std::size_t kPatience = 6;      // rounds after which a fit far from the noise is given up
+constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
+constexpr int kSteps = 8;                 // of refinement in a round
+constexpr double kHopeless = 10;          // chi^2 per degree of freedom of such a fit
+
+/// Refines and searches over [0, n) until the residual asks for nothing more.
+Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t mostModes, Fit& fit,
+                 Effort effort, const Watch& watch)
+{
+    const double part = static_cast<double>(n) / static_cast<double>(series.size());
+    Refined model = refine(series, std::move(terms), n, 2 * kSteps);
+    watch.spend(model, n);
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        watch.tell("search", model.terms.size(), part);
+        if (model.terms.size() >= mostModes) {
+            fit.stopped = true;
+            break;
+        }
+        if (watch.exhausted()) {
+            fit.failed = true;
+            break;
+        }
+        if (round >= (effort == Effort::quick ? kQuickPatience : kPatience) &&
+            model.chiSquare > kHopeless * freedom(series, model.terms, n)) {
+            fit.failed = true;
+            break;
+        }
+        const std::vector<Candidate> found = search(series, model.terms, n, kMostARound, 1.0);
+        if (found.empty())
+            break;
+        Terms more = model.terms;
+        for (const Candidate& c : found)
+            more.push_back(c.term);
+        const Refined next = refine(series, more, n, kSteps);
+        watch.spend(next, n);
+        if (!(model.chiSquare - next.chiSquare > chance_score(n)))
+            break;
+        model = next;
+        model.terms = prune(series, model.terms, n);
+    }
+    if (n < series.size() && !fit.failed) {
+        model = thin(series, std::move(model), n, [&](const Refined& r) {
+            watch.spend(r, n);
+            return !watch.exhausted();
+        });
+    }
+    return model;
+}
+
+} // namespace
+
+bool imitates_drive(const Series& series, const Terms& terms, double highest)
+{
+    const double sigma = 1 / std::sqrt(series.weight.front());
+    std::vector<double> life;
+    double sum = 0, peak = 0;
+    for (const Term& term : terms) {
+        if (term.origin != 0 || term.decay <= 0)
+            continue;
+        const double above = std::abs(term.c) / sigma;
+        sum += std::abs(term.c);
+        if (above > 1)
+            life.push_back(std::log(above) / static_cast<double>(term.decay) * highest);
+    }
+    const std::size_t head = std::min<std::size_t>(series.size(), 16);
+    for (std::size_t k = 0; k < head; ++k)
+        peak = std::max(peak, std::abs(series.re[k]));
+    std::sort(life.begin(), life.end());
+    for (std::size_t j = 0; j < life.size(); ++j)
+        if (static_cast<double>(j + 1) > 3 + life[j] / kPeriodsPerMode)
+            return true;
+    // modes that cancel at the beginning: residues much larger than the record
+    return sum > 30 * peak;
+}
+
+Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort,
+               const Watch& watch)
+{
+    Fit fit;
+    Refined model = complete(series, std::move(terms), series.size(), mostModes, fit, effort, watch);
+    // A limit met on the way is none if elimination comes back below it.
+    const double reduced = model.chiSquare / freedom(series, model.terms, series.size());
+    if (fit.failed || (fit.stopped && reduced > 2)) {
+        fit.terms = model.terms;
+        fit.chiSquare = model.chiSquare;
+        fit.significance.assign(model.terms.size(), 1);
+        fit.reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
+        return fit;
+    }
+    watch.tell("select", model.terms.size(), 1);
+    model = refine(series, std::move(model.terms), series.size());
+    model = eliminate(series, std::move(model), series.size(), fit.significance, [&](const Refined& r) {
+        watch.spend(r, series.size());
+        return !watch.exhausted();
+    });
+    fit.failed = watch.exhausted();
+    fit.stopped = fit.stopped && model.terms.size() >= mostModes;
+    fit.terms = model.terms;
+    fit.chiSquare = model.chiSquare;
+    fit.reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
+    return fit;
+}
+
+Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort,
+               const Watch& watch)
+{
+    watch.tell("start", 0, 0);
+    Start start = start_values(series, highest);
+    const std::size_t m = series.size();
+    Fit early;
+    if (start.saturated || (effort == Effort::quick && start.terms.size() > start.samplesUsed / 8)) {
+        early.failed = true;
+        return early;
+    }
+    std::size_t n = start.samples > 0 ? std::min(start.samples, m) : m;
+    start.terms = prune(series, solve_residues(series, start.terms, n).terms, n);
+    while (n < m) {
+        start.terms = complete(series, start.terms, n, mostModes, early, effort, watch).terms;
+        if (effort == Effort::quick && imitates_drive(series, start.terms, highest))
+            early.failed = true;
+        if (early.failed || early.stopped) {
+            early.terms = start.terms;
+            early.significance.assign(early.terms.size(), 1);
+            return early;
+        }
+        n = 2 * n > m - m / 8 ? m : 2 * n;
+    }
+    return continue_fit(series, start.terms, mostModes, effort, watch);
+}
+
+} // namespace tessel::modes

@@ -1,0 +1,75 @@
+/// @file
+/// The whole fit of a series that no drive reaches: start values, refinement over growing parts, search, selection.
+#ifndef TESSEL_MODES_FIT_H
+#define TESSEL_MODES_FIT_H
+
+#include "modes/modes.h"
+#include "modes/select.h"
+
+#include <algorithm>
+
+namespace tessel::modes {
+
+/// A model of a series.
+struct Fit {
+    Terms terms;
+    double chiSquare = 0;
+    std::vector<double> significance; ///< of each term
+    bool stopped = false;             ///< at the limit of modes
+    bool failed = false;              ///< given up: this is no sum of few exponentials and noise
+    double reduced = 0;               ///< chi^2 per degree of freedom
+};
+
+/// How early a fit is given up.
+enum class Effort {
+    quick,    ///< another way is left: a record that may begin with a drive
+    thorough, ///< none is
+};
+
+/// Tells the caller where the work stands; throws Stopped if the answer is false. Keeps account of the work.
+class Watch
+{
+public:
+    /// @param samples  of the record: the work that is allowed grows with it
+    /// @param depth    least noise that is assumed, of the highest sample nearby
+    Watch(const Options& options, std::size_t samples, double depth)
+        : options_(options), depth_(depth), left_(kWork * std::max(1.0, static_cast<double>(samples) / 16000))
+    {}
+    /// Counts a refinement: an estimate of its operations, so that the limit does not depend on the machine.
+    void spend(const Refined& refined, std::size_t n) const
+    {
+        const auto k = static_cast<double>(refined.terms.size());
+        left_ -= (refined.steps + 1) * (20 * k * static_cast<double>(n) + 5000 * k * k + 40 * k * k * k);
+    }
+    double depth() const { return depth_; }
+    /// Whether the work that is allowed is done.
+    bool exhausted() const { return left_ < 0; }
+    void tell(const char* stage, std::size_t modes, double part) const
+    {
+        if (options_.progress && !options_.progress({stage, modes, part}))
+            throw Stopped("the caller stopped the analysis");
+    }
+
+private:
+    static constexpr double kWork = 6e9;
+    const Options& options_;
+    double depth_;
+    mutable double left_;
+};
+
+/// Whether terms of short life crowd at the beginning, or cancel there, as they do when they imitate a drive.
+bool imitates_drive(const Series& series, const Terms& terms, double highest);
+
+/// Periods of the highest line that a new mode of short life takes, at least: more would imitate a drive.
+constexpr double kPeriodsPerMode = 8;
+
+/// Fits a series whose lines end at `highest` cycles a sample. It gives up, with Fit::failed, when the first part stays
+/// far from what noise explains: a drive is in it, or what is there is no sum of few exponentials.
+Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort, const Watch& watch);
+
+/// Goes on from a model: refinement over the whole series, search, selection.
+Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch);
+
+} // namespace tessel::modes
+
+#endif

@@ -1,0 +1,79 @@
+#include "modes/remarks.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace tessel::modes {
+
+namespace {
+
+constexpr double kUnexplained = 1.5;    // chi^2 per degree of freedom
+constexpr double kCoarse = 2.5;         // samples a period
+constexpr double kEdge = 0.45;          // cycles a sample
+constexpr double kResolved = 3;         // standard errors between two modes
+constexpr double kKnownDecay = 0.5;     // relative standard error of a decay
+
+std::string number(double value)
+{
+    char text[40];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+
+} // namespace
+
+void remark(Result& result, RemarkCode code, double value, const std::string& text)
+{
+    result.remarks.push_back({code, value, text});
+}
+
+void add_remarks(Result& result, const Stage& stage, double start, double spacing, double peak)
+{
+    if (stage.skipped)
+        remark(result, RemarkCode::driveSkipped, start + static_cast<double>(stage.first) * spacing,
+               "a drive was skipped: the first sample used is at " +
+                   number(start + static_cast<double>(stage.first) * spacing));
+    if (stage.fit.stopped)
+        remark(result, RemarkCode::searchStopped, static_cast<double>(stage.fit.terms.size()),
+               "the search stopped at its limit of " + std::to_string(stage.fit.terms.size()) + " modes");
+    if (!stage.noise.found)
+        remark(result, RemarkCode::noiseFromResidual, result.noise,
+               "there is no empty band to measure the noise in: it was taken as " + number(result.noise));
+    if (stage.fit.failed || result.reducedChiSquare > kUnexplained)
+        remark(result, RemarkCode::modelUnexplained, result.reducedChiSquare,
+               "the modes do not explain the record: chi^2 per degree of freedom is " +
+                   number(result.reducedChiSquare));
+    const double span = static_cast<double>(stage.series.size() * stage.factor) * spacing;
+    for (std::size_t j = 0; j < result.modes.size(); ++j) {
+        const Mode& mode = result.modes[j];
+        const double cycles = std::abs(mode.frequency) * spacing;
+        if (cycles > kEdge)
+            remark(result, RemarkCode::bandEdge, mode.frequency,
+                   "the line at " + number(mode.frequency) + " lies near the edge of the band and may be folded");
+        else if (cycles * kCoarse > 1)
+            remark(result, RemarkCode::spacingTooCoarse, 1 / (4 * std::abs(mode.frequency)),
+                   "the spacing leaves fewer than 2.5 samples a period of " + number(mode.frequency) +
+                       ": take " + number(1 / (4 * std::abs(mode.frequency))));
+        if (mode.kind == Kind::growing)
+            remark(result, RemarkCode::growingMode, mode.frequency,
+                   "the mode at " + number(mode.frequency) + " grows: the simulation may be unstable");
+        // A decay's standard error falls with the record's length to the power 3/2.
+        if (mode.kind == Kind::oscillating && mode.decayError > kKnownDecay * std::abs(mode.decay))
+            remark(result, RemarkCode::recordTooShort,
+                   span * std::cbrt(std::pow(mode.decayError / (kKnownDecay * std::abs(mode.decay)), 2.0)),
+                   "the record is too short for the decay of " + number(mode.frequency));
+        if (j + 1 < result.modes.size()) {
+            const Mode& next = result.modes[j + 1];
+            const double apart = std::hypot(2 * M_PI * (next.frequency - mode.frequency), next.decay - mode.decay);
+            const double error = std::hypot(std::hypot(2 * M_PI * mode.frequencyError, mode.decayError),
+                                            std::hypot(2 * M_PI * next.frequencyError, next.decayError));
+            if (apart < kResolved * error)
+                remark(result, RemarkCode::closeModes, (mode.frequency + next.frequency) / 2,
+                       "two modes near " + number(mode.frequency) + " are closer than their errors resolve");
+        }
+    }
+    if (result.modes.empty())
+        remark(result, RemarkCode::nothingRings, peak, "nothing rings in this record");
+}
+
+} // namespace tessel::modes

@@ -1,0 +1,131 @@
+#include "modes/start.h"
+
+#include <Eigen/Eigenvalues>
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel::modes {
+
+namespace {
+
+constexpr double kNodesPerPeriod = 2.6;
+constexpr std::size_t kMostNodes = 400;
+constexpr double kRounding = 3e-15; // of the largest singular value
+
+/// Poles of a basis U of the signal space: eigenvalues of (U1^H U1)^-1 U1^H U2, U1 without its last row, U2 without its
+/// first.
+template <class Matrix> std::vector<Complex> rotation(const Matrix& u)
+{
+    const auto h = u.rows(), p = u.cols();
+    Matrix phi = u.topRows(h - 1).adjoint() * u.bottomRows(h - 1);
+    // U1^H U1 = I - v v^H by the orthonormal columns of U, v^H its last row.
+    const auto last = u.row(h - 1);
+    const double rest = 1 - last.squaredNorm();
+    if (rest > 1e-14) {
+        const auto row = (last * phi).eval();
+        phi += last.adjoint() * row / rest;
+    }
+    std::vector<Complex> out;
+    if constexpr (Eigen::NumTraits<typename Matrix::Scalar>::IsComplex) {
+        const Eigen::ComplexEigenSolver<Matrix> solver(phi, false);
+        for (Eigen::Index k = 0; k < p; ++k)
+            out.push_back(solver.eigenvalues()[k]);
+    } else {
+        const Eigen::EigenSolver<Matrix> solver(phi, false);
+        for (Eigen::Index k = 0; k < p; ++k)
+            out.push_back(solver.eigenvalues()[k]);
+    }
+    return out;
+}
+
+} // namespace
+
+Start start_values(const Series& series, double highest)
+{
+    Start out;
+    const std::size_t m = series.size();
+    const auto stride = std::max<std::size_t>(1, static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))));
+    const std::size_t nodes = std::min(kMostNodes, (m + stride - 1) / stride);
+    const auto h = static_cast<Eigen::Index>(nodes / 2);
+    out.samplesUsed = nodes;
+    if (h < 3)
+        return out;
+    out.samples = std::min(m, nodes * stride);
+    double least = INFINITY;
+    for (std::size_t b = 0; b < series.weight.size() && b * series.segment < out.samples; ++b)
+        least = std::min(least, series.weight[b]);
+    const double sigma = 1 / std::sqrt(least);
+    const auto node = [&](Eigen::Index k) { return static_cast<std::size_t>(k) * stride; };
+    const auto order = [&](const Eigen::VectorXd& values, double noise) {
+        const double top = values.cwiseAbs().maxCoeff();
+        const auto hd = static_cast<double>(h);
+        const double threshold = std::max(noise * std::sqrt(2 * hd * std::log(hd)), kRounding * top);
+        return (values.array().abs() > threshold).count();
+    };
+    std::vector<Complex> z;
+    if (!series.complex()) {
+        Eigen::MatrixXd hankel(h, h);
+        for (Eigen::Index i = 0; i < h; ++i)
+            for (Eigen::Index j = 0; j < h; ++j)
+                hankel(i, j) = series.re[node(i + j)];
+        // A real Hankel matrix is symmetric: its singular vectors are its eigenvectors.
+        const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(hankel);
+        const Eigen::Index rank = order(solver.eigenvalues(), sigma);
+        out.saturated = h >= 100 && rank > 4 * h / 5;
+        if (out.saturated)
+            return out;
+        const Eigen::Index p = std::min(rank, 2 * h / 3);
+        std::vector<Eigen::Index> index(static_cast<std::size_t>(h));
+        for (Eigen::Index k = 0; k < h; ++k)
+            index[static_cast<std::size_t>(k)] = k;
+        std::stable_sort(index.begin(), index.end(), [&](Eigen::Index a, Eigen::Index b) {
+            return std::abs(solver.eigenvalues()[a]) > std::abs(solver.eigenvalues()[b]);
+        });
+        if (p == 0)
+            return out;
+        Eigen::MatrixXd u(h, p);
+        for (Eigen::Index k = 0; k < p; ++k)
+            u.col(k) = solver.eigenvectors().col(index[static_cast<std::size_t>(k)]);
+        z = rotation(u);
+    } else {
+        const Eigen::Index half = std::min<Eigen::Index>(h, 150);
+        out.samples = std::min(out.samples, 2 * static_cast<std::size_t>(half) * stride);
+        Eigen::MatrixXcd hankel(half, half);
+        for (Eigen::Index i = 0; i < half; ++i)
+            for (Eigen::Index j = 0; j < half; ++j)
+                hankel(i, j) = Complex(series.re[node(i + j)], series.im[node(i + j)]);
+        const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXcd> solver(hankel * hankel.adjoint());
+        const Eigen::VectorXd values = solver.eigenvalues().cwiseMax(0).cwiseSqrt();
+        const double floor = 1e-7 * values.maxCoeff();
+        const Eigen::Index p = std::min(
+            std::min(order(values, std::sqrt(2.0) * sigma), (values.array() > floor).count()), 2 * half / 3);
+        if (p == 0)
+            return out;
+        z = rotation(Eigen::MatrixXcd(solver.eigenvectors().rightCols(p)));
+    }
+    const auto s = static_cast<Extended>(stride);
+    for (const Complex& value : z) {
+        const double magnitude = std::abs(value);
+        if (!(magnitude > 1e-3) || !(magnitude < 10))
+            continue;
+        Term term;
+        term.decay = -std::log(static_cast<Extended>(magnitude)) / s;
+        term.angle = std::atan2(static_cast<Extended>(value.imag()), static_cast<Extended>(value.real())) / s;
+        // growth that would leave the model's range over the record starts as none
+        if (!series.complex()) {
+            if (value.imag() < 0)
+                continue;
+            if (value.imag() == 0) {
+                if (value.real() < 0)
+                    continue;
+                term.kind = Term::Kind::real;
+                term.angle = 0;
+            }
+        }
+        out.terms.push_back(term);
+    }
+    return out;
+}
+
+} // namespace tessel::modes
