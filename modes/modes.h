@@ -58,14 +58,14 @@ enum class RemarkCode {
     driveSkipped,       ///< value: time of the first sample used
     nothingRings,       ///< no mode was found; value: highest sample, by magnitude
     constantRecord,     ///< all samples are equal; value: the sample
-    recordTooShort,     ///< for the resolution of two modes or of one decay; value: length that is needed, in time
+    recordTooShort,     ///< for the resolution of a decay; value: length that is needed, in time
     bandEdge,           ///< a line lies close to the highest frequency of the spacing and may be folded; value: its frequency
     spacingTooCoarse,   ///< fewer than 2.5 samples a period; value: spacing that would do
     modelUnexplained,   ///< the modes do not explain the record; value: chi^2 per degree of freedom
     closeModes,         ///< two modes closer than their errors resolve; value: the frequency between them
-    searchStopped,      ///< at a limit of modes or of time; value: number of modes then
+    searchStopped,      ///< at a limit of modes or of work; value: number of modes then
     background,         ///< an offset or a slow drift was fitted beside the modes; value: its size at the reference time
-    noiseFromResidual,  ///< no empty band to measure the noise in; value: the standard deviation that was taken
+    noiseAssumed,       ///< no empty band to measure the noise in; value: the standard deviation that was taken
     growingMode,        ///< a mode grows: the simulation may be unstable; value: its frequency
 };
 

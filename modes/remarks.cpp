@@ -37,7 +37,7 @@ void add_remarks(Result& result, const Stage& stage, double start, double spacin
         remark(result, RemarkCode::searchStopped, static_cast<double>(stage.fit.terms.size()),
                "the search stopped at its limit of " + std::to_string(stage.fit.terms.size()) + " modes");
     if (!stage.noise.found)
-        remark(result, RemarkCode::noiseFromResidual, result.noise,
+        remark(result, RemarkCode::noiseAssumed, result.noise,
                "there is no empty band to measure the noise in: it was taken as " + number(result.noise));
     if (stage.fit.failed || result.reducedChiSquare > kUnexplained)
         remark(result, RemarkCode::modelUnexplained, result.reducedChiSquare,
