@@ -113,6 +113,10 @@ Result run(Series record, double start, double spacing, const Options& options)
     const Fit& fit = stage.fit;
     const double reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
     result.firstSample = first;
+    if (options.first)
+        result.firstSampleReason = FirstSampleReason::given;
+    else if (first > 0)
+        result.firstSampleReason = FirstSampleReason::driveSkipped;
     // A fit that was given up has no modes to tell of.
     const double span = static_cast<double>(series.size() * factor) * spacing;
     double background = 0;

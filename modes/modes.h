@@ -53,6 +53,9 @@ struct Mode {
     Kind kind = Kind::oscillating;
 };
 
+/// "oscillating", "overdamped" or "growing".
+TESSEL_MODES_API const char* name(Kind kind) noexcept;
+
 /// What a program can tell apart about a result; Remark::text says it to a person.
 enum class RemarkCode {
     driveSkipped,       ///< value: time of the first sample used
@@ -67,7 +70,11 @@ enum class RemarkCode {
     background,         ///< an offset or a slow drift was fitted beside the modes; value: its size at the reference time
     noiseAssumed,       ///< no empty band to measure the noise in; value: the standard deviation that was taken
     growingMode,        ///< a mode grows: the simulation may be unstable; value: its frequency
+    colouredNoise,      ///< the noise is not white, and was weighted by its spectrum; value: largest over smallest level
 };
+
+/// The enumerator's name, such as "driveSkipped".
+TESSEL_MODES_API const char* name(RemarkCode code) noexcept;
 
 /// One remark.
 struct Remark {
@@ -93,11 +100,22 @@ struct Options {
     std::function<bool(const Progress&)> progress; ///< called often, from the caller's thread; false stops the work
 };
 
+/// Why a record is used from Result::firstSample on.
+enum class FirstSampleReason {
+    wholeRecord,  ///< nothing had to be left out
+    given,        ///< Options::first says so
+    driveSkipped, ///< what lies before is no sum of few modes
+};
+
+/// "wholeRecord", "given" or "driveSkipped".
+TESSEL_MODES_API const char* name(FirstSampleReason reason) noexcept;
+
 /// What was found.
 struct Result {
     std::vector<Mode> modes;      ///< by rising frequency
     double referenceTime = 0;     ///< of amplitudes and phases: the time of the first sample used
     std::size_t firstSample = 0;  ///< first sample used, from 0
+    FirstSampleReason firstSampleReason = FirstSampleReason::wholeRecord;
     std::size_t decimation = 1;   ///< samples averaged into one
     double noise = 0;             ///< standard deviation of the noise of a sample, at the first sample used
     double reducedChiSquare = 0;  ///< chi^2 per degree of freedom by the noise that was found before the fit

@@ -22,6 +22,46 @@ std::string number(double value)
 
 } // namespace
 
+const char* name(Kind kind) noexcept
+{
+    switch (kind) {
+    case Kind::oscillating: return "oscillating";
+    case Kind::overdamped: return "overdamped";
+    case Kind::growing: return "growing";
+    }
+    return "";
+}
+
+const char* name(FirstSampleReason reason) noexcept
+{
+    switch (reason) {
+    case FirstSampleReason::wholeRecord: return "wholeRecord";
+    case FirstSampleReason::given: return "given";
+    case FirstSampleReason::driveSkipped: return "driveSkipped";
+    }
+    return "";
+}
+
+const char* name(RemarkCode code) noexcept
+{
+    switch (code) {
+    case RemarkCode::driveSkipped: return "driveSkipped";
+    case RemarkCode::nothingRings: return "nothingRings";
+    case RemarkCode::constantRecord: return "constantRecord";
+    case RemarkCode::recordTooShort: return "recordTooShort";
+    case RemarkCode::bandEdge: return "bandEdge";
+    case RemarkCode::spacingTooCoarse: return "spacingTooCoarse";
+    case RemarkCode::modelUnexplained: return "modelUnexplained";
+    case RemarkCode::closeModes: return "closeModes";
+    case RemarkCode::searchStopped: return "searchStopped";
+    case RemarkCode::background: return "background";
+    case RemarkCode::noiseAssumed: return "noiseAssumed";
+    case RemarkCode::growingMode: return "growingMode";
+    case RemarkCode::colouredNoise: return "colouredNoise";
+    }
+    return "";
+}
+
 void remark(Result& result, RemarkCode code, double value, const std::string& text)
 {
     result.remarks.push_back({code, value, text});
