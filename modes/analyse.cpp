@@ -71,7 +71,7 @@ int normalise(Series& record)
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
 {
     Stage stage = fit_from(record, options.first.value_or(0), options, unit,
-                           options.first ? Effort::thorough : Effort::quick, watch);
+                           options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.35));
     if (!options.first && (!stage.good || imitates_drive(stage.series, stage.fit.terms,
                                                          stage.highest * static_cast<double>(stage.factor)))) {
         Stage late = skip_drive(record, options, unit, watch);
@@ -80,6 +80,8 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
             stage.skipped = stage.first > 0;
         }
     }
+    if (stage.good && !options.first)
+        stage = skip_artefacts(record, std::move(stage), watch.share(0.2));
     return stage;
 }
 

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 
 namespace tessel::modes {
 
@@ -13,7 +15,11 @@ namespace {
 
 constexpr double kBlocksPerPeriod = 8;
 constexpr double kDeviations = 5; // of a mean of squares above its expectation that chance explains
+constexpr double kBlocksPerLife = 2;   // of a term: fewer would average it out
+constexpr double kArtefact = 1;        // samples: a term of shorter life is the first sample's alone
 constexpr std::size_t kMostModes = 300;
+constexpr std::size_t kFewest = 8;
+constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
 
 std::size_t block_factor(double highest, std::size_t samples)
 {
@@ -26,6 +32,11 @@ std::size_t block_factor(double highest, std::size_t samples)
 Noise extend(const Series& record, const Noise& noise, std::size_t from, std::size_t first, double depth)
 {
     Noise out = noise;
+    if (first > from) { // later: the segments that are left behind go
+        const std::size_t gone = std::min((first - from) / noise.segment, noise.sigma.size() - 1);
+        out.sigma.erase(out.sigma.begin(), out.sigma.begin() + static_cast<std::ptrdiff_t>(gone));
+        return out;
+    }
     std::size_t at = from;
     while (at > first) {
         const std::size_t begin = at > first + noise.segment ? at - noise.segment : first;
@@ -39,6 +50,16 @@ Noise extend(const Series& record, const Noise& noise, std::size_t from, std::si
         at = begin;
     }
     return out;
+}
+
+/// The shortest time, in samples, in which a term that decays falls by a neper.
+double shortest_life(const Terms& terms)
+{
+    double life = INFINITY;
+    for (const Term& term : terms)
+        if (term.origin == 0 && term.decay > 0)
+            life = std::min(life, 1 / static_cast<double>(term.decay));
+    return life;
 }
 
 /// Whether the first `extension` means are explained: no mean of squares from the first sample on is above that of the
@@ -64,8 +85,8 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
     return true;
 }
 
-/// The fit walked back from `late` to the sample `first`; good if it stays explained by few new modes.
-Stage walk_back(const Series& record, const Stage& late, std::size_t first, const Watch& watch)
+/// The fit of `late`, carried to another first sample and continued there.
+Stage carry(const Series& record, const Stage& late, std::size_t first, std::size_t mostModes, const Watch& watch)
 {
     Stage stage;
     stage.first = first;
@@ -73,7 +94,7 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     stage.highest = late.highest;
     stage.noise = extend(record, late.noise, late.first, first, watch.depth());
     stage.series = decimate(record, first, stage.factor, stage.noise);
-    const auto shift = static_cast<Extended>(late.first - first) / static_cast<Extended>(stage.factor);
+    const Extended shift = (static_cast<Extended>(late.first) - static_cast<Extended>(first)) / static_cast<Extended>(stage.factor);
     Terms terms = late.fit.terms;
     for (Term& term : terms) {
         const ExtendedComplex back = power(term, -shift - static_cast<Extended>(term.origin));
@@ -83,15 +104,90 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
             term.c = 0;
         term.origin = 0;
     }
-    const double periods = static_cast<double>(late.first - first) * late.highest;
-    const auto more = static_cast<std::size_t>(periods / kPeriodsPerMode);
-    stage.fit = continue_fit(stage.series, terms, terms.size() + more + 6, Effort::quick, watch);
-    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.terms.size() <= late.fit.terms.size() + more &&
-                 explained(stage.series, stage.fit.terms, static_cast<std::size_t>(shift) + 1, late.fit.reduced);
+    stage.fit = continue_fit(stage.series, terms, mostModes, Effort::quick, watch);
+    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < 2;
     return stage;
 }
 
+/// The fit walked back from `late` to the sample `first`; good if it stays explained by few new modes.
+Stage walk_back(const Series& record, const Stage& late, std::size_t first, const Watch& watch)
+{
+    const double periods = static_cast<double>(late.first - first) * late.highest;
+    const auto more = static_cast<std::size_t>(periods / kPeriodsPerMode);
+    const std::size_t count = late.fit.terms.size();
+    Stage stage = carry(record, late, first, count + more + 6, watch);
+    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.terms.size() <= count + more &&
+                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late.fit.reduced);
+    if (getenv("DBG")) fprintf(stderr,"walk %zu -> %zu terms %zu -> %zu (more %zu) failed %d stopped %d reduced %.2f -> %.2f good %d\n", late.first, first, count, stage.fit.terms.size(), more, stage.fit.failed, stage.fit.stopped, late.fit.reduced, stage.fit.reduced, stage.good);
+    return stage;
+}
+
+/// The first sample that stands above what the record begins with; 0 if it begins at full size.
+std::size_t onset(const Series& record)
+{
+    const std::size_t n = record.size();
+    const auto size = [&](std::size_t k) {
+        return std::max(std::abs(record.re[k]), record.complex() ? std::abs(record.im[k]) : 0);
+    };
+    const std::size_t head = std::max<std::size_t>(1, n / 50);
+    double quiet = 0;
+    for (std::size_t k = 0; k < head; ++k)
+        quiet = std::max(quiet, size(k));
+    for (std::size_t k = head; k < n; ++k)
+        if (size(k) > kAboveSilence * quiet)
+            return k;
+    return 0;
+}
+
+/// Leaves out what terms of short life explain at the beginning: of a driven record where they take less than their share
+/// of periods, else where they last for a sample alone.
+Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
+{
+    for (;;) {
+        struct Life {
+            double periods, life;
+            std::size_t samples, term;
+        };
+        std::vector<Life> lives;
+        const double sigma = 1 / std::sqrt(stage.series.weight.front());
+        for (std::size_t j = 0; j < stage.fit.terms.size(); ++j) {
+            const Term& term = stage.fit.terms[j];
+            const double above = std::abs(term.c) / sigma;
+            if (term.origin != 0 || term.decay <= 0 || above <= 1)
+                continue;
+            const double samples =
+                std::log(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor);
+            lives.push_back({samples * stage.highest, static_cast<double>(stage.factor) / static_cast<double>(term.decay),
+                             static_cast<std::size_t>(samples) + 1, j});
+        }
+        std::sort(lives.begin(), lives.end(), [](const Life& a, const Life& b) { return a.periods < b.periods; });
+        std::size_t count = 0;
+        for (std::size_t j = 0; j < lives.size(); ++j)
+            if (driven ? static_cast<double>(j + 1) > lives[j].periods / kPeriodsPerMode : lives[j].life < kArtefact)
+                count = j + 1;
+        if (count == 0 || stage.first + lives[count - 1].samples + kFewest > record.size())
+            return stage;
+        Stage shorter = stage;
+        std::vector<char> out(stage.fit.terms.size(), 0);
+        for (std::size_t j = 0; j < count; ++j)
+            out[lives[j].term] = 1;
+        shorter.fit.terms.clear();
+        for (std::size_t j = 0; j < stage.fit.terms.size(); ++j)
+            if (!out[j])
+                shorter.fit.terms.push_back(stage.fit.terms[j]);
+        shorter = carry(record, shorter, stage.first + lives[count - 1].samples, shorter.fit.terms.size() + 1, watch);
+        if (shorter.fit.failed || shorter.fit.terms.size() >= stage.fit.terms.size() || (driven && cost(shorter) > cost(stage)))
+            return stage;
+        stage = std::move(shorter);
+    }
+}
+
 } // namespace
+
+Stage skip_artefacts(const Series& record, Stage stage, const Watch& watch)
+{
+    return trim(record, std::move(stage), false, watch);
+}
 
 double cost(const Stage& stage)
 {
@@ -111,10 +207,13 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         std::fill(stage.noise.sigma.begin(), stage.noise.sigma.end(), *options.noise / unit);
         stage.noise.found = true;
     }
-    stage.factor = block_factor(stage.highest, record.size() - first);
-    stage.series = decimate(record, first, stage.factor, stage.noise);
-    stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
-                           options.mostModes.value_or(kMostModes), effort, watch);
+    for (stage.factor = block_factor(stage.highest, record.size() - first);; stage.factor = (stage.factor + 1) / 2) {
+        stage.series = decimate(record, first, stage.factor, stage.noise);
+        stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
+                               options.mostModes.value_or(kMostModes), effort, watch);
+        if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
+            break;
+    }
     stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < 2;
     return stage;
 }
@@ -123,38 +222,46 @@ Stage skip_drive(const Series& record, const Options& options, double unit, cons
 {
     watch.tell("drive", 0, 0);
     const std::size_t n = record.size();
+    const std::size_t from = onset(record);
     Stage late;
-    for (const double part : {0.25, 0.5, 0.7}) {
-        late = fit_from(record, static_cast<std::size_t>(part * static_cast<double>(n)), options, unit, Effort::thorough, watch);
+    for (const double part : {0.0, 0.25, 0.5, 0.7}) {
+        const auto first = from + static_cast<std::size_t>(part * static_cast<double>(n - from));
+        if (first == 0 || n - first < kFewest)
+            continue;
+        late = fit_from(record, first, options, unit, part == 0 ? Effort::quick : Effort::thorough,
+                        watch.share(part == 0 ? 0.1 : 0.35));
+        late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor));
         if (late.good)
             break;
     }
     if (!late.good)
         return late;
+    double left = 0.8;
+    const double part = 0.08; // of the work, for one step
     const auto enough =
         std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(late.highest, 1e-4)));
-    Stage whole = walk_back(record, late, 0, watch);
-    if (whole.good)
-        return whole;
-    std::size_t bad = 0; // the earliest is not good
-    while (late.first > bad + enough) {
-        const std::size_t middle = bad + (late.first - bad) / 2;
-        Stage stage = walk_back(record, late, middle, watch);
+    // Steps halve where one fails: what a long step cannot explain, two short ones may, as modes of short life come in.
+    std::size_t step = late.first - from;
+    while (step >= enough && late.first > from && left > 0) {
+        const Watch walk = watch.share(part);
+        const std::size_t first = late.first > from + step ? late.first - step : from;
+        Stage stage = walk_back(record, late, first, walk);
+        left -= part * walk.spent();
         if (stage.good)
             late = std::move(stage);
         else
-            bad = middle;
+            step = std::min(step, late.first - from) / 2;
     }
     // A mode of short life that shows only near the drive's end is admitted by a leap alone.
     for (const double periods : {2.01, 1.01}) {
         const auto leap = static_cast<std::size_t>(periods * kPeriodsPerMode / std::max(late.highest, 1e-4));
-        if (leap < late.first) {
-            Stage stage = walk_back(record, late, late.first - leap, watch);
+        if (leap < late.first - from) {
+            Stage stage = walk_back(record, late, late.first - leap, watch.share(part));
             if (stage.good)
                 late = std::move(stage);
         }
     }
-    return late;
+    return trim(record, std::move(late), true, watch.share(0.2));
 }
 
 } // namespace tessel::modes

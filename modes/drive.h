@@ -31,6 +31,9 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
 /// any drive. Bisection finds the earliest such sample.
 Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch);
 
+/// Leaves out the first samples where terms explain nothing else: the last of a drive, such as a step's rise.
+Stage skip_artefacts(const Series& record, Stage stage, const Watch& watch);
+
 /// Cost of a stage against another: its modes, and the periods that it leaves out over kPeriodsPerMode.
 double cost(const Stage& stage);
 

@@ -33,7 +33,8 @@ public:
     /// @param samples  of the record: the work that is allowed grows with it
     /// @param depth    least noise that is assumed, of the highest sample nearby
     Watch(const Options& options, std::size_t samples, double depth)
-        : options_(options), depth_(depth), left_(kWork * std::max(1.0, static_cast<double>(samples) / 16000))
+        : options_(options), depth_(depth), full_(kWork * std::max(1.0, static_cast<double>(samples) / 16000)),
+          left_(full_)
     {}
     /// Counts a refinement: an estimate of its operations, so that the limit does not depend on the machine.
     void spend(const Refined& refined, std::size_t n) const
@@ -41,6 +42,15 @@ public:
         const auto k = static_cast<double>(refined.terms.size());
         left_ -= (refined.steps + 1) * (20 * k * static_cast<double>(n) + 5000 * k * k + 40 * k * k * k);
     }
+    /// For a part of the work: an account of its own, of this share.
+    Watch share(double part) const
+    {
+        Watch out = *this;
+        out.full_ = out.left_ = full_ * part;
+        return out;
+    }
+    /// Part of the work that is done, of what is allowed.
+    double spent() const { return 1 - left_ / full_; }
     double depth() const { return depth_; }
     /// Whether the work that is allowed is done.
     bool exhausted() const { return left_ < 0; }
@@ -54,6 +64,7 @@ private:
     static constexpr double kWork = 6e9;
     const Options& options_;
     double depth_;
+    double full_;
     mutable double left_;
 };
 
@@ -61,7 +72,7 @@ private:
 bool imitates_drive(const Series& series, const Terms& terms, double highest);
 
 /// Periods of the highest line that a new mode of short life takes, at least: more would imitate a drive.
-constexpr double kPeriodsPerMode = 8;
+constexpr double kPeriodsPerMode = 6;
 
 /// Fits a series whose lines end at `highest` cycles a sample. It gives up, with Fit::failed, when the first part stays
 /// far from what noise explains: a drive is in it, or what is there is no sum of few exponentials.

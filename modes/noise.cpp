@@ -37,6 +37,21 @@ double level(const Series& series, std::size_t begin, std::size_t length, double
     return std::sqrt(median(empty) / std::log(2.0) / (series.complex() ? 2 : 1));
 }
 
+/// Geometric means of each value and its neighbours: one segment alone varies by chance.
+std::vector<double> smooth(const std::vector<double>& sigma)
+{
+    std::vector<double> out(sigma.size());
+    for (std::size_t b = 0; b < sigma.size(); ++b) {
+        double sum = 0, count = 0;
+        for (std::size_t k = b > 0 ? b - 1 : b; k < std::min(b + 2, sigma.size()); ++k) {
+            sum += std::log(std::max(sigma[k], 1e-300));
+            ++count;
+        }
+        out[b] = std::exp(sum / count);
+    }
+    return out;
+}
+
 } // namespace
 
 Noise measure_noise(const Series& series, std::size_t first, double highest, double depth)
@@ -70,6 +85,7 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
         noise.sigma.push_back(noise.found ? level(series, begin, length, highest, window) : 0);
     }
     if (noise.found && segments > 1) {
+        noise.sigma = smooth(noise.sigma);
         const double largest = *std::max_element(noise.sigma.begin(), noise.sigma.end());
         const double middle = median(noise.sigma);
         const double least = *std::min_element(noise.sigma.begin(), noise.sigma.end());
