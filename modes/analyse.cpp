@@ -67,11 +67,24 @@ int normalise(Series& record)
     return exponent;
 }
 
+/// Whether the noise that a good fit leaves is coloured.
+bool is_coloured(const Stage& stage)
+{
+    std::vector<double> residual;
+    evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
+    return coloured(stage.series, residual);
+}
+
 /// Fits a record, behind its drive if it has one.
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
 {
     Stage stage = fit_from(record, options.first.value_or(0), options, unit,
                            options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.35));
+    if (!stage.good || is_coloured(stage)) {
+        Stage other = fit_coloured(record, stage, options, watch.share(0.6));
+        if (other.good)
+            return other;
+    }
     if (!options.first && (!stage.good || imitates_drive(stage.series, stage.fit.terms,
                                                          stage.highest * static_cast<double>(stage.factor)))) {
         Stage late = skip_drive(record, options, unit, watch);
@@ -124,7 +137,7 @@ Result run(Series record, double start, double spacing, const Options& options)
     double background = 0;
     if (!fit.failed) {
         const std::vector<Mode> modes =
-            modes_of(series, fit.terms, factor, spacing, std::vector<double>(fit.terms.size(), reduced));
+            modes_of(series, fit.terms, factor, stage.whitener, spacing, std::vector<double>(fit.terms.size(), reduced));
         for (std::size_t j = 0; j < modes.size(); ++j) {
             Mode mode = modes[j];
             mode.amplitude *= unit;
@@ -157,6 +170,9 @@ Result run(Series record, double start, double spacing, const Options& options)
     if (background > 0)
         remark(result, RemarkCode::background, background,
                "an offset or a slow drift was fitted beside the modes");
+    if (stage.whitener.order() > 0 && stage.contrast > 1.5)
+        remark(result, RemarkCode::colouredNoise, stage.contrast,
+               "the noise is not white: it was weighted by its spectrum");
     add_remarks(result, stage, start, spacing, unit);
     return result;
 }

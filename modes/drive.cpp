@@ -19,6 +19,8 @@ constexpr double kBlocksPerLife = 2;   // of a term: fewer would average it out
 constexpr double kArtefact = 1;        // samples: a term of shorter life is the first sample's alone
 constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
+constexpr int kColourRounds = 6;
+constexpr double kSettled = 0.02;      // nepers of the noise, from round to round
 constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
 
 std::size_t block_factor(double highest, std::size_t samples)
@@ -81,6 +83,27 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
                 return false;
             next *= 2;
         }
+    }
+    return true;
+}
+
+/// Whether what the terms leave has one mean square over time.
+bool stationary(const Series& series, const Terms& terms)
+{
+    std::vector<double> residual;
+    const std::size_t n = series.size();
+    const double mean = evaluate(series, terms, n, &residual).chiSquare / static_cast<double>(n);
+    const std::size_t parts = std::clamp<std::size_t>(n / 64, 1, 16);
+    for (std::size_t b = 0; b < parts; ++b) {
+        double sum = 0, count = 0;
+        for (std::size_t k = b * n / parts; k < (b + 1) * n / parts; ++k, ++count) {
+            sum += residual[k] * residual[k] * series.weightAt(k);
+            if (series.complex())
+                sum += residual[n + k] * residual[n + k] * series.weightAt(k);
+        }
+        if (getenv("DBG")) fprintf(stderr, " %.2f", sum/count/mean);
+        if (sum / count > mean * (1 + kDeviations * std::sqrt(2 / count)))
+            return false;
     }
     return true;
 }
@@ -215,6 +238,36 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
             break;
     }
     stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < 2;
+    return stage;
+}
+
+Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch)
+{
+    Stage stage = base;
+    stage.whitener = Whitener();
+    const Series plain = decimate(record, base.first, base.factor, base.noise);
+    const double highest = base.highest * static_cast<double>(base.factor);
+    std::vector<double> residual = plain.re;
+    residual.insert(residual.end(), plain.im.begin(), plain.im.end());
+    stage.good = false;
+    double before = INFINITY;
+    for (int round = 0; round < kColourRounds; ++round) {
+        const Colour colour = colour_of(plain, residual);
+        stage.whitener = colour.whitener;
+        stage.contrast = colour.contrast;
+        stage.series = whiten(plain, stage.whitener);
+        stage.fit = fit_series(stage.series, highest, options.mostModes.value_or(kMostModes), Effort::thorough,
+                               watch.share(0.3));
+        if (getenv("DBG")) fprintf(stderr,"colour round %d order %zu contrast %.2f gain %.3e terms %zu failed %d stopped %d red %.3f\n", round, colour.whitener.order(), colour.contrast, colour.whitener.taps.empty()?0:1/colour.whitener.taps[0], stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced);
+        if (stage.fit.failed || stage.fit.stopped)
+            return stage;
+        evaluate(plain, through(stage.fit.terms, stage.whitener, true), plain.size(), &residual);
+        const double gain = stage.whitener.taps.empty() ? 1 : std::log(std::abs(stage.whitener.taps[0]));
+        if (std::abs(gain - before) < kSettled)
+            break;
+        before = gain;
+    }
+    stage.good = stage.fit.reduced < 2 && stationary(stage.series, stage.fit.terms);
     return stage;
 }
 

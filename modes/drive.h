@@ -3,6 +3,7 @@
 #ifndef TESSEL_MODES_DRIVE_H
 #define TESSEL_MODES_DRIVE_H
 
+#include "modes/colour.h"
 #include "modes/fit.h"
 #include "modes/noise.h"
 
@@ -14,7 +15,9 @@ struct Stage {
     std::size_t factor = 1;
     double highest = 0; ///< cycles a raw sample
     Noise noise;
-    Series series;
+    Series series; ///< behind the whitener
+    Whitener whitener;
+    double contrast = 1; ///< of the noise's spectrum, if it was made white
     Fit fit;
     bool good = false; ///< the fit explains the series
     bool skipped = false; ///< what lies before `first` was taken for a drive
@@ -30,6 +33,11 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
 /// modes and at most one new mode for every kPeriodsPerMode periods of the highest line, as modes of short life imitate
 /// any drive. Bisection finds the earliest such sample.
 Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch);
+
+/// Fits the decimated record of a stage anew, its noise coloured: in turns the noise's spectrum is found in what the fit
+/// leaves, and the record fitted behind the filter that makes it white. Good only if what is left does not change over
+/// time: a drive is no noise.
+Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch);
 
 /// Leaves out the first samples where terms explain nothing else: the last of a drive, such as a step's rise.
 Stage skip_artefacts(const Series& record, Stage stage, const Watch& watch);

@@ -1,5 +1,6 @@
 #include "modes/errors.h"
 #include "modes/decimation.h"
+#include "modes/refine.h"
 
 #include <Eigen/Cholesky>
 
@@ -20,13 +21,20 @@ ExtendedMatrix inverse_normal(const ExtendedMatrix& normal)
     ExtendedMatrix m = scale.asDiagonal() * normal * scale.asDiagonal();
     for (Eigen::Index i = 0; i < n; ++i)
         m(i, i) += scale[i] > 0 ? 1e-17L : 1;
+    // As in the refinement: double precision serves unless terms nearly depend on each other.
+    const Eigen::LLT<Eigen::MatrixXd> fast(m.cast<double>());
+    if (fast.info() == Eigen::Success && fast.matrixLLT().diagonal().minCoeff() > kWellConditioned) {
+        const Eigen::MatrixXd inverse = fast.solve(Eigen::MatrixXd::Identity(n, n));
+        return scale.asDiagonal() * inverse.cast<Extended>() * scale.asDiagonal();
+    }
     const Eigen::LDLT<ExtendedMatrix> factor(m);
     const ExtendedMatrix identity = ExtendedMatrix::Identity(n, n);
     const ExtendedMatrix inverse = factor.solve(identity);
     return scale.asDiagonal() * inverse * scale.asDiagonal();
 }
 
-std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, double spacing,
+std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, const Whitener& whitener,
+                           double spacing,
                            const std::vector<double>& scale)
 {
     std::vector<Mode> out;
@@ -38,8 +46,8 @@ std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t
     for (std::size_t j = 0; j < terms.size(); ++j) {
         const Term& term = terms[j];
         const ExtendedComplex s(-term.decay, term.angle);
-        const ExtendedComplex mean = block_mean(s, factor);
-        const ExtendedComplex slope = block_mean_slope(s, factor);
+        const ExtendedComplex mean = block_mean(s, factor) * whitener.response(s);
+        const ExtendedComplex slope = block_mean_slope(s, factor) + whitener.slope(s);
         const ExtendedComplex c(term.c.real(), term.c.imag());
         const auto origin = static_cast<Extended>(term.origin);
         const ExtendedComplex c0 = c * power(term, -origin) / mean;

@@ -3,6 +3,7 @@
 #ifndef TESSEL_MODES_ERRORS_H
 #define TESSEL_MODES_ERRORS_H
 
+#include "modes/colour.h"
 #include "modes/model.h"
 #include "modes/modes.h"
 
@@ -17,7 +18,8 @@ ExtendedMatrix inverse_normal(const ExtendedMatrix& normal);
 /// @param factor   samples in a mean
 /// @param spacing  of the raw record
 /// @param scale    variance of the noise over that of the weights, for each term
-std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, double spacing,
+std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, const Whitener& whitener,
+                           double spacing,
                            const std::vector<double>& scale);
 
 } // namespace tessel::modes

@@ -61,7 +61,7 @@ public:
     }
 
 private:
-    static constexpr double kWork = 6e9;
+    static constexpr double kWork = 1e10;
     const Options& options_;
     double depth_;
     double full_;

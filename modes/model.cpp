@@ -7,6 +7,7 @@ namespace tessel::modes {
 
 namespace {
 
+constexpr Extended kApart = 16; // of (|z - 1| n)^2: closed form above, doubling below
 constexpr std::size_t kTile = 128;
 // Below this a term is nothing beside its start: its square is lost in a double.
 constexpr Extended kNegligible = -57; // nepers
@@ -185,6 +186,66 @@ Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std
     return out;
 }
 
+namespace {
+
+/// The sums over segments of constant weight of u^a v^b e, where e is the product of two terms, z its ratio from sample to
+/// sample, u and v the samples' distances from the terms' origins. For |z - 1| n > kApart^(1/2), by their closed form at
+/// the segments' ends:
+///
+///     sum_{k < m} z^k = z^m q + const,   sum k z^k = z^m (m q - z q^2) + const,   q = 1 / (z - 1), ...
+template <class At, class U, class V>
+Products::Sums apart(ExtendedComplex z, const std::vector<Extended>& weights, const At& at, const U& u, const V& v)
+{
+    ExtendedComplex e0 = 0, eu = 0, ev = 0, euv = 0;
+    for (std::size_t b = 0; b <= weights.size(); ++b) {
+        const Extended step = (b > 0 ? weights[b - 1] : 0) - (b < weights.size() ? weights[b] : 0);
+        const ExtendedComplex e = step * at(b);
+        const Extended ub = u(b), vb = v(b);
+        e0 += e;
+        eu += ub * e;
+        ev += vb * e;
+        euv += ub * vb * e;
+    }
+    const ExtendedComplex q = ExtendedComplex(1) / (z - ExtendedComplex(1));
+    const ExtendedComplex zq2 = product(z, product(q, q));
+    const ExtendedComplex zzq3 = product(product(zq2, q), z + ExtendedComplex(1));
+    Products::Sums sums;
+    sums.s[0][0] = product(q, e0);
+    sums.s[1][0] = product(q, eu) - product(zq2, e0);
+    sums.s[0][1] = product(q, ev) - product(zq2, e0);
+    sums.s[1][1] = product(q, euv) - product(zq2, eu + ev) + product(zzq3, e0);
+    return sums;
+}
+
+/// The same for terms that stay together over the record, by doubling.
+template <class At, class U, class V>
+Products::Sums together(ExtendedComplex z, const std::vector<std::size_t>& begins, const std::vector<Extended>& weights,
+                        const At& at, const U& u, const V& v)
+{
+    Products::Sums sums;
+    PowerSums ps;
+    std::size_t have = 0;
+    for (std::size_t b = 0; b < weights.size(); ++b) {
+        const std::size_t length = begins[b + 1] - begins[b];
+        const ExtendedComplex e = weights[b] * at(b);
+        // 1e-30 of the largest weight is nothing in extended precision
+        if (b > 0 && std::norm(e) < 1e-60L * std::norm(weights[0]))
+            continue;
+        if (length != have) {
+            ps = power_sums(z, length);
+            have = length;
+        }
+        const Extended ub = u(b), vb = v(b);
+        sums.s[0][0] += product(e, ps.s0);
+        sums.s[1][0] += product(e, ps.s1 + ub * ps.s0);
+        sums.s[0][1] += product(e, ps.s1 + vb * ps.s0);
+        sums.s[1][1] += product(e, ps.s2 + (ub + vb) * ps.s1 + ub * vb * ps.s0);
+    }
+    return sums;
+}
+
+} // namespace
+
 Products::Products(const Series& series, const Terms& terms, std::size_t n)
     : count_(terms.size()), complex_(series.complex())
 {
@@ -202,10 +263,10 @@ Products::Products(const Series& series, const Terms& terms, std::size_t n)
     const std::size_t segments = weights.size();
 
     std::vector<ExtendedComplex> ratio(count_);
-    std::vector<std::vector<ExtendedComplex>> start(segments, std::vector<ExtendedComplex>(count_));
+    std::vector<std::vector<ExtendedComplex>> start(segments + 1, std::vector<ExtendedComplex>(count_));
     for (std::size_t j = 0; j < count_; ++j) {
         ratio[j] = power(terms[j], 1);
-        for (std::size_t b = 0; b < segments; ++b)
+        for (std::size_t b = 0; b <= segments; ++b)
             start[b][j] =
                 power(terms[j], static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[j].origin));
     }
@@ -217,26 +278,18 @@ Products::Products(const Series& series, const Terms& terms, std::size_t n)
                 const ExtendedComplex first = conjugate ? std::conj(ratio[i]) : ratio[i];
                 const ExtendedComplex z = product(first, ratio[j]);
                 Sums& sums = (conjugate ? conjugate_ : plain_)[i * count_ + j];
-                PowerSums ps;
-                std::size_t have = 0;
-                for (std::size_t b = 0; b < segments; ++b) {
-                    const std::size_t length = begins[b + 1] - begins[b];
-                    const ExtendedComplex e =
-                        weights[b] * product(conjugate ? std::conj(start[b][i]) : start[b][i], start[b][j]);
-                    // 1e-50 of the largest weight is nothing in extended precision's squares
-                    if (b > 0 && std::norm(e) < 1e-60L * std::norm(weights[0]))
-                        continue;
-                    if (length != have) {
-                        ps = power_sums(z, length);
-                        have = length;
-                    }
-                    const Extended u = static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[i].origin);
-                    const Extended v = static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[j].origin);
-                    sums.s[0][0] += product(e, ps.s0);
-                    sums.s[1][0] += product(e, ps.s1 + u * ps.s0);
-                    sums.s[0][1] += product(e, ps.s1 + v * ps.s0);
-                    sums.s[1][1] += product(e, ps.s2 + (u + v) * ps.s1 + u * v * ps.s0);
-                }
+                const auto at = [&](std::size_t b) {
+                    return product(conjugate ? std::conj(start[b][i]) : start[b][i], start[b][j]);
+                };
+                const auto before = [&](std::size_t b, std::size_t term) {
+                    return static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[term].origin);
+                };
+                if (std::norm(z - ExtendedComplex(1)) * static_cast<Extended>(n) * static_cast<Extended>(n) > kApart)
+                    sums = apart(z, weights, at, [&](std::size_t b) { return before(b, i); },
+                                 [&](std::size_t b) { return before(b, j); });
+                else
+                    sums = together(z, begins, weights, at, [&](std::size_t b) { return before(b, i); },
+                                    [&](std::size_t b) { return before(b, j); });
                 // the other triangle: (conj E_i E_j)* and E_j E_i
                 Sums& mirror = (conjugate ? conjugate_ : plain_)[j * count_ + i];
                 if (i != j)

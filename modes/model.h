@@ -68,10 +68,11 @@ public:
     /// Normal matrix of the linear parameters alone.
     ExtendedMatrix linear(const Terms& terms) const;
 
-private:
     struct Sums {
         ExtendedComplex s[2][2];
     };
+
+private:
     /// sum of w (k - o_i)^a (k - o_j)^b conj(E_i) E_j, and the same of E_i E_j.
     std::vector<Sums> conjugate_, plain_;
     std::size_t count_;

@@ -14,6 +14,7 @@ constexpr double kHalfWidth = 13;   // of the main lobe, in bins
 constexpr std::size_t kSegments = 32;
 constexpr double kConstant = 1.6;   // largest over smallest, of noise that is taken as constant
 
+constexpr double kStep = 0.2;       // nepers between levels of noise that varies
 constexpr double kCorrelation = 3.5; // bins that share one value under the window
 
 /// Standard deviation in the band above `highest` of the samples [begin, begin + length).
@@ -100,6 +101,11 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
             noise.sigma[b] = floor[b];
             noise.varies = true;
         }
+    // Levels a quarter apart will do: segments of equal level cost less.
+    if (noise.varies)
+        for (double& sigma : noise.sigma)
+            if (sigma > 0)
+                sigma = std::exp(std::round(std::log(sigma) / kStep) * kStep);
     return noise;
 }
 

@@ -11,7 +11,6 @@ namespace {
 
 constexpr double kEnough = 1e-3;          // least gain in chi^2 of a step
 constexpr double kProgress = 0.05;        // least part of the way to a target that a step makes
-constexpr double kWellConditioned = 1e-4; // least pivot's root, of a matrix with unit diagonal
 constexpr Extended kPi = 3.14159265358979323846264338327950288L;
 
 void add_linear(Terms& terms, const ExtendedVector& step)
