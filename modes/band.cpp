@@ -13,17 +13,20 @@ constexpr double kBeta = 20;
 constexpr double kFalseAlarm = 1e-3;
 constexpr double kLeast = 3e-8; // of the highest line, in amplitude
 
-/// Noise of a power spectrum: the least of the medians of its sixteen parts, for white noise.
-double floor_of(const std::vector<double>& power)
+/// Noise of a power spectrum: for each of its sixteen parts the median there or in the next above, whichever is less, so
+/// that lines that crowd a part do not count.
+std::vector<double> floor_of(const std::vector<double>& power)
 {
     const std::size_t parts = std::min<std::size_t>(16, std::max<std::size_t>(1, power.size() / 128));
-    double least = INFINITY;
+    std::vector<double> medians;
     for (std::size_t p = 0; p < parts; ++p) {
         const auto from = power.begin() + static_cast<std::ptrdiff_t>(p * power.size() / parts);
         const auto to = power.begin() + static_cast<std::ptrdiff_t>((p + 1) * power.size() / parts);
-        least = std::min(least, median(std::vector<double>(from, to)));
+        medians.push_back(median(std::vector<double>(from, to)) / std::log(2.0));
     }
-    return least / std::log(2.0);
+    for (std::size_t p = 0; p + 1 < parts; ++p)
+        medians[p] = std::min(medians[p], medians[p + 1]);
+    return medians;
 }
 
 double highest_in(const Series& series, std::size_t first, std::size_t length)
@@ -39,7 +42,6 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
         im[k] = series.im[first + k] * window[k];
     const std::size_t padded = fast_length(2 * length);
     std::vector<double> power = power_spectrum(re, im, padded);
-    const double noise = floor_of(power);
     if (series.complex()) { // the two signs share a place
         const std::size_t half = padded / 2;
         for (std::size_t k = 1; k < half; ++k)
@@ -47,10 +49,10 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
         power.resize(half + 1);
     }
     const double top = *std::max_element(power.begin(), power.end());
-    const double threshold = std::max(noise * std::log(static_cast<double>(power.size()) / kFalseAlarm) * 1.5,
-                                      kLeast * kLeast * top);
+    const std::vector<double> noise = floor_of(power);
+    const double above = 1.5 * std::log(static_cast<double>(power.size()) / kFalseAlarm);
     for (std::size_t k = power.size() - 1; k-- > 1;)
-        if (power[k] > threshold && power[k] >= power[k - 1] && power[k] >= power[k + 1])
+        if (power[k] > std::max(above * noise[k * noise.size() / power.size()], kLeast * kLeast * top) && power[k] >= power[k - 1] && power[k] >= power[k + 1])
             return static_cast<double>(k) / static_cast<double>(padded);
     return 0;
 }
