@@ -2,6 +2,7 @@
 #include "modes/drive.h"
 #include "modes/modes.h"
 #include "modes/remarks.h"
+#include "modes/rounding.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,7 +17,11 @@ namespace {
 constexpr std::size_t kFewest = 8;
 // Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails that
 // are no sum of modes. The first that can be explained is taken.
-constexpr double kDepths[] = {6e-16, 1e-13, 1e-9};
+constexpr double kDepths[] = {6e-16, 1e-9};
+// Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of.
+constexpr double kLeastSingle = 4;
+constexpr double kLeastDouble = 100;
+constexpr double kDouble = 0x1p-53;
 constexpr double kCertain = 5; // standard errors beyond which a decay differs from none
 
 void check(const Series& record, double start, double spacing, const Options& options)
@@ -75,6 +80,16 @@ bool is_coloured(const Stage& stage)
     return coloured(stage.series, residual);
 }
 
+/// The relative rounding of the arithmetic that made the record: single precision if every sample is such a number.
+double rounding_of(const Series& record)
+{
+    for (const auto* part : {&record.re, &record.im})
+        for (const double v : *part)
+            if (static_cast<double>(static_cast<float>(v)) != v)
+                return kDouble;
+    return 0x1p-24;
+}
+
 /// Fits a record, behind its drive if it has one.
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
 {
@@ -110,6 +125,7 @@ Result run(Series record, double start, double spacing, const Options& options)
         return result;
     }
     const int exponent = normalise(record);
+    record.rounding = rounding_of(record);
     const double unit = std::ldexp(1.0, exponent);
     Result result;
     Stage stage;
@@ -126,7 +142,7 @@ Result run(Series record, double start, double spacing, const Options& options)
     const Noise& noise = stage.noise;
     const Series& series = stage.series;
     const Fit& fit = stage.fit;
-    const double reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
+    const double reduced = fit.reduced;
     result.firstSample = first;
     if (options.first)
         result.firstSampleReason = FirstSampleReason::given;
@@ -136,10 +152,26 @@ Result run(Series record, double start, double spacing, const Options& options)
     const double span = static_cast<double>(series.size() * factor) * spacing;
     double background = 0;
     if (!fit.failed) {
-        const std::vector<Mode> modes =
-            modes_of(series, fit.terms, factor, stage.whitener, spacing, std::vector<double>(fit.terms.size(), reduced));
+        std::vector<double> residual;
+        evaluate(series, fit.terms, series.size(), &residual);
+        const Feet feet = feet_of(series, fit.terms, series.size(), residual);
+        std::vector<double> scale(fit.terms.size(), feet.any() ? fit.reduced : reduced);
+        for (std::size_t j = 0; j < scale.size(); ++j)
+            if (feet.any())
+                scale[j] *= feet.excess(static_cast<double>(fit.terms[j].angle), series.size());
+        const std::vector<Mode> modes = modes_of(series, fit.terms, factor, stage.whitener, spacing, scale);
+        if (getenv("DBG")) fprintf(stderr,"final: terms %zu feet %d reduced %.3f %.3f\n", fit.terms.size(), feet.any(), reduced, fit.reduced);
+        const auto highest_amplitude = [&](const Mode& mode) {
+            return mode.amplitude * std::exp(std::clamp(-mode.decay * span, 0.0, 300.0));
+        };
+        double strongest = 0;
+        for (const Mode& mode : modes)
+            strongest = std::max(strongest, highest_amplitude(mode));
+        const double least = record.rounding * (record.rounding > kDouble ? kLeastSingle : kLeastDouble);
         for (std::size_t j = 0; j < modes.size(); ++j) {
             Mode mode = modes[j];
+            if (highest_amplitude(mode) < least * strongest)
+                continue;
             mode.amplitude *= unit;
             mode.amplitudeError *= unit;
             mode.significance = fit.significance[j];

@@ -22,6 +22,7 @@ Series decimate(const Series& series, std::size_t first, std::size_t factor, con
     mean(series.re, out.re);
     if (series.complex())
         mean(series.im, out.im);
+    out.rounding = series.rounding * std::sqrt(static_cast<double>(factor));
     out.segment = std::max<std::size_t>(1, noise.segment / factor);
     for (const double sigma : noise.sigma)
         out.weight.push_back(static_cast<double>(factor) / (sigma * sigma));

@@ -19,7 +19,10 @@ constexpr double kBlocksPerLife = 2;   // of a term: fewer would average it out
 constexpr double kArtefact = 1;        // samples: a term of shorter life is the first sample's alone
 constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
+constexpr double kMostNoise = 2;       // of chi^2 per degree of freedom
+constexpr double kMostWalking = 10;
 constexpr int kColourRounds = 6;
+constexpr double kWalking = 4;         // of the mean square of noise that walks at random, in a part of the record
 constexpr double kSettled = 0.02;      // nepers of the noise, from round to round
 constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
 
@@ -53,6 +56,9 @@ Noise extend(const Series& record, const Noise& noise, std::size_t from, std::si
     }
     return out;
 }
+
+/// Whether the fit leaves about the noise: lines that rounding excites leave more than the model of their feet says.
+bool explains(const Fit& fit) { return fit.reduced < (fit.walks ? kMostWalking : kMostNoise); }
 
 /// The shortest time, in samples, in which a term that decays falls by a neper.
 double shortest_life(const Terms& terms)
@@ -94,6 +100,7 @@ bool stationary(const Series& series, const Terms& terms)
     const std::size_t n = series.size();
     const double mean = evaluate(series, terms, n, &residual).chiSquare / static_cast<double>(n);
     const std::size_t parts = std::clamp<std::size_t>(n / 64, 1, 16);
+    const double most = feet_of(series, terms, n, residual).any() ? kWalking : 1;
     for (std::size_t b = 0; b < parts; ++b) {
         double sum = 0, count = 0;
         for (std::size_t k = b * n / parts; k < (b + 1) * n / parts; ++k, ++count) {
@@ -102,7 +109,7 @@ bool stationary(const Series& series, const Terms& terms)
                 sum += residual[n + k] * residual[n + k] * series.weightAt(k);
         }
         if (getenv("DBG")) fprintf(stderr, " %.2f", sum/count/mean);
-        if (sum / count > mean * (1 + kDeviations * std::sqrt(2 / count)))
+        if (sum / count > most * mean * (1 + kDeviations * std::sqrt(2 / count)))
             return false;
     }
     return true;
@@ -116,7 +123,9 @@ Stage carry(const Series& record, const Stage& late, std::size_t first, std::siz
     stage.factor = late.factor;
     stage.highest = late.highest;
     stage.noise = extend(record, late.noise, late.first, first, watch.depth());
-    stage.series = decimate(record, first, stage.factor, stage.noise);
+    stage.whitener = late.whitener;
+    stage.contrast = late.contrast;
+    stage.series = whiten(decimate(record, first, stage.factor, stage.noise), stage.whitener);
     const Extended shift = (static_cast<Extended>(late.first) - static_cast<Extended>(first)) / static_cast<Extended>(stage.factor);
     Terms terms = late.fit.terms;
     for (Term& term : terms) {
@@ -128,7 +137,7 @@ Stage carry(const Series& record, const Stage& late, std::size_t first, std::siz
         term.origin = 0;
     }
     stage.fit = continue_fit(stage.series, terms, mostModes, Effort::quick, watch);
-    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < 2;
+    stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit);
     return stage;
 }
 
@@ -237,7 +246,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
             break;
     }
-    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < 2;
+    stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit);
     return stage;
 }
 
@@ -267,7 +276,8 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
             break;
         before = gain;
     }
-    stage.good = stage.fit.reduced < 2 && stationary(stage.series, stage.fit.terms);
+    stage.good = explains(stage.fit) && stationary(stage.series, stage.fit.terms) &&
+                 !imitates_drive(plain, through(stage.fit.terms, stage.whitener, true), highest);
     return stage;
 }
 
@@ -284,6 +294,8 @@ Stage skip_drive(const Series& record, const Options& options, double unit, cons
         late = fit_from(record, first, options, unit, part == 0 ? Effort::quick : Effort::thorough,
                         watch.share(part == 0 ? 0.1 : 0.35));
         late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor));
+        if (!late.good && part > 0)
+            late = fit_coloured(record, late, options, watch.share(0.6));
         if (late.good)
             break;
     }

@@ -36,7 +36,8 @@ Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t m
             break;
         }
         if (round >= (effort == Effort::quick ? kQuickPatience : kPatience) &&
-            model.chiSquare > kHopeless * freedom(series, model.terms, n)) {
+            model.chiSquare > kHopeless * freedom(series, model.terms, n) &&
+            reduced_with_feet(series, model.terms, n) > kHopeless) {
             fit.failed = true;
             break;
         }
@@ -96,7 +97,7 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
     Refined model = complete(series, std::move(terms), series.size(), mostModes, fit, effort, watch);
     // A limit met on the way is none if elimination comes back below it.
     const double reduced = model.chiSquare / freedom(series, model.terms, series.size());
-    if (fit.failed || (fit.stopped && reduced > 2)) {
+    if (fit.failed || (fit.stopped && reduced > 2 && reduced_with_feet(series, model.terms, series.size()) > 2)) {
         fit.terms = model.terms;
         fit.chiSquare = model.chiSquare;
         fit.significance.assign(model.terms.size(), 1);
@@ -115,6 +116,11 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
     fit.terms = model.terms;
     fit.chiSquare = model.chiSquare;
     fit.reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
+    if (fit.reduced > 1.5) {
+        const double other = reduced_with_feet(series, fit.terms, series.size());
+        fit.walks = other < 0.5 * fit.reduced;
+        fit.reduced = std::min(fit.reduced, other);
+    }
     return fit;
 }
 

@@ -18,6 +18,7 @@ struct Fit {
     bool stopped = false;             ///< at the limit of modes
     bool failed = false;              ///< given up: this is no sum of few exponentials and noise
     double reduced = 0;               ///< chi^2 per degree of freedom
+    bool walks = false;               ///< the lines stand on feet that rounding explains
 };
 
 /// How early a fit is given up.

@@ -24,6 +24,7 @@ struct Series {
     std::vector<double> im; ///< empty for a real record
     std::size_t segment = 1;        ///< samples in a segment; the last may be shorter
     std::vector<double> weight;     ///< 1 / sigma^2 of each segment
+    double rounding = 0;            ///< largest step of a random walk, of an amplitude, that rounding may cause each sample
 
     std::size_t size() const { return re.size(); }
     bool complex() const { return !im.empty(); }

@@ -15,7 +15,7 @@ constexpr double kTail = 5;         // nepers after which a filter ends
 constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
 
 void scan(const std::vector<double>& re, const std::vector<double>& im, bool backward, double threshold,
-          std::vector<Candidate>& out)
+          const Feet& feet, std::vector<Candidate>& out)
 {
     const std::size_t n = re.size();
     const bool complex = !im.empty();
@@ -52,6 +52,14 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
                 continue;
             Candidate c;
             c.score = score[k];
+            if (feet.any()) {
+                double at = static_cast<double>(kTwoPi) * static_cast<double>(k) / static_cast<double>(padded);
+                if (complex && backward)
+                    at = -at;
+                c.score /= feet.excess(at, length);
+                if (c.score < threshold)
+                    continue;
+            }
             Extended angle = kTwoPi * static_cast<Extended>(k) / static_cast<Extended>(padded);
             if (complex && 2 * k > padded)
                 angle -= kTwoPi;
@@ -91,8 +99,9 @@ std::vector<Candidate> search(const Series& series, const Terms& terms, std::siz
     }
     const double threshold = chance_score(n) * inflation;
     std::vector<Candidate> all, out;
-    scan(re, im, false, threshold, all);
-    scan(re, im, true, threshold, all);
+    const Feet feet = feet_of(series, terms, n, residual);
+    scan(re, im, false, threshold, feet, all);
+    scan(re, im, true, threshold, feet, all);
     std::stable_sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
     const auto resolution = static_cast<double>(kTwoPi) / static_cast<double>(n);
     for (const Candidate& c : all) {

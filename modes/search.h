@@ -4,6 +4,7 @@
 #define TESSEL_MODES_SEARCH_H
 
 #include "modes/model.h"
+#include "modes/rounding.h"
 
 namespace tessel::modes {
 

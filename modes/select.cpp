@@ -36,6 +36,29 @@ std::vector<double> wald(const Series& series, const Terms& terms, std::size_t n
     return out;
 }
 
+namespace {
+
+Feet feet_at(const Series& series, const Terms& terms, std::size_t n)
+{
+    std::vector<double> residual;
+    evaluate(series, terms, n, &residual);
+    return feet_of(series, terms, n, residual);
+}
+
+/// What a unit of chi^2 is: its value per degree of freedom, if that is above one.
+double unit_of(const Series& series, const Refined& model, std::size_t n)
+{
+    const double reduced = model.chiSquare / freedom(series, model.terms, n);
+    return std::max(1.0, reduced > 1.5 ? std::min(reduced, reduced_with_feet(series, model.terms, n)) : reduced);
+}
+
+double excess(const Feet& feet, const Term& term, std::size_t n)
+{
+    return feet.any() ? feet.excess(static_cast<double>(term.angle), n) : 1;
+}
+
+} // namespace
+
 Terms prune(const Series& series, const Terms& terms, std::size_t n)
 {
     Terms out;
@@ -54,12 +77,13 @@ Refined thin(const Series& series, Refined model, std::size_t n, const Account& 
 {
     const double threshold = 2 * chance_score(n);
     std::size_t most = model.terms.size();
+    const Feet feet = feet_at(series, model.terms, n);
     while (most > 0) {
-        const double scale = std::max(1.0, model.chiSquare / freedom(series, model.terms, n));
+        const double scale = unit_of(series, model, n);
         const std::vector<double> statistic = wald(series, model.terms, n);
         std::vector<std::size_t> weak;
         for (std::size_t j = 0; j < statistic.size(); ++j)
-            if (!(statistic[j] > threshold * scale))
+            if (!(statistic[j] > threshold * scale * excess(feet, model.terms[j], n)))
                 weak.push_back(j);
         if (weak.empty())
             break;
@@ -74,10 +98,13 @@ Refined thin(const Series& series, Refined model, std::size_t n, const Account& 
         for (std::size_t j = 0; j < model.terms.size(); ++j)
             if (!out[j])
                 rest.push_back(model.terms[j]);
-        Refined without = refine(series, rest, n, 12, model.chiSquare + threshold * scale);
+        double most_rise = 0; // that chance explains
+        for (const std::size_t j : weak)
+            most_rise = std::max(most_rise, threshold * scale * excess(feet, model.terms[j], n));
+        Refined without = refine(series, rest, n, 12, model.chiSquare + most_rise);
         if (!account(without))
             break;
-        if (without.chiSquare - model.chiSquare < threshold * scale)
+        if (without.chiSquare - model.chiSquare < most_rise)
             model = std::move(without);
         else
             most /= 2;
@@ -90,11 +117,16 @@ Refined eliminate(const Series& series, Refined model, std::size_t n, std::vecto
 {
     model = thin(series, std::move(model), n, account);
     const double threshold = 2 * chance_score(n);
-    const auto scale = [&] { return std::max(1.0, model.chiSquare / freedom(series, model.terms, n)); };
+    const auto scale = [&] { return unit_of(series, model, n); };
     std::vector<char> kept(model.terms.size(), 0); // tested and found real since the last removal
-    significance = wald(series, model.terms, n);
-    for (double& s : significance)
-        s /= scale();
+    Feet feet;
+    const auto statistics = [&] {
+        feet = feet_at(series, model.terms, n);
+        significance = wald(series, model.terms, n);
+        for (std::size_t j = 0; j < significance.size(); ++j)
+            significance[j] /= scale() * excess(feet, model.terms[j], n);
+    };
+    statistics();
     for (;;) {
         // least significant first
         std::size_t worst = model.terms.size();
@@ -105,15 +137,14 @@ Refined eliminate(const Series& series, Refined model, std::size_t n, std::vecto
             break;
         Refined without = model;
         without.terms.erase(without.terms.begin() + static_cast<std::ptrdiff_t>(worst));
-        without = refine(series, without.terms, n, 20, model.chiSquare + threshold * scale());
+        const double unit = scale() * excess(feet, model.terms[worst], n);
+        without = refine(series, without.terms, n, 20, model.chiSquare + threshold * unit);
         if (!account(without))
             break;
-        const double rise = (without.chiSquare - model.chiSquare) / scale();
+        const double rise = (without.chiSquare - model.chiSquare) / unit;
         if (rise < threshold) {
             model = without;
-            significance = wald(series, model.terms, n);
-            for (double& s : significance)
-                s /= scale();
+            statistics();
             kept.assign(model.terms.size(), 0);
         } else {
             kept[worst] = 1;

@@ -1,0 +1,123 @@
+#include "modes/rounding.h"
+#include "modes/spectrum.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel::modes {
+
+namespace {
+
+constexpr double kBeta = 8;     // side lobes 60 dB down
+constexpr double kNearest = 2.5; // bins: from the main lobe's half on
+constexpr double kFarthest = 9;
+constexpr double kShown = 3;    // of the white noise, at kNearest: a foot that counts
+constexpr double kPi = 3.14159265358979323846;
+
+/// Periodogram of the weighted residual, mean 1 for white noise of the series' weights; its length is that of the transform.
+std::vector<double> weighted_periodogram(const Series& series, std::size_t n, const std::vector<double>& residual,
+                                         std::size_t& padded)
+{
+    const std::vector<double> window = kaiser(n, kBeta);
+    std::vector<double> re(n), im(series.complex() ? n : 0);
+    for (std::size_t k = 0; k < n; ++k) {
+        const double w = window[k] * std::sqrt(series.weightAt(k));
+        re[k] = residual[k] * w;
+        if (series.complex())
+            im[k] = residual[n + k] * w;
+    }
+    padded = fast_length(n);
+    std::vector<double> power = power_spectrum(re, im, padded);
+    if (series.complex())
+        for (double& p : power)
+            p /= 2;
+    return power;
+}
+
+} // namespace
+
+double Feet::excess(double angle, std::size_t samples) const
+{
+    double sum = 1;
+    const double near = kPi / static_cast<double>(samples);
+    for (std::size_t j = 0; j < walk.size(); ++j) {
+        const double apart = std::remainder(angle - angles[j], 2 * kPi);
+        sum += walk[j] / (apart * apart + near * near);
+    }
+    return sum;
+}
+
+Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std::vector<double>& residual)
+{
+    Feet feet;
+    if (terms.empty() || n < 64 || !(series.rounding > 0))
+        return feet;
+    std::size_t padded = 0;
+    const std::vector<double> power = weighted_periodogram(series, n, residual, padded);
+    const double bin = 2 * kPi / static_cast<double>(padded);
+    const double resolution = 2 * kPi / static_cast<double>(n);
+    double strongest = 0;
+    for (const Term& term : terms)
+        strongest = std::max(strongest, std::abs(term.c) * std::sqrt(series.weightAt(term.origin)));
+    std::vector<double> own, all;
+    for (const Term& term : terms) {
+        const auto angle = static_cast<double>(term.angle);
+        std::vector<double> values;
+        const auto centre = static_cast<std::ptrdiff_t>(std::llround(angle / bin));
+        const auto reach = static_cast<std::ptrdiff_t>(kFarthest * resolution / bin) + 1;
+        for (std::ptrdiff_t d = -reach; d <= reach; ++d) {
+            std::ptrdiff_t at = centre + d;
+            const double apart = static_cast<double>(at) * bin - angle;
+            if (std::abs(apart) < kNearest * resolution || std::abs(apart) > kFarthest * resolution)
+                continue;
+            if (series.complex()) {
+                at = (at % static_cast<std::ptrdiff_t>(padded) + static_cast<std::ptrdiff_t>(padded)) % static_cast<std::ptrdiff_t>(padded);
+            } else if (at < 0 || at >= static_cast<std::ptrdiff_t>(power.size())) {
+                continue;
+            }
+            bool nearest = true; // the foot of another line would be taken for this one's
+            for (const Term& other : terms)
+                nearest = nearest && (&other == &term ||
+                                      std::abs(static_cast<double>(other.angle) - (angle + apart)) > std::abs(apart));
+            if (!nearest)
+                continue;
+            values.push_back((power[static_cast<std::size_t>(at)] - 1) * apart * apart);
+        }
+        const double walk = values.size() < 4 ? -1 : std::max(0.0, median(values) / std::log(2.0));
+        own.push_back(walk);
+        if (walk >= 0)
+            all.push_back(walk);
+    }
+    if (all.empty())
+        return feet;
+    const double common = median(all);
+    const double least = kShown * kNearest * kNearest * resolution * resolution;
+    const double most = series.rounding * series.rounding * strongest * strongest;
+    if (getenv("DBG3")) fprintf(stderr, "   feet n %zu terms %zu common %.3g least %.3g most %.3g\n", n, terms.size(), common, least, most);
+    if (common > most)
+        return feet;
+    const double all_have = common < least ? 0 : common / 4;
+    bool any = false;
+    for (std::size_t j = 0; j < terms.size(); ++j) {
+        const double walk = own[j] < least / kShown ? 0 : std::min(own[j], most);
+        feet.walk.push_back(std::max(walk, all_have));
+        feet.angles.push_back(static_cast<double>(terms[j].angle));
+        any = any || feet.walk.back() > 0;
+    }
+    return any ? feet : Feet();
+}
+
+double reduced_with_feet(const Series& series, const Terms& terms, std::size_t n)
+{
+    std::vector<double> residual;
+    evaluate(series, terms, n, &residual);
+    const Feet feet = feet_of(series, terms, n, residual);
+    std::size_t padded = 0;
+    const std::vector<double> power = weighted_periodogram(series, n, residual, padded);
+    double sum = 0;
+    for (std::size_t k = 0; k < power.size(); ++k)
+        sum += power[k] / feet.excess(2 * kPi * static_cast<double>(k) / static_cast<double>(padded), n);
+    return sum / static_cast<double>(power.size());
+}
+
+} // namespace tessel::modes
