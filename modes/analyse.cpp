@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <chrono>
 
 namespace tessel::modes {
 
@@ -132,7 +133,10 @@ Result run(Series record, double start, double spacing, const Options& options)
     for (const double depth : kDepths) {
         if (depth > kDepths[0] && stage.noise.sigma.front() > depth)
             continue;
-        stage = fit_stage(record, options, unit, Watch(options, record.size(), depth));
+        const Watch watch(options, record.size(), depth);
+        const auto t0=std::chrono::steady_clock::now();
+        stage = fit_stage(record, options, unit, watch);
+        if (getenv("DBG")) fprintf(stderr,"depth %g spent %.3f seconds %.3f good %d\n", depth, watch.spent(), std::chrono::duration<double>(std::chrono::steady_clock::now()-t0).count(), stage.good);
         if (stage.good)
             break;
     }

@@ -12,6 +12,8 @@ namespace {
 constexpr double kBeta = 20;
 constexpr double kFalseAlarm = 1e-3;
 constexpr double kLeast = 3e-8; // of the highest line, in amplitude
+constexpr double kLeastSingle = 1e-5; // the same, of a record in single precision: rounding excites every mode of a grid
+constexpr double kSingle = 1e-10;
 
 /// Noise of a power spectrum: for each of its sixteen parts the median there or in the next above, whichever is less, so
 /// that lines that crowd a part do not count.
@@ -50,9 +52,10 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
     }
     const double top = *std::max_element(power.begin(), power.end());
     const std::vector<double> noise = floor_of(power);
+    const double least = series.rounding > kSingle ? kLeastSingle : kLeast;
     const double above = 1.5 * std::log(static_cast<double>(power.size()) / kFalseAlarm);
     for (std::size_t k = power.size() - 1; k-- > 1;)
-        if (power[k] > std::max(above * noise[k * noise.size() / power.size()], kLeast * kLeast * top) && power[k] >= power[k - 1] && power[k] >= power[k + 1])
+        if (power[k] > std::max(above * noise[k * noise.size() / power.size()], least * least * top) && power[k] >= power[k - 1] && power[k] >= power[k + 1])
             return static_cast<double>(k) / static_cast<double>(padded);
     return 0;
 }

@@ -247,6 +247,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
             break;
     }
     stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit);
+    if (getenv("DBG")) fprintf(stderr,"fit_from %zu highest %.4f factor %zu terms %zu failed %d stopped %d reduced %.3g noise %.3g found %d varies %d\n", first, stage.highest, stage.factor, stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced, stage.noise.sigma.front(), stage.noise.found, stage.noise.varies);
     return stage;
 }
 
@@ -259,7 +260,7 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
     std::vector<double> residual = plain.re;
     residual.insert(residual.end(), plain.im.begin(), plain.im.end());
     stage.good = false;
-    double before = INFINITY;
+    std::vector<double> gains;
     for (int round = 0; round < kColourRounds; ++round) {
         const Colour colour = colour_of(plain, residual);
         stage.whitener = colour.whitener;
@@ -271,10 +272,12 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
         if (stage.fit.failed || stage.fit.stopped)
             return stage;
         evaluate(plain, through(stage.fit.terms, stage.whitener, true), plain.size(), &residual);
-        const double gain = stage.whitener.taps.empty() ? 1 : std::log(std::abs(stage.whitener.taps[0]));
-        if (std::abs(gain - before) < kSettled)
+        const double gain = stage.whitener.taps.empty() ? 0 : std::log(std::abs(stage.whitener.taps[0]));
+        // settled, or going to and fro
+        if (round > 0 && (std::abs(gain - gains.back()) < kSettled ||
+                          (round > 1 && std::abs(gain - gains[gains.size() - 2]) < kSettled)))
             break;
-        before = gain;
+        gains.push_back(gain);
     }
     stage.good = explains(stage.fit) && stationary(stage.series, stage.fit.terms) &&
                  !imitates_drive(plain, through(stage.fit.terms, stage.whitener, true), highest);

@@ -117,8 +117,7 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
     fit.chiSquare = model.chiSquare;
     fit.reduced = fit.chiSquare / freedom(series, fit.terms, series.size());
     if (fit.reduced > 1.5) {
-        const double other = reduced_with_feet(series, fit.terms, series.size());
-        fit.walks = other < 0.5 * fit.reduced;
+        const double other = reduced_with_feet(series, fit.terms, series.size(), &fit.walks);
         fit.reduced = std::min(fit.reduced, other);
     }
     return fit;

@@ -37,24 +37,23 @@ public:
         : options_(options), depth_(depth), full_(kWork * std::max(1.0, static_cast<double>(samples) / 16000)),
           left_(full_)
     {}
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    /// For a part of the work: an account of its own, of this share, that counts for this one's, too.
+    Watch share(double part) const { return Watch(*this, part); }
     /// Counts a refinement: an estimate of its operations, so that the limit does not depend on the machine.
     void spend(const Refined& refined, std::size_t n) const
     {
         const auto k = static_cast<double>(refined.terms.size());
-        left_ -= (refined.steps + 1) * (20 * k * static_cast<double>(n) + 5000 * k * k + 40 * k * k * k);
-    }
-    /// For a part of the work: an account of its own, of this share.
-    Watch share(double part) const
-    {
-        Watch out = *this;
-        out.full_ = out.left_ = full_ * part;
-        return out;
+        const double work = (refined.steps + 1) * (20 * k * static_cast<double>(n) + 5000 * k * k + 40 * k * k * k);
+        for (const Watch* watch = this; watch != nullptr; watch = watch->whole_)
+            watch->left_ -= work;
     }
     /// Part of the work that is done, of what is allowed.
     double spent() const { return 1 - left_ / full_; }
     double depth() const { return depth_; }
-    /// Whether the work that is allowed is done.
-    bool exhausted() const { return left_ < 0; }
+    /// Whether the work that is allowed is done, here or in what this is a share of.
+    bool exhausted() const { return left_ < 0 || (whole_ != nullptr && whole_->exhausted()); }
     void tell(const char* stage, std::size_t modes, double part) const
     {
         if (options_.progress && !options_.progress({stage, modes, part}))
@@ -62,11 +61,15 @@ public:
     }
 
 private:
+    Watch(const Watch& whole, double part)
+        : options_(whole.options_), depth_(whole.depth_), full_(whole.full_ * part), left_(full_), whole_(&whole)
+    {}
     static constexpr double kWork = 1e10;
     const Options& options_;
     double depth_;
     double full_;
     mutable double left_;
+    const Watch* whole_ = nullptr;
 };
 
 /// Whether terms of short life crowd at the beginning, or cancel there, as they do when they imitate a drive.

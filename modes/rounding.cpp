@@ -107,11 +107,13 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     return any ? feet : Feet();
 }
 
-double reduced_with_feet(const Series& series, const Terms& terms, std::size_t n)
+double reduced_with_feet(const Series& series, const Terms& terms, std::size_t n, bool* any)
 {
     std::vector<double> residual;
     evaluate(series, terms, n, &residual);
     const Feet feet = feet_of(series, terms, n, residual);
+    if (any != nullptr)
+        *any = feet.any();
     std::size_t padded = 0;
     const std::vector<double> power = weighted_periodogram(series, n, residual, padded);
     double sum = 0;

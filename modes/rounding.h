@@ -24,7 +24,7 @@ struct Feet {
 Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std::vector<double>& residual);
 
 /// Mean square of the weighted residual over its expectation: chi^2 per degree of freedom, feet included.
-double reduced_with_feet(const Series& series, const Terms& terms, std::size_t n);
+double reduced_with_feet(const Series& series, const Terms& terms, std::size_t n, bool* any = nullptr);
 
 } // namespace tessel::modes
 
