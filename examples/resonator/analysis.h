@@ -3,47 +3,38 @@
 #include "examples/resonator/cavity.h"
 #include "examples/resonator/comparison.h"
 #include "examples/resonator/eigenmodes.h"
-#include "examples/resonator/fit.h"
 #include "examples/resonator/hankel.h"
-#include "examples/resonator/options.h"
 #include "examples/resonator/response.h"
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace resonator {
 
-/// A record and, if it was simulated, the cavity that it comes from.
+/// A simulated cavity.
 struct Subject
 {
+    Cavity cavity;
     Record record;
-    std::optional<Cavity> cavity;
-    std::vector<CavityMode> exact; ///< of the cavity
+    std::vector<CavityMode> exact;
 };
 
-/// All that is found out about a record.
+/// All that is found out about it.
 struct Findings
 {
-    std::vector<Fit> fits;
-    Fit fit; ///< the best of them
-    std::vector<Mode> modes;
+    tessel::modes::Result result; ///< from the record alone
+    std::vector<Pair> pairs;      ///< its modes beside the exact ones, and what the other methods find
+    Eigensolve eigensolve;
+    Window window; ///< of the Hankel matrix
     Hankel hankel;
-    std::optional<Hankel> analytic; ///< of a real record that is long enough
-    Response response;              ///< of a record: its spectrum
-    std::vector<Pair> pairs;        ///< of a cavity
-    std::optional<Eigensolve> eigensolve;
+    Response response;
 };
 
 using Progress = std::function<void(const std::string&)>;
 
-/// The samples to fit. Throws an Error if there are none.
-Window choose_window(const Options& options, const Subject& subject);
-
-/// Fits the record and realises its system; of a cavity, takes the other roads to its modes as well. `progress` is told
-/// what is being done.
-Findings analyse(FDTDCalcAPI& api, const Options& options, const Subject& subject, const Window& window,
-                 const Progress& progress);
+/// Finds the modes of the record, as it is and with nothing chosen; then those of the cavity, without the record.
+/// `progress` is told what is being done.
+Findings analyse(FDTDCalcAPI& api, const Subject& subject, const Progress& progress);
 
 } // namespace resonator

@@ -21,32 +21,44 @@ double pulse_deviation(const Cavity& cavity)
     return 1.0 / (2.0 * std::numbers::pi * cavity.bandwidth);
 }
 
+/// Between the steps n and n + 1, from the middle of the pulse [s].
+double time_in_pulse(const Cavity& cavity, Index n)
+{
+    return (static_cast<double>(n) + 0.5 - 0.5 * static_cast<double>(cavity.pulse_steps())) * cavity.time_step();
+}
+
+/// What the current takes from the field at the source after step n [V/m], as the program rounds it.
+double kick_after(const Cavity& cavity, Index n)
+{
+    return cavity.coefficients().curl / cavity.cell * cavity.current_after(n);
+}
+
+constexpr long double kPi = std::numbers::pi_v<long double>;
+
 /// A mode sin(m pi i/Nx) sin(n pi j/Ny) of the discrete cavity.
 struct Shape
 {
     Index m, n;
-    double k;    ///< S^2 (sin^2(m pi/(2 Nx)) + sin^2(n pi/(2 Ny)))
-    double gain; ///< couples the current at the source to the mode and the mode to the field at the probe [V/(m A)]
+    long double q;    ///< turns the field into its second difference in time, without loss
+    long double seen; ///< couples the field at the source to the mode and the mode to the field at the probe
 };
 
 std::vector<Shape> shapes(const Cavity& cavity)
 {
-    using std::numbers::pi;
-    const auto nx = static_cast<double>(cavity.cells_x), ny = static_cast<double>(cavity.cells_y);
-    const double epsilon = cavity.permittivity * kEpsilon0;
-    const double coupling = cavity.time_step() / (epsilon * cavity.cell * cavity.cell) * 4.0 / (nx * ny);
-    const auto sine = [](double waves, Index node, double cells) {
-        return std::sin(waves * pi * static_cast<double>(node) / cells);
+    // sin(pi waves node / cells) with its argument reduced while it is whole
+    const auto sine = [](Index waves, Index node, Index cells) {
+        return std::sin(kPi * static_cast<long double>(waves * node % (2 * cells)) / static_cast<long double>(cells));
     };
+    const auto [keep, curl, induce] = cavity.coefficients();
+    const Index nx = cavity.cells_x, ny = cavity.cells_y;
     std::vector<Shape> result;
-    for (Index m = 1; m < cavity.cells_x; ++m)
-        for (Index n = 1; n < cavity.cells_y; ++n) {
-            const auto p = static_cast<double>(m), q = static_cast<double>(n);
-            const double sine_x = std::sin(p * pi / (2.0 * nx)), sine_y = std::sin(q * pi / (2.0 * ny));
-            const double seen = sine(p, cavity.source.i, nx) * sine(q, cavity.source.j, ny) *
-                                sine(p, cavity.probe.i, nx) * sine(q, cavity.probe.j, ny);
-            result.push_back(
-                {m, n, cavity.courant * cavity.courant * (sine_x * sine_x + sine_y * sine_y), coupling * seen});
+    for (Index m = 1; m < nx; ++m)
+        for (Index n = 1; n < ny; ++n) {
+            const long double sine_x = sine(m, 1, 2 * nx), sine_y = sine(n, 1, 2 * ny);
+            result.push_back({m, n, 4.0L * curl * induce * (sine_x * sine_x + sine_y * sine_y),
+                              4.0L / static_cast<long double>(nx * ny) * sine(m, cavity.source.i, nx) *
+                                  sine(n, cavity.source.j, ny) * sine(m, cavity.probe.i, nx) *
+                                  sine(n, cavity.probe.j, ny)});
         }
     return result;
 }
@@ -63,18 +75,28 @@ double Cavity::loss() const
     return conductivity * time_step() / (2.0 * permittivity * kEpsilon0);
 }
 
+Cavity::Coefficients Cavity::coefficients() const
+{
+    const double a = loss(), epsilon = permittivity * kEpsilon0;
+    return {(1.0 - a) / (1.0 + a), time_step() / (epsilon * cell) / (1.0 + a), time_step() / (kMu0 * cell)};
+}
+
 Index Cavity::pulse_steps() const
 {
     return static_cast<Index>(std::ceil(2.0 * kPulseReach * pulse_deviation(*this) / time_step()));
 }
 
-double Cavity::current_after(Index n) const
+double Cavity::envelope_after(Index n) const
 {
     if (n < 0 || n >= pulse_steps())
         return 0.0;
-    const double t = (static_cast<double>(n) + 0.5 - 0.5 * static_cast<double>(pulse_steps())) * time_step();
-    const double u = t / pulse_deviation(*this);
-    return current * std::exp(-0.5 * u * u) * std::sin(2.0 * std::numbers::pi * carrier * t);
+    const double u = time_in_pulse(*this, n) / pulse_deviation(*this);
+    return std::exp(-0.5 * u * u);
+}
+
+double Cavity::current_after(Index n) const
+{
+    return current * envelope_after(n) * std::sin(2.0 * std::numbers::pi * carrier * time_in_pulse(*this, n));
 }
 
 Complex Cavity::current_spectrum(double frequency) const
@@ -89,11 +111,7 @@ Complex Cavity::current_spectrum(double frequency) const
 Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
 {
     const Index nx = cavity.cells_x, ny = cavity.cells_y;
-    const double dt = cavity.time_step(), a = cavity.loss();
-    const double epsilon = cavity.permittivity * kEpsilon0;
-    const double keep_e = (1.0 - a) / (1.0 + a);
-    const double step_e = dt / (epsilon * cavity.cell) / (1.0 + a);
-    const double step_h = dt / (kMu0 * cavity.cell);
+    const auto [keep_e, step_e, step_h] = cavity.coefficients();
 
     // Ez on the nodes; Hx and Hy on the edges behind them in y and in x. Lines of equal i are contiguous.
     const Index line = ny + 1;
@@ -102,9 +120,9 @@ Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
     double& source = ez[static_cast<std::size_t>(cavity.source.i * line + cavity.source.j)];
     const double& probe = ez[static_cast<std::size_t>(cavity.probe.i * line + cavity.probe.j)];
 
-    Record record{0.0, dt, {}};
+    Record record{cavity.time_step(), {}};
     record.values.reserve(static_cast<std::size_t>(cavity.steps) + 1);
-    record.values.emplace_back(probe);
+    record.values.push_back(probe);
     for (Index step = 0; step < cavity.steps; ++step) {
         // mu dHx/dt = -dEz/dy,  mu dHy/dt = dEz/dx
         for (Index i = 0; i < nx; ++i) {
@@ -123,72 +141,80 @@ Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
             for (Index j = 1; j < ny; ++j)
                 e[j] = keep_e * e[j] + step_e * ((y[j] - y_before[j]) - (x[j] - x[j - 1]));
         }
-        source -= step_e * cavity.current_after(step) / cavity.cell;
-        record.values.emplace_back(probe);
+        source -= kick_after(cavity, step);
+        record.values.push_back(probe);
         on_step(step + 1);
     }
     return record;
 }
 
+long double CavityMode::frequency() const
+{
+    return pole.imag() / (2.0L * kPi);
+}
+
+long double CavityMode::quality() const
+{
+    return pole.imag() / (-2.0L * pole.real());
+}
+
 /// With the magnetic field eliminated, the amplitude e of the mode sin(m pi i/Nx) sin(n pi j/Ny) obeys
 ///
-///     (1 + a) e(k+1) - (2 - 4 K) e(k) + (1 - a) e(k-1) = G (I(k-1/2) - I(k+1/2)),
-///     K = S^2 (sin^2(m pi/(2 Nx)) + sin^2(n pi/(2 Ny))),
+///     e(k+1) - (1 + c - q) e(k) + c e(k-1) = g(k),    q = 4 b h (sin^2(m pi/(2 Nx)) + sin^2(n pi/(2 Ny))),
 ///
-/// where G holds the current's coupling to the mode. The roots of (1 + a) z^2 - (2 - 4 K) z + (1 - a) are
-/// z = exp(s dt) with s dt = -artanh(a) +- i arccos((1 - 2 K) / sqrt(1 - a^2)). One unit on the right hand side at step
-/// l answers with (z^(k-l) - conj(z)^(k-l)) / ((1 + a) (z - conj(z))); summed over the pulse, behind its end, this is
-/// c z^k + conj(c z^k).
+/// with the coefficients c to keep, b of the curl and h to induce, and the change g of the current's effect. The roots
+/// of z^2 - (1 + c - q) z + c are z = sqrt(c) exp(+-i theta), 4 sqrt(c) sin^2(theta/2) = q - (1 - sqrt(c))^2. One unit
+/// on the right hand side at step l answers with (z^(k-l) - conj(z)^(k-l)) / (z - conj(z)); summed over the pulse,
+/// behind its end, this is r z^k + conj(r z^k).
 std::vector<CavityMode> exact_modes(const Cavity& cavity)
 {
-    const double dt = cavity.time_step(), a = cavity.loss();
-    std::vector<double> kicks; // I(l-1/2) - I(l+1/2)
+    const long double dt = cavity.time_step(), keep = cavity.coefficients().keep;
+    const long double root = std::sqrt(keep), less = (1.0L - keep) / (1.0L + root), decay = -0.5L * std::log(keep);
+    std::vector<long double> changes;
     for (Index l = 0; l <= cavity.pulse_steps(); ++l)
-        kicks.push_back(cavity.current_after(l - 1) - cavity.current_after(l));
+        changes.push_back(static_cast<long double>(kick_after(cavity, l - 1)) - kick_after(cavity, l));
 
     std::vector<CavityMode> modes;
     for (const Shape& shape : shapes(cavity)) {
-        const Complex step(-std::atanh(a), std::acos((1.0 - 2.0 * shape.k) / std::sqrt(1.0 - a * a)));
-        const Complex z = std::exp(step), back = std::exp(-step);
+        const long double angle = 2.0L * std::asin(std::sqrt((shape.q - less * less) / (4.0L * root)));
+        const ExtendedComplex step(-decay, angle), z = std::exp(step), back = std::exp(-step);
 
-        Complex drive = 0.0; // sum_l kick(l) z^-l, by Horner's rule
-        for (auto kick = kicks.rbegin(); kick != kicks.rend(); ++kick)
-            drive = drive * back + *kick;
-        modes.push_back({shape.m, shape.n, step / dt, shape.gain * drive / ((1.0 + a) * (z - std::conj(z)))});
+        ExtendedComplex sum = 0.0L; // of change(l) z^-l, by Horner's rule
+        for (auto change = changes.rbegin(); change != changes.rend(); ++change)
+            sum = sum * back + *change;
+        modes.push_back({shape.m, shape.n, step / dt, shape.seen * sum / (z - std::conj(z))});
     }
     return modes;
 }
 
-/// In the equation above with e(k) = E z^k and I(k+1/2) = z^(k+1/2), |z| = 1:
-///
-///     E = sum G (z^-1/2 - z^1/2) / ((1 + a) z - (2 - 4 K) + (1 - a) / z).
+/// In the equation above with e(k) = E z^k and I(k+1/2) = z^(k+1/2), |z| = 1.
 std::vector<Complex> exact_response(const Cavity& cavity, const std::vector<double>& frequencies)
 {
-    const double a = cavity.loss();
+    const auto [keep, curl, induce] = cavity.coefficients();
     const std::vector<Shape> all = shapes(cavity);
     std::vector<Complex> result;
     result.reserve(frequencies.size());
     for (const double frequency : frequencies) {
         const Complex half = std::polar(1.0, std::numbers::pi * frequency * cavity.time_step()), z = half * half;
-        const Complex unshifted = (1.0 + a) * z - 2.0 + (1.0 - a) * std::conj(z);
+        const Complex unshifted = z - 1.0 - keep + keep * std::conj(z);
         Complex sum = 0.0;
         for (const Shape& shape : all) {
-            const Complex denominator = unshifted + 4.0 * shape.k;
-            sum += shape.gain / std::norm(denominator) * std::conj(denominator);
+            const Complex denominator = unshifted + static_cast<double>(shape.q);
+            sum += static_cast<double>(shape.seen) / std::norm(denominator) * std::conj(denominator);
         }
-        result.push_back((std::conj(half) - half) * sum);
+        result.push_back(curl / cavity.cell * (std::conj(half) - half) * sum);
     }
     return result;
 }
 
-double distance_from_closed_form(const std::vector<CavityMode>& exact, const Record& record, const Window& window)
+double distance_from_closed_form(const std::vector<CavityMode>& exact, const Cavity& cavity, const Record& record)
 {
     double distance = 0.0, peak = 0.0;
-    for (Index k = window.first; k <= window.last(); k += window.stride) {
+    for (Index k = cavity.pulse_steps(); k < record.size(); k += 24) {
         double sum = 0.0;
         for (const CavityMode& mode : exact)
-            sum += 2.0 * std::real(mode.residue * std::exp(mode.pole * record.time(k)));
-        distance = std::max(distance, std::abs(sum - record.at(k).real()));
+            sum += 2.0 * std::real(Complex(mode.residue) * std::exp(Complex(mode.pole) * record.time(k)));
+        distance = std::max(distance, std::abs(sum - record.at(k)));
         peak = std::max(peak, std::abs(record.at(k)));
     }
     return distance / peak;

@@ -7,6 +7,8 @@
 
 namespace resonator {
 
+using ExtendedComplex = std::complex<long double>;
+
 /// A rectangular microwave cavity with perfectly conducting walls, filled with a lossy dielectric and infinite in z, on
 /// a two-dimensional Yee grid of square cells. A line current at one node excites it with a short pulse, a
 /// sine under a Gaussian; the electric field Ez is recorded at another node. SI units throughout.
@@ -31,36 +33,52 @@ struct Cavity
     double time_step() const;
     /// Loss per step, a = conductivity * time step / (2 * permittivity), without a unit.
     double loss() const;
+    /// What the program multiplies by, rounded as it is: E' = keep E + curl (difference of H), H' = H + induce
+    /// (difference of E).
+    struct Coefficients
+    {
+        double keep, curl, induce;
+    };
+    Coefficients coefficients() const;
     /// Number of steps that the pulse drives: from record entry pulse_steps() on, the cavity rings freely.
     Index pulse_steps() const;
     /// The driving current between the steps n and n + 1 [A].
     double current_after(Index n) const;
+    /// Its Gaussian there, relative to the peak; 0 where the pulse is cut off.
+    double envelope_after(Index n) const;
     /// Its spectrum, the integral of I(t) exp(-2 pi i frequency t) [A s].
     Complex current_spectrum(double frequency) const;
 };
 
 /// A mode of the discrete cavity with m and n half waves along x and y. What the probe sees of it, from the end of the
-/// pulse on, is residue * exp(pole * t) plus the complex conjugate.
+/// pulse on, is residue * exp(pole * t) plus the complex conjugate. In extended precision: the record tells a strong
+/// mode better than a double can say.
 struct CavityMode
 {
     Index m, n;
-    Complex pole;    ///< [1/s]
-    Complex residue; ///< [V/m]
+    ExtendedComplex pole;    ///< [1/s]
+    ExtendedComplex residue; ///< [V/m]
+
+    long double frequency() const; ///< [Hz]
+    long double quality() const;
+    /// The residue if time is counted from t [s].
+    ExtendedComplex residue_at(long double t) const { return residue * std::exp(pole * t); }
 };
 
 /// Steps the cavity from rest. The record holds Ez at the probe [V/m] before the first step and after each.
 /// `on_step` is told the number of steps made.
 Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step);
 
-/// All (cells_x - 1) * (cells_y - 1) modes of the discrete cavity in closed form. The loss must be small enough that
-/// every mode oscillates.
+/// All (cells_x - 1) * (cells_y - 1) modes that the simulation really has: in closed form, of the discrete cavity with
+/// the program's coefficients as rounded. The loss must be small enough that every mode oscillates.
 std::vector<CavityMode> exact_modes(const Cavity& cavity);
 
 /// The field at the probe [V/m] for each ampere of a current that oscillates for ever at each of the frequencies [Hz],
 /// summed over all modes of the discrete cavity.
 std::vector<Complex> exact_response(const Cavity& cavity, const std::vector<double>& frequencies);
 
-/// Largest difference of the record from the sum of all its exact modes over the window, relative to its peak there.
-double distance_from_closed_form(const std::vector<CavityMode>& exact, const Record& record, const Window& window);
+/// Largest difference of the record from the sum of all its exact modes, relative to its peak, over samples behind the
+/// pulse, one in 24.
+double distance_from_closed_form(const std::vector<CavityMode>& exact, const Cavity& cavity, const Record& record);
 
 } // namespace resonator

@@ -2,80 +2,132 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
+#include <limits>
+#include <numbers>
 
 namespace resonator {
 
 namespace {
 
-/// A mode of the fit and an exact one are the same if their poles differ by less than this part: modes lie farther
-/// apart, and a mode of the fit that misses by more is reported as one that is not there.
-constexpr double kSamePole = 1e-3;
+constexpr long double kTurn = 2.0L * std::numbers::pi_v<long double>;
+constexpr long double kDegree = kTurn / 360.0L;
+
+/// Two poles are the same mode if they differ by less than this part: modes lie farther apart.
+constexpr long double kSamePole = 1e-3L;
+
+/// And their amplitudes by less than this factor: among thousands of modes too weak to be seen, one is near every pole.
+constexpr long double kSameAmplitude = 2.0L;
+
+long double distance(const CavityMode& exact, const ExtendedComplex& pole)
+{
+    return std::abs(pole - exact.pole) / std::abs(exact.pole);
+}
+
+ExtendedComplex pole_of(const tessel::modes::Mode& mode)
+{
+    return {-static_cast<long double>(mode.decay), kTurn * mode.frequency};
+}
+
+long double amplitude_of(const CavityMode& mode)
+{
+    return 2.0L * std::abs(mode.residue);
+}
+
+bool is_same(const CavityMode& exact, const tessel::modes::Mode& found)
+{
+    const long double ratio = found.amplitude / amplitude_of(exact);
+    return distance(exact, pole_of(found)) < kSamePole && ratio < kSameAmplitude && ratio > 1.0L / kSameAmplitude;
+}
+
+double relative_error(long double found, long double exact)
+{
+    return static_cast<double>((found - exact) / exact);
+}
+
+/// Relative, of numbers; absolute, of angles.
+Estimate estimate_of(double found, long double error, double standard_error, long double exact, long double unit)
+{
+    const double rounding = 0.5 * std::numeric_limits<double>::epsilon() * std::abs(found);
+    return {found, static_cast<double>(exact), static_cast<double>(error / unit),
+            static_cast<double>(std::hypot(standard_error, rounding) / unit)};
+}
 
 } // namespace
 
-std::optional<Complex> Pair::pole(Road road) const
+std::optional<double> Pair::frequency_error(Method method) const
 {
-    if (road == Road::arpack)
-        return arpack;
-    if (road == Road::hybrj1)
-        return hybrj1;
-    return found ? std::optional(found->pole) : std::nullopt;
+    if (method == Method::record)
+        return found ? std::optional(relative_error(found->frequency, exact->frequency())) : std::nullopt;
+    const auto& pole = method == Method::arpack ? arpack : hybrj1;
+    return pole ? std::optional(relative_error(pole->imag() / kTurn, exact->frequency())) : std::nullopt;
 }
 
-double Pair::frequency_error(Road road) const
+std::optional<double> Pair::quality_error(Method method) const
 {
-    return std::abs(frequency_of(*pole(road)) / frequency_of(exact->pole) - 1.0);
+    if (method == Method::record)
+        return found ? std::optional(relative_error(found->quality, exact->quality())) : std::nullopt;
+    const auto& pole = method == Method::arpack ? arpack : hybrj1;
+    return pole ? std::optional(relative_error(pole->imag() / (-2.0L * pole->real()), exact->quality())) : std::nullopt;
 }
 
-double Pair::quality_error(Road road) const
+Estimate Pair::estimate(Quantity quantity) const
 {
-    return std::abs(quality_of(*pole(road)) / quality_of(exact->pole) - 1.0);
-}
-
-double Pair::amplitude_error() const
-{
-    return std::abs(found->amplitude() / std::abs(exact->residue) - 1.0);
-}
-
-double Pair::phase_error() const
-{
-    return std::abs(degrees(found->residue / exact->residue));
-}
-
-std::vector<Pair> compare(const std::vector<CavityMode>& exact, const std::vector<Mode>& modes, const Record& record,
-                          const Window& window, double threshold)
-{
-    // All modes of the cavity decay alike, so their shares are as their residues.
-    std::vector<CavityMode> seen = exact;
-    double largest = 0.0;
-    for (CavityMode& mode : seen) {
-        mode.residue *= std::exp(mode.pole * record.time(window.first));
-        largest = std::max(largest, std::abs(mode.residue));
+    const auto relative = [](double value, double standard_error, long double truth) {
+        return estimate_of(value, value - truth, standard_error, truth, truth);
+    };
+    switch (quantity) {
+    case Quantity::frequency:
+        return relative(found->frequency, found->frequencyError, exact->frequency());
+    case Quantity::quality:
+        return relative(found->quality, found->qualityError, exact->quality());
+    case Quantity::amplitude:
+        return relative(found->amplitude, found->amplitudeError, amplitude_of(*exact));
+    case Quantity::phase:
+        break;
     }
-    std::sort(seen.begin(), seen.end(),
+    const long double truth = std::arg(exact->residue), error = std::remainder(found->phase - truth, kTurn);
+    Estimate phase = estimate_of(found->phase, error, found->phaseError, truth / kDegree, kDegree);
+    phase.found = static_cast<double>(found->phase / kDegree);
+    return phase;
+}
+
+std::vector<tessel::modes::Mode> strong_modes(const tessel::modes::Result& result)
+{
+    double strongest = 0.0;
+    for (const tessel::modes::Mode& mode : result.modes)
+        strongest = std::max(strongest, mode.amplitude);
+    std::vector<tessel::modes::Mode> strong = result.modes;
+    std::erase_if(strong, [&](const tessel::modes::Mode& mode) { return !(mode.amplitude >= kWeakest * strongest); });
+    return strong;
+}
+
+std::vector<Pair> compare(std::vector<CavityMode> exact, const tessel::modes::Result& result, double spacing)
+{
+    const long double reference = static_cast<long double>(result.firstSample) * spacing; // not rounded to a double
+    long double strongest = 0.0L;
+    for (CavityMode& mode : exact) {
+        mode.residue = mode.residue_at(reference);
+        strongest = std::max(strongest, amplitude_of(mode));
+    }
+    std::sort(exact.begin(), exact.end(),
               [](const CavityMode& a, const CavityMode& b) { return a.pole.imag() < b.pole.imag(); });
 
-    std::vector<Mode> rest;
-    std::copy_if(modes.begin(), modes.end(), std::back_inserter(rest),
-                 [](const Mode& mode) { return mode.kind == Kind::kept; });
+    std::vector<tessel::modes::Mode> rest = result.modes;
     std::vector<Pair> pairs;
-    for (const CavityMode& mode : seen) {
-        const auto nearest = std::min_element(rest.begin(), rest.end(), [&](const Mode& a, const Mode& b) {
-            return std::abs(a.pole - mode.pole) < std::abs(b.pole - mode.pole);
+    for (const CavityMode& mode : exact) {
+        const bool excited = amplitude_of(mode) >= kWeakest * strongest;
+        const auto nearest = std::min_element(rest.begin(), rest.end(), [&](const auto& a, const auto& b) {
+            return distance(mode, pole_of(a)) < distance(mode, pole_of(b));
         });
-        const bool excited = std::abs(mode.residue) >= threshold * largest;
-        // A mode just below the threshold may be kept on account of rounding; far below it there is none.
-        const bool visible = std::abs(mode.residue) >= 0.1 * threshold * largest;
-        if (visible && nearest != rest.end() && std::abs(nearest->pole - mode.pole) < kSamePole * std::abs(mode.pole)) {
-            pairs.push_back({mode, *nearest});
+        if (nearest != rest.end() && is_same(mode, *nearest)) {
+            pairs.push_back({mode, *nearest, excited});
             rest.erase(nearest);
         } else if (excited) {
-            pairs.push_back({mode, {}});
+            pairs.push_back({mode, {}, true});
         }
     }
-    for (const Mode& mode : rest)
-        pairs.push_back({{}, mode});
+    for (const tessel::modes::Mode& mode : rest)
+        pairs.push_back({{}, mode, mode.amplitude >= kWeakest * strongest});
     return pairs;
 }
 
@@ -83,7 +135,7 @@ void add_eigenmodes(std::vector<Pair>& pairs, const std::vector<Eigenmode>& mode
 {
     for (const Eigenmode& mode : modes)
         for (Pair& pair : pairs)
-            if (pair.exact && std::abs(mode.pole - pair.exact->pole) < kSamePole * std::abs(pair.exact->pole))
+            if (pair.excited && pair.exact && distance(*pair.exact, ExtendedComplex(mode.pole)) < kSamePole)
                 pair.arpack = mode.pole;
 }
 

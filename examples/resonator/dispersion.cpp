@@ -1,10 +1,9 @@
 #include "examples/resonator/dispersion.h"
 
-#include "examples/resonator/error.h"
-
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <stdexcept>
 #include <string>
 
 namespace resonator {
@@ -55,8 +54,8 @@ Complex pole_from_dispersion(FDTDCalcAPI& api, const Cavity& cavity, Index m, In
     api.hybrj1(evaluate, &unknowns, x.data(), value.data(), jacobian.data(), &unknowns, &tolerance, &info, work.data(),
                &work_size);
     if (info != 1)
-        throw Error("no zero of the dispersion relation found for mode (" + std::to_string(m) + ", " +
-                    std::to_string(n) + "): HYBRJ1 says " + std::to_string(info));
+        throw std::runtime_error("no zero of the dispersion relation found for mode (" + std::to_string(m) + ", " +
+                                 std::to_string(n) + "): HYBRJ1 says " + std::to_string(info));
     return Complex(x[0], x[1]) / cavity.time_step();
 }
 

@@ -1,11 +1,10 @@
 #include "examples/resonator/eigenmodes.h"
 
-#include "examples/resonator/error.h"
-
 #include <Eigen/SparseLU>
 
 #include <cmath>
 #include <numbers>
+#include <stdexcept>
 #include <string>
 
 namespace resonator {
@@ -78,7 +77,7 @@ public:
             unit.setIdentity();
             lu_.compute((1.0 - sigma) * (1.0 - a - sigma * (1.0 + a)) * unit + sigma * laplacian.cast<Complex>());
             if (lu_.info() != Eigen::Success)
-                throw Error("the shifted update operator cannot be factored: " + lu_.lastErrorMessage());
+                throw std::runtime_error("the shifted update operator cannot be factored: " + lu_.lastErrorMessage());
         }
 
         ComplexVector operator()(const Vector& r) const
@@ -105,7 +104,7 @@ private:
 void check(const char* routine, std::int32_t info)
 {
     if (info != 0)
-        throw Error(std::string(routine) + " found no modes: INFO = " + std::to_string(info));
+        throw std::runtime_error(std::string(routine) + " found no modes: INFO = " + std::to_string(info));
 }
 
 } // namespace

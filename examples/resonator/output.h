@@ -6,9 +6,9 @@
 
 namespace resonator {
 
-/// Writes PREFIX-record.dat, -modes.dat, -poles.dat, -singular.dat and -response.dat; makes the folder if need be.
-/// Throws an Error that names the file which cannot be written.
-void write_files(const std::string& prefix, const Record& record, const Window& window, const Findings& findings);
+/// Writes PREFIX-record.dat, -modes.dat, -singular.dat and -response.dat; makes the folder if need be. Throws what is
+/// wrong and names the file if one cannot be written.
+void write_files(const std::string& prefix, const Record& record, const Findings& findings);
 
 /// Draws PREFIX.png and PREFIX-response.png from the files. Returns what hindered it, in one line, or nothing.
 std::string draw_pictures(const std::string& prefix);
