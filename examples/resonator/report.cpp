@@ -199,7 +199,7 @@ void print_estimates(const std::vector<Pair>& pairs)
     std::copy_if(pairs.begin(), pairs.end(), std::back_inserter(both),
                  [](const Pair& pair) { return pair.exact && pair.found; });
     std::printf(
-        "\nFrom the record, with standard errors (se)\n"
+        "\nFrom the record, with standard errors (se); relative, but for the phase\n"
         "                 frequency [GHz]                                             Q\n"
         "  m  n        exact        found    error      se  e/se      exact     found    error      se  e/se\n");
     for (const Pair& pair : both) {
