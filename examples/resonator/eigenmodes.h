@@ -17,8 +17,8 @@ struct Eigenmode
 
 struct Eigensolve
 {
-    Index order;  ///< number of field components, the order of P
-    Index solves; ///< number of systems solved
+    Index order = 0;  ///< number of field components, the order of P
+    Index solves = 0; ///< number of systems solved
     std::vector<Eigenmode> modes;
 };
 

@@ -16,7 +16,7 @@ namespace resonator {
 /// n-th, onto the noise.
 struct Hankel
 {
-    Index rank;             ///< number of singular values above the noise
+    Index rank = 0;         ///< number of singular values above the noise
     Eigen::VectorXd values; ///< falling
     Eigen::MatrixXd left;   ///< a column for each value
     Eigen::MatrixXd right;  ///< a row for each value

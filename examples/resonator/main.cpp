@@ -76,6 +76,7 @@ Subject simulate_cavity()
 /// Returns whether all is well.
 bool run(const std::string& prefix)
 {
+    make_folder(prefix); // a wrong one is found before the work
     const std::unique_ptr<FDTDCalcAPI> api(createFDTDCalcApi());
     if (!api)
         throw std::bad_alloc();

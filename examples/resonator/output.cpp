@@ -141,14 +141,18 @@ std::string draw(const char* name, const std::string& prefix)
 
 } // namespace
 
+void make_folder(const std::string& prefix)
+{
+    const auto folder = std::filesystem::path(prefix).parent_path();
+    std::error_code status;
+    if (!folder.empty())
+        std::filesystem::create_directories(folder, status);
+    if (status)
+        throw std::runtime_error(folder.string() + ": cannot be made: " + status.message());
+}
+
 void write_files(const std::string& prefix, const Record& record, const Findings& findings)
 {
-    if (const auto folder = std::filesystem::path(prefix).parent_path(); !folder.empty()) {
-        std::error_code status;
-        std::filesystem::create_directories(folder, status);
-        if (status)
-            throw std::runtime_error(folder.string() + ": cannot be made: " + status.message());
-    }
     write_record(prefix + "-record.dat", record, findings.result);
     write_modes(prefix + "-modes.dat", findings.pairs);
     write_singular_values(prefix + "-singular.dat", findings.hankel);

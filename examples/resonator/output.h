@@ -6,8 +6,11 @@
 
 namespace resonator {
 
-/// Writes PREFIX-record.dat, -modes.dat, -singular.dat and -response.dat; makes the folder if need be. Throws what is
-/// wrong and names the file if one cannot be written.
+/// Makes the folder that files of this prefix go to, if need be. Throws what is wrong.
+void make_folder(const std::string& prefix);
+
+/// Writes PREFIX-record.dat, -modes.dat, -singular.dat and -response.dat. Throws what is wrong and names the file if
+/// one cannot be written.
 void write_files(const std::string& prefix, const Record& record, const Findings& findings);
 
 /// Draws PREFIX.png and PREFIX-response.png from the files. Returns what hindered it, in one line, or nothing.
