@@ -331,10 +331,13 @@ ExtendedMatrix Products::linear(const Terms& terms) const
     const Layout layout(terms);
     ExtendedMatrix g(layout.linearTotal, layout.linearTotal);
     for (std::size_t i = 0; i < count_; ++i)
-        for (std::size_t j = 0; j < count_; ++j)
+        for (std::size_t j = i; j < count_; ++j)
             for (int p = 0; p < linearCount(terms[i]); ++p)
-                for (int q = 0; q < linearCount(terms[j]); ++q)
-                    g(layout.linear[i] + p, layout.linear[j] + q) = entry(i, 0, kFactors[p], j, 0, kFactors[q]);
+                for (int q = 0; q < linearCount(terms[j]); ++q) {
+                    const Extended v = entry(i, 0, kFactors[p], j, 0, kFactors[q]);
+                    g(layout.linear[i] + p, layout.linear[j] + q) = v;
+                    g(layout.linear[j] + q, layout.linear[i] + p) = v;
+                }
     return g;
 }
 
@@ -342,21 +345,24 @@ ExtendedMatrix Products::normal(const Terms& terms) const
 {
     const Layout layout(terms);
     ExtendedMatrix g(layout.total, layout.total);
+    g.topLeftCorner(layout.linearTotal, layout.linearTotal) = linear(terms);
     for (std::size_t i = 0; i < count_; ++i)
         for (std::size_t j = 0; j < count_; ++j) {
             for (int p = 0; p < linearCount(terms[i]); ++p) {
-                for (int q = 0; q < linearCount(terms[j]); ++q)
-                    g(layout.linear[i] + p, layout.linear[j] + q) = entry(i, 0, kFactors[p], j, 0, kFactors[q]);
                 for (int q = 0; q < poleCount(terms[j]); ++q) {
                     const Extended v = entry(i, 0, kFactors[p], j, 1, pole_factor(terms[j], q));
                     g(layout.linear[i] + p, layout.pole[j] + q) = v;
                     g(layout.pole[j] + q, layout.linear[i] + p) = v;
                 }
             }
+            if (j < i)
+                continue;
             for (int p = 0; p < poleCount(terms[i]); ++p)
-                for (int q = 0; q < poleCount(terms[j]); ++q)
-                    g(layout.pole[i] + p, layout.pole[j] + q) =
-                        entry(i, 1, pole_factor(terms[i], p), j, 1, pole_factor(terms[j], q));
+                for (int q = 0; q < poleCount(terms[j]); ++q) {
+                    const Extended v = entry(i, 1, pole_factor(terms[i], p), j, 1, pole_factor(terms[j], q));
+                    g(layout.pole[i] + p, layout.pole[j] + q) = v;
+                    g(layout.pole[j] + q, layout.pole[i] + p) = v;
+                }
         }
     return g;
 }

@@ -8,7 +8,7 @@
 namespace tessel::modes {
 
 /// Least pivot's root, of a matrix with unit diagonal, for which a factor in double precision serves.
-constexpr double kWellConditioned = 1e-4;
+constexpr double kWellConditioned = 1e-6;
 
 /// What a refinement leaves.
 struct Refined {

@@ -41,7 +41,9 @@ double Feet::excess(double angle, std::size_t samples) const
     double sum = 1;
     const double near = kPi / static_cast<double>(samples);
     for (std::size_t j = 0; j < walk.size(); ++j) {
-        const double apart = std::remainder(angle - angles[j], 2 * kPi);
+        double apart = std::abs(angle - angles[j]);
+        if (apart > kPi)
+            apart = 2 * kPi - apart;
         sum += walk[j] / (apart * apart + near * near);
     }
     return sum;
