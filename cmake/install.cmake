@@ -11,7 +11,7 @@ install(TARGETS tessel tessel_modes tessel_headers EXPORT Tessel
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
 install(FILES ${PROJECT_SOURCE_DIR}/THIRD_PARTY_NOTICES DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
 
-install(FILES ${TESSEL_PUBLIC_HEADERS} bindings/fortran/tessel.f90
+install(FILES ${TESSEL_PUBLIC_HEADERS} bindings/fortran/tessel.f90 bindings/fortran/tessel_modes.f90
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tessel COMPONENT Development)
 install(FILES docs/man/LEASTSQ_PRONY_SVD.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT Development)
 
@@ -25,7 +25,8 @@ install(FILES ${PROJECT_BINARY_DIR}/TesselConfig.cmake ${PROJECT_BINARY_DIR}/Tes
 
 file(RELATIVE_PATH TESSEL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/tessel.pc.in tessel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/tessel.pc
+configure_file(cmake/tessel-modes.pc.in tessel-modes.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
 # Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and two Debian packages.
