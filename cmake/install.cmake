@@ -29,7 +29,7 @@ configure_file(cmake/tessel-modes.pc.in tessel-modes.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
-# Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and two Debian packages.
+# Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and Debian packages.
 if(PROJECT_IS_TOP_LEVEL)
   set(TESSEL_PACKAGE_CONTACT "Tessel developers" CACHE STRING "Maintainer named in the Debian packages")
   set(CPACK_GENERATOR TGZ DEB)
@@ -40,6 +40,9 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_SYSTEM_NAME linux-x86_64)
   set(CPACK_STRIP_FILES ON)
   set(CPACK_COMPONENTS_ALL Runtime Development)
+  if(TESSEL_BUILD_PYTHON)
+    list(APPEND CPACK_COMPONENTS_ALL Python)
+  endif()
 
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -54,5 +57,19 @@ The shared library, as a host program links or loads it.")
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
   set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "\
 Headers for C and C++, the Fortran module's source, CMake and pkg-config files and the manual page.")
+  if(TESSEL_BUILD_PYTHON)
+    # The extension is made for one version of the interpreter.
+    math(EXPR next "${TESSEL_PYTHON_MINOR} + 1")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-tessel)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # the libraries are of another package
+    string(JOIN ", " CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+      "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})" "python3-numpy"
+      "python3 (>= 3.${TESSEL_PYTHON_MINOR}~)" "python3 (<< 3.${next}~)")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
+    set(CPACK_COMPONENT_PYTHON_DESCRIPTION "\
+The modes of field records and the Prony fit, from Python.")
+  endif()
   include(CPack)
 endif()
