@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+/// Seen by hosts of the library.
 #define TESSEL_MODES_API __attribute__((visibility("default")))
 
 namespace tessel::modes {
@@ -50,7 +51,7 @@ struct Mode {
     /// Rise of chi^2 without this mode, over the rise that chance reaches once in a thousand records: above 1 for all
     /// modes that are reported.
     double significance = 0;
-    Kind kind = Kind::oscillating;
+    Kind kind = Kind::oscillating; ///< what the mode does in time
 };
 
 /// "oscillating", "overdamped" or "growing".
@@ -78,7 +79,7 @@ TESSEL_MODES_API const char* name(RemarkCode code) noexcept;
 
 /// One remark.
 struct Remark {
-    RemarkCode code = RemarkCode::nothingRings;
+    RemarkCode code = RemarkCode::nothingRings; ///< what the remark is
     double value = 0; ///< what it is about, as RemarkCode says
     std::string text; ///< one sentence, without a line break
 };
@@ -115,13 +116,13 @@ struct Result {
     std::vector<Mode> modes;      ///< by rising frequency
     double referenceTime = 0;     ///< of amplitudes and phases: the time of the first sample used
     std::size_t firstSample = 0;  ///< first sample used, from 0
-    FirstSampleReason firstSampleReason = FirstSampleReason::wholeRecord;
+    FirstSampleReason firstSampleReason = FirstSampleReason::wholeRecord; ///< why the first sample used is that one
     std::size_t decimation = 1;   ///< samples averaged into one
     double noise = 0;             ///< standard deviation of the noise of a sample, at the first sample used
     double reducedChiSquare = 0;  ///< chi^2 per degree of freedom by the noise that was found before the fit
     double lowest = 0;            ///< band that was searched, in 1 / unit of time
     double highest = 0;           ///< band that was searched
-    std::vector<Remark> remarks;
+    std::vector<Remark> remarks;  ///< what should be known about the result
 
     /// Whether a remark of this kind was made.
     bool has(RemarkCode code) const
@@ -146,10 +147,15 @@ enum class InputFault {
 class TESSEL_MODES_API InputError : public std::invalid_argument
 {
 public:
+    /// @param fault  what is wrong
+    /// @param index  the sample that it is about, from 0
+    /// @param text   one sentence
     InputError(InputFault fault, std::size_t index, const std::string& text)
         : std::invalid_argument(text), fault_(fault), index_(index)
     {}
+    /// A copy.
     InputError(const InputError&) = default;
+    /// Becomes a copy.
     InputError& operator=(const InputError&) = default;
     ~InputError() override;
     /// What is wrong.
@@ -167,7 +173,9 @@ class TESSEL_MODES_API Stopped : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
+    /// A copy.
     Stopped(const Stopped&) = default;
+    /// Becomes a copy.
     Stopped& operator=(const Stopped&) = default;
     ~Stopped() override;
 };

@@ -29,6 +29,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** Seen by hosts of the library. */
 #define TESSEL_MODES_C_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
