@@ -246,7 +246,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
             break;
     }
-    stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit);
+    stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit) && !stage.noise.bursts;
     if (getenv("DBG")) fprintf(stderr,"fit_from %zu highest %.4f factor %zu terms %zu failed %d stopped %d reduced %.3g noise %.3g found %d varies %d\n", first, stage.highest, stage.factor, stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced, stage.noise.sigma.front(), stage.noise.found, stage.noise.varies);
     return stage;
 }
@@ -255,11 +255,13 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
 {
     Stage stage = base;
     stage.whitener = Whitener();
+    stage.good = false;
+    if (base.noise.bursts)
+        return stage;
     const Series plain = decimate(record, base.first, base.factor, base.noise);
     const double highest = base.highest * static_cast<double>(base.factor);
     std::vector<double> residual = plain.re;
     residual.insert(residual.end(), plain.im.begin(), plain.im.end());
-    stage.good = false;
     std::vector<double> gains;
     for (int round = 0; round < kColourRounds; ++round) {
         const Colour colour = colour_of(plain, residual);

@@ -16,6 +16,7 @@ constexpr std::size_t kMostARound = 6;
 constexpr std::size_t kPatience = 6;      // rounds after which a fit far from the noise is given up
 constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
 constexpr int kSteps = 8;                 // of refinement in a round
+constexpr Extended kSlow = 6;             // of the distance of a pole from zero, over the record
 constexpr double kHopeless = 10;          // chi^2 per degree of freedom of such a fit
 
 /// Refines and searches over [0, n) until the residual asks for nothing more.
@@ -73,6 +74,9 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
     double sum = 0, peak = 0;
     for (const Term& term : terms) {
         if (term.origin != 0 || term.decay <= 0)
+            continue;
+        // slow terms that cancel are a drift
+        if (std::abs(term.decay) + std::abs(term.angle) < kSlow / static_cast<Extended>(series.size()))
             continue;
         const double above = std::abs(term.c) / sigma;
         sum += std::abs(term.c);

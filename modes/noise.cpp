@@ -14,6 +14,7 @@ constexpr double kHalfWidth = 13;   // of the main lobe, in bins
 constexpr std::size_t kSegments = 32;
 constexpr double kConstant = 1.6;   // largest over smallest, of noise that is taken as constant
 
+constexpr double kBurst = 4;        // of the median level
 constexpr double kStep = 0.2;       // nepers between levels of noise that varies
 constexpr double kCorrelation = 3.5; // bins that share one value under the window
 
@@ -95,6 +96,12 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
         noise.varies = largest > spread * middle || least * spread < middle;
         if (!noise.varies)
             std::fill(noise.sigma.begin(), noise.sigma.end(), level(series, first, n, highest, kaiser(n, kBeta)));
+    }
+    // Noise may follow the samples' size, as rounding does. What exceeds that is no noise.
+    if (noise.varies) {
+        const double middle = median(noise.sigma), size = median(floor);
+        for (std::size_t b = 0; b < noise.sigma.size(); ++b)
+            noise.bursts = noise.bursts || noise.sigma[b] > kBurst * std::max(middle, floor[b]) * std::max(1.0, floor[b] / size);
     }
     for (std::size_t b = 0; b < noise.sigma.size(); ++b)
         if (noise.sigma[b] < floor[b]) {

@@ -11,6 +11,7 @@ namespace tessel::modes {
 struct Noise {
     bool found = false;          ///< false: no empty band
     bool varies = false;
+    bool bursts = false;         ///< it is larger somewhere than the samples there explain: a drive, a pulse
     std::size_t segment = 1;     ///< samples in a segment, from the first sample used
     std::vector<double> sigma;   ///< standard deviation of each segment
 };
