@@ -1,9 +1,14 @@
 #include "modes/start.h"
 
+#include "modes/spectrum.h"
+
 #include <Eigen/Eigenvalues>
+#include <Eigen/QR>
+#include <unsupported/Eigen/FFT>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace tessel::modes {
 
@@ -11,7 +16,87 @@ namespace {
 
 constexpr double kNodesPerPeriod = 2.6;
 constexpr std::size_t kMostNodes = 400;
+constexpr std::size_t kMostNodesLarge = 8192;
+constexpr Eigen::Index kMostVectors = 240;
+constexpr Eigen::Index kSpare = 8;      // vectors beyond those that count
+constexpr int kSubspaceRounds = 4;
 constexpr double kRounding = 3e-15; // of the largest singular value
+
+/// Products of a real Hankel matrix, rows and columns h, by the Fourier transform of its elements.
+class HankelProduct
+{
+public:
+    HankelProduct(const std::vector<double>& elements, Eigen::Index h) : h_(h)
+    {
+        fft_.SetFlag(Eigen::FFT<double>::HalfSpectrum);
+        in_.assign(fast_length(elements.size()), 0.0);
+        std::copy(elements.begin(), elements.end(), in_.begin());
+        fft_.fwd(elements_, in_);
+    }
+    Eigen::MatrixXd operator()(const Eigen::MatrixXd& x)
+    {
+        Eigen::MatrixXd out(h_, x.cols());
+        for (Eigen::Index c = 0; c < x.cols(); ++c) {
+            std::fill(in_.begin(), in_.end(), 0.0);
+            for (Eigen::Index j = 0; j < h_; ++j)
+                in_[static_cast<std::size_t>(h_ - 1 - j)] = x(j, c);
+            fft_.fwd(factor_, in_);
+            for (std::size_t k = 0; k < factor_.size(); ++k) {
+                const Complex a = factor_[k], b = elements_[k];
+                factor_[k] = Complex(a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real());
+            }
+            fft_.inv(back_, factor_, static_cast<Eigen::Index>(in_.size()));
+            for (Eigen::Index i = 0; i < h_; ++i)
+                out(i, c) = back_[static_cast<std::size_t>(h_ - 1 + i)];
+        }
+        return out;
+    }
+
+private:
+    Eigen::FFT<double> fft_;
+    Eigen::Index h_;
+    std::vector<double> in_, back_;
+    std::vector<Complex> elements_, factor_;
+};
+
+/// Singular vectors of a large real Hankel matrix whose singular values are above max(noise, kRounding of the largest), by
+/// subspace iteration; as many columns as there are. Empty if there are more than kMostVectors.
+/// @par Source  N. Halko, P. G. Martinsson, J. A. Tropp, SIAM Rev. 53 (2011) 217, algorithm 4.4.
+bool large_signal_space(const std::vector<double>& elements, Eigen::Index h, double noise, Eigen::MatrixXd& u)
+{
+    HankelProduct hankel(elements, h);
+    for (Eigen::Index p = std::min<Eigen::Index>(48, h / 2);; p = std::min(2 * p, kMostVectors)) {
+        // any start that no structure of the matrix meets: the same each time
+        Eigen::MatrixXd q(h, p);
+        std::uint64_t state = 1;
+        for (Eigen::Index c = 0; c < p; ++c)
+            for (Eigen::Index r = 0; r < h; ++r) {
+                state = state * 6364136223846793005U + 1442695040888963407U;
+                q(r, c) = static_cast<double>(state >> 11U) * 0x1p-52 - 1;
+            }
+        for (int round = 0; round < kSubspaceRounds; ++round) {
+            const Eigen::MatrixXd y = hankel(q);
+            q = Eigen::HouseholderQR<Eigen::MatrixXd>(y).householderQ() * Eigen::MatrixXd::Identity(h, p);
+        }
+        const Eigen::MatrixXd small = q.transpose() * hankel(q);
+        const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver((small + small.transpose()) / 2);
+        const Eigen::VectorXd values = solver.eigenvalues().cwiseAbs();
+        const double threshold = std::max(noise, kRounding * values.maxCoeff());
+        std::vector<Eigen::Index> kept;
+        for (Eigen::Index k = 0; k < p; ++k)
+            if (values[k] > threshold)
+                kept.push_back(k);
+        const auto rank = static_cast<Eigen::Index>(kept.size());
+        if (rank > p - kSpare && p < kMostVectors && 2 * p <= h)
+            continue;
+        if (rank > p - kSpare)
+            return false;
+        u.resize(h, rank);
+        for (Eigen::Index k = 0; k < rank; ++k)
+            u.col(k) = q * solver.eigenvectors().col(kept[static_cast<std::size_t>(k)]);
+        return true;
+    }
+}
 
 /// Poles of a basis U of the signal space: eigenvalues of (U1^H U1)^-1 U1^H U2, U1 without its last row, U2 without its
 /// first.
@@ -46,7 +131,8 @@ Start start_values(const Series& series, double highest)
     Start out;
     const std::size_t m = series.size();
     const auto stride = std::max<std::size_t>(1, static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))));
-    const std::size_t nodes = std::min(kMostNodes, (m + stride - 1) / stride);
+    const bool large = !series.complex() && (m + stride - 1) / stride > kMostNodes;
+    const std::size_t nodes = std::min(large ? kMostNodesLarge : kMostNodes, (m + stride - 1) / stride);
     const auto h = static_cast<Eigen::Index>(nodes / 2);
     out.samplesUsed = nodes;
     if (h < 3)
@@ -64,7 +150,17 @@ Start start_values(const Series& series, double highest)
         return (values.array().abs() > threshold).count();
     };
     std::vector<Complex> z;
-    if (!series.complex()) {
+    if (large) {
+        std::vector<double> elements;
+        for (Eigen::Index k = 0; k < 2 * h - 1; ++k)
+            elements.push_back(series.re[node(k)]);
+        Eigen::MatrixXd u;
+        const auto hd = static_cast<double>(h);
+        out.saturated = !large_signal_space(elements, h, sigma * std::sqrt(2 * hd * std::log(hd)), u);
+        if (out.saturated || u.cols() == 0)
+            return out;
+        z = rotation(u);
+    } else if (!series.complex()) {
         Eigen::MatrixXd hankel(h, h);
         for (Eigen::Index i = 0; i < h; ++i)
             for (Eigen::Index j = 0; j < h; ++j)
