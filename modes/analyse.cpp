@@ -145,7 +145,11 @@ Result run(Series record, double start, double spacing, const Options& options)
     const double highest = stage.highest;
     const Noise& noise = stage.noise;
     const Series& series = stage.series;
-    const Fit& fit = stage.fit;
+    Fit& fit = stage.fit;
+    std::size_t nuisance = 0;
+    if (stage.good && !fit.walks && !fit.terms.empty())
+        nuisance = add_nuisance(series, fit, Watch(options, series.size(), kDepths[0]).share(0.2));
+    if (getenv("DBG")) fprintf(stderr, "nuisance %zu\n", nuisance);
     const double reduced = fit.reduced;
     result.firstSample = first;
     if (options.first)
@@ -172,7 +176,7 @@ Result run(Series record, double start, double spacing, const Options& options)
         for (const Mode& mode : modes)
             strongest = std::max(strongest, highest_amplitude(mode));
         const double least = record.rounding * (record.rounding > kDouble ? kLeastSingle : kLeastDouble);
-        for (std::size_t j = 0; j < modes.size(); ++j) {
+        for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
             Mode mode = modes[j];
             if (highest_amplitude(mode) < least * strongest)
                 continue;

@@ -16,6 +16,9 @@ constexpr std::size_t kMostARound = 6;
 constexpr std::size_t kPatience = 6;      // rounds after which a fit far from the noise is given up
 constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
 constexpr int kSteps = 8;                 // of refinement in a round
+constexpr std::size_t kNuisanceRounds = 3;
+constexpr double kLikely = 9;             // half the gain in chi^2 of a term that is likely
+constexpr Extended kShort = 16;           // nepers over the record: a short life
 constexpr Extended kSlow = 6;             // of the distance of a pole from zero, over the record
 constexpr double kHopeless = 10;          // chi^2 per degree of freedom of such a fit
 
@@ -125,6 +128,34 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
         fit.reduced = std::min(fit.reduced, other);
     }
     return fit;
+}
+
+std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch)
+{
+    const std::size_t n = series.size();
+    std::size_t added = 0;
+    for (std::size_t round = 0; round < kNuisanceRounds && !watch.exhausted(); ++round) {
+        Refined model{fit.terms, fit.chiSquare, 0};
+        for (const Candidate& c : search(series, model.terms, n, 3, kLikely / chance_score(n)))
+            if (c.term.origin == 0 && c.term.decay * static_cast<Extended>(n) > kShort) {
+                Terms more = model.terms;
+                more.push_back(c.term);
+                const Refined next = refine(series, more, n, kSteps);
+                watch.spend(next, n);
+                const Term& last = next.terms.back();
+                if (model.chiSquare - next.chiSquare > 2 * kLikely && last.origin == 0 &&
+                    last.decay * static_cast<Extended>(n) > kShort)
+                    model = next;
+            }
+        if (model.terms.size() == fit.terms.size())
+            break;
+        added += model.terms.size() - fit.terms.size();
+        fit.terms = model.terms;
+        fit.chiSquare = model.chiSquare;
+    }
+    fit.significance.resize(fit.terms.size(), 0);
+    fit.reduced = fit.chiSquare / freedom(series, fit.terms, n);
+    return added;
 }
 
 Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort,

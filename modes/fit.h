@@ -82,6 +82,11 @@ constexpr double kPeriodsPerMode = 6;
 /// far from what noise explains: a drive is in it, or what is there is no sum of few exponentials.
 Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort, const Watch& watch);
 
+/// Adds terms of short life that are likely, but not certain: what is left out of a crowd of such modes moves its
+/// neighbours by more than their standard errors. They stand behind the others in Fit::terms, which keep their places, and
+/// are not modes to tell of. The number of them is returned.
+std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch);
+
 /// Goes on from a model: refinement over the whole series, search, selection.
 Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch);
 
