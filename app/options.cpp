@@ -1,0 +1,201 @@
+#include "app/options.h"
+
+#include "app/error.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+namespace tessel::app {
+
+namespace {
+
+constexpr const char* kDescription =
+    R"TEXT(Finds the modes in records of a field solver: frequency, Q, amplitude and phase of
+each, with standard errors. Band, noise, the end of the drive and the number of
+modes are found from the record; no option is needed.)TEXT";
+
+constexpr const char* kFooter = R"TEXT(
+Files
+  Text with columns apart by blanks, tabs, commas or semicolons: time and samples,
+  one record for each column of samples. A line of names is used if there is one:
+  "time (ns)" names the unit, "Re Ez" and "Im Ez" make one complex record. One
+  column alone holds samples; give --dt. Gzip is read, - is standard input.
+  NumPy's .npy, of one dimension (give --dt) or of two, read like columns of text.
+  HDF5 as FILE.h5:/path/to/dataset. The spacing is that of an attribute (dt,
+  time_step, sampling_rate, ...; the manual page lists them) of the dataset or of
+  what holds it, or of a dataset "time" beside it, or --dt.
+
+Results
+  1.503 091 026(12) GHz is 1.503091026 GHz with a standard error of 12 in the last
+  digits. Amplitude and phase are those at the time of the first sample used:
+  A exp(-g t) cos(2 pi f t + p), or A exp(i p) exp((2 pi i f - g) t) in a complex
+  record. Significance is above 1 for all modes that are listed: 1 is what chance
+  reaches once in a thousand records.
+
+Exit status
+  0  every record was analysed, even if nothing rings in it
+  1  a record could not be analysed; the others are
+  2  the command line means nothing
+
+Examples
+  tessel-modes probe.dat                           all columns of a text file
+  tessel-modes --column Ez --time-unit ns run.csv  one column; times in ns
+  tessel-modes --dt 3.3ps samples.npy              samples without times
+  tessel-modes --band 1GHz:4GHz run.h5:/probes/Ez  a dataset; a band
+  tessel-modes --json probe.dat | jq '.modes[].q'  for programs
+  tessel-modes --plot modes.png probe.dat          record, model, error and modes
+  zcat probe.gz | tessel-modes -                   standard input)TEXT";
+
+std::size_t parse_count(const std::string& option, const std::string& text)
+{
+    std::size_t value = 0;
+    const auto [stop, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (status != std::errc() || stop != text.data() + text.size() || value == 0)
+        throw UsageError(option + ": " + quote(text) + " is no whole number from 1 on");
+    return value;
+}
+
+double parse_positive(const std::string& option, const std::string& text)
+{
+    double value = 0;
+    const auto [stop, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (status != std::errc() || stop != text.data() + text.size() || !(value > 0) || !std::isfinite(value))
+        throw UsageError(option + ": " + quote(text) + " is no number above zero");
+    return value;
+}
+
+void parse_band(const std::string& text, Options& options)
+{
+    const std::size_t colon = text.find(':');
+    if (colon == text.npos || text.size() == 1)
+        throw UsageError("--band: " + quote(text) + " is not LOW:HIGH, such as 1e9:4e9, 1GHz:4GHz or 1GHz:");
+    if (colon > 0)
+        options.lowest = parse_frequency("--band", text.substr(0, colon));
+    if (colon + 1 < text.size())
+        options.highest = parse_frequency("--band", text.substr(colon + 1));
+    if (!options.lowest || !options.highest)
+        return;
+    const auto& [low, high] = std::pair{*options.lowest, *options.highest};
+    if (low.exponent.has_value() != high.exponent.has_value())
+        throw UsageError("--band: " + quote(text) + ": give both ends with a unit, or none");
+    const int apart = low.exponent.value_or(0) - high.exponent.value_or(0);
+    if (!(shifted(low.value, apart) < high.value))
+        throw UsageError("--band: " + quote(text) + " ends before it begins");
+}
+
+std::string one_line(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+} // namespace
+
+CommandLine parse_command_line(const std::vector<std::string>& arguments)
+{
+    CommandLine result;
+    Options& options = result.options;
+    std::string spacing, unit, band, start, noise, most, jobs, axis;
+    bool json = false, csv = false, help = false, version = false;
+
+    CLI::App app(kDescription, "tessel-modes");
+    app.set_help_flag();
+    app.get_formatter()->column_width(26);
+    app.get_formatter()->label("OPTIONS", "OPTIONS");
+    app.footer(kFooter);
+    app.add_option("FILE", options.files, "Records; - is standard input")->type_name("...");
+
+    const auto text = [&](const char* name, std::string& value, const char* type, const char* group,
+                          const char* description) {
+        return app.add_option(name, value, description)->type_name(type)->group(group)->expected(1);
+    };
+    constexpr const char *reading = "Reading", *search = "Searching", *output = "Output";
+    app.add_option("-c,--column", options.columns,
+                   "Analyse these columns: names or numbers from 1,\nwith commas between")
+        ->type_name("NAME|N")
+        ->group(reading)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    text("--dt", spacing, "TIME", reading, "Spacing of samples without times: 3.3e-12, 3.3ps");
+    text("--time-unit", unit, "UNIT", reading,
+         "What the times are in: s, ms, us, ns, ps, fs, steps,\nor a name of your own (default: s, or the header's)");
+    text("--axis", axis, "0|1", reading, "Axis of time in an array of two dimensions\n(default: the longer one)");
+    app.add_flag("--complex", options.complexPairs, "Columns are real and imaginary parts in turn")->group(reading);
+
+    text("--band", band, "LOW:HIGH", search, "Report modes in this band alone: 1GHz:4GHz");
+    text("--start", start, "TIME", search, "Use the record from this time on\n(default: where the drive has ended)");
+    text("--noise", noise, "SIGMA", search, "Standard deviation of the noise of a sample");
+    text("--max-modes", most, "N", search, "Stop the search there (default: 300)");
+
+    app.add_flag("--json", json, "Print JSON, with all digits")->group(output);
+    app.add_flag("--csv", csv, "Print a line of names and a line for each mode")->group(output);
+    text("--plot", options.plot, "FILE", output, "Draw record, model, error and modes: .png, .svg or\n.pdf (gnuplot)");
+    text("-j,--jobs", jobs, "N", output, "Records analysed at a time (default: one a processor)");
+    app.add_flag("-q,--quiet", options.quiet, "Print results alone: no progress, no remarks")->group(output);
+    app.add_flag("-h,--help", help, "Print this")->group(output);
+    app.add_flag("--version", version, "Print the version")->group(output);
+
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(one_line(error.what()));
+    }
+    if (help) {
+        result.text = app.help();
+        return result;
+    }
+    if (version) {
+        result.text = "tessel-modes " TESSEL_VERSION "\n";
+        return result;
+    }
+
+    if (options.files.empty())
+        throw UsageError("a file is missing, such as: tessel-modes probe.dat");
+    if (std::count(options.files.begin(), options.files.end(), "-") > 1)
+        throw UsageError("standard input can be read once");
+    if (json && csv)
+        throw UsageError("one of --json and --csv is enough");
+    options.format = json ? Format::json : csv ? Format::csv : Format::table;
+    const auto given = [&](const char* name) { return app.count(name) > 0; };
+    if (given("--dt")) {
+        options.spacing = parse_time("--dt", spacing);
+        if (!(options.spacing->value > 0))
+            throw UsageError("--dt: " + quote(spacing) + " is not above zero");
+    }
+    if (given("--time-unit")) {
+        if (unit.empty() || unit.size() > 40 ||
+            std::any_of(unit.begin(), unit.end(), [](unsigned char c) { return c < 0x20; }))
+            throw UsageError("--time-unit: " + quote(unit) + " is no name");
+        options.unit = known_unit(unit).value_or(TimeUnit{unit, {}});
+    }
+    if (given("--axis")) {
+        if (axis != "0" && axis != "1")
+            throw UsageError("--axis: " + quote(axis) + " is neither 0 nor 1");
+        options.axis = axis == "1";
+    }
+    if (given("--band"))
+        parse_band(band, options);
+    if (given("--start"))
+        options.start = parse_time("--start", start);
+    if (given("--noise"))
+        options.noise = parse_positive("--noise", noise);
+    if (given("--max-modes"))
+        options.mostModes = parse_count("--max-modes", most);
+    if (given("--jobs"))
+        options.jobs = static_cast<unsigned>(std::min<std::size_t>(parse_count("--jobs", jobs), 1024));
+    if (given("--plot") && !options.plot.ends_with(".png") && !options.plot.ends_with(".svg") &&
+        !options.plot.ends_with(".pdf"))
+        throw UsageError("--plot: " + quote(options.plot) + " does not end in .png, .svg or .pdf");
+    if (options.unit && !options.unit->exponent) {
+        for (const auto& quantity : {options.spacing, options.start, options.lowest, options.highest})
+            if (quantity && quantity->exponent)
+                throw UsageError("--time-unit " + options.unit->name +
+                                 " and a value in seconds or hertz exclude each other");
+    }
+    return result;
+}
+
+} // namespace tessel::app

@@ -1,0 +1,32 @@
+// What came of one record.
+#ifndef TESSEL_APP_OUTCOME_H
+#define TESSEL_APP_OUTCOME_H
+
+#include "app/records.h"
+
+#include <tessel/modes.h>
+
+#include <optional>
+#include <string>
+
+namespace tessel::app {
+
+/// A record and its modes, or why there are none.
+struct Outcome
+{
+    Record record; ///< without its samples once they are no longer needed
+    std::size_t samples = 0;
+    bool complex = false;
+    std::optional<modes::Result> result;
+    std::string error; ///< one line that names the file, if there is no result
+};
+
+/// What the reader and the library have to say, as sentences.
+std::vector<std::string> remarks_of(const Outcome& outcome);
+
+/// "file" or "file, column".
+std::string title_of(const Record& record);
+
+} // namespace tessel::app
+
+#endif

@@ -1,0 +1,307 @@
+#include "app/run.h"
+
+#include "app/csv.h"
+#include "app/error.h"
+#include "app/interrupt.h"
+#include "app/json.h"
+#include "app/plot.h"
+#include "app/progress.h"
+#include "app/records.h"
+#include "app/table.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+
+namespace tessel::app {
+
+namespace {
+
+/// One place in the order of results.
+struct Slot
+{
+    Outcome outcome;
+    bool done = false;
+};
+
+/// Reads files, hands out records, keeps results until their turn comes.
+class Work
+{
+public:
+    explicit Work(const Options& options)
+        : options_(options),
+          progress_(!options.quiet),
+          jobs_(options.jobs > 0 ? options.jobs : std::max(std::thread::hardware_concurrency(), 1u))
+    {}
+
+    int run()
+    {
+        std::vector<std::thread> threads;
+        // A worker is started while there may be something left for it.
+        const auto join = [&] {
+            for (std::thread& thread : threads)
+                thread.join();
+        };
+        try {
+            for (unsigned k = 0; k < jobs_ && (k == 0 || more_to_do()); ++k)
+                threads.emplace_back([this] { work(); });
+            print_all();
+        } catch (...) {
+            stop();
+            join();
+            throw;
+        }
+        join();
+        return failed_ ? 1 : 0;
+    }
+
+private:
+    /// Whether another worker would find something; after the first file is read.
+    bool more_to_do()
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return read_once_; });
+        return !waiting_.empty() || next_file_ < options_.files.size();
+    }
+
+    void stop()
+    {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+        changed_.notify_all();
+    }
+
+    /// The next record to be analysed; null if there is none. Reads a file if need be, one thread at a time.
+    Slot* take()
+    {
+        const std::lock_guard reading(reading_);
+        for (;;) {
+            std::size_t file = 0;
+            {
+                const std::lock_guard lock(mutex_);
+                if (stopped_)
+                    return nullptr;
+                if (!waiting_.empty()) {
+                    Slot* const slot = waiting_.front();
+                    waiting_.pop_front();
+                    return slot;
+                }
+                if (next_file_ == options_.files.size()) {
+                    all_read_ = true;
+                    changed_.notify_all();
+                    return nullptr;
+                }
+                file = next_file_++;
+            }
+            std::vector<Outcome> outcomes = read(options_.files[file]);
+            const std::lock_guard lock(mutex_);
+            for (Outcome& outcome : outcomes) {
+                slots_.push_back({std::move(outcome), false});
+                slots_.back().done = !slots_.back().outcome.error.empty();
+                if (!slots_.back().done)
+                    waiting_.push_back(&slots_.back());
+            }
+            read_once_ = true;
+            all_read_ = next_file_ == options_.files.size();
+            changed_.notify_all();
+        }
+    }
+
+    /// The records of one file, or what hinders.
+    std::vector<Outcome> read(const std::string& file)
+    {
+        std::vector<Outcome> outcomes;
+        progress_.say("reading " + file);
+        std::string error;
+        try {
+            for (Record& record : make_records(read_columns(file, options_), file, options_)) {
+                Outcome outcome;
+                outcome.samples = record.size();
+                outcome.complex = !record.complex.empty();
+                outcome.record = std::move(record);
+                outcomes.push_back(std::move(outcome));
+            }
+            return outcomes;
+        } catch (const Error& e) {
+            error = e.in(file == "-" ? "standard input" : file);
+        } catch (const Interrupted&) {
+            stop();
+            return {};
+        } catch (const std::bad_alloc&) {
+            error = file + ": too large for the memory";
+        } catch (const std::exception& e) {
+            error = file + ": " + e.what();
+        }
+        Outcome outcome;
+        outcome.record.file = file;
+        outcome.error = error;
+        outcomes.clear();
+        outcomes.push_back(std::move(outcome));
+        return outcomes;
+    }
+
+    void work()
+    {
+        while (Slot* const slot = take()) {
+            analyse_slot(slot->outcome);
+            const std::lock_guard lock(mutex_);
+            slot->done = true;
+            changed_.notify_all();
+        }
+        const std::lock_guard lock(mutex_);
+        read_once_ = true;
+        changed_.notify_all();
+    }
+
+    void analyse_slot(Outcome& outcome)
+    {
+        const std::string title = title_of(outcome.record);
+        std::string error;
+        try {
+            outcome.result = analyse(outcome.record, options_, [&](const modes::Progress& progress) {
+                progress_.say(title + ": " + progress.stage + ", " + std::to_string(progress.modes) + " modes, " +
+                              std::to_string(static_cast<int>(100 * std::clamp(progress.part, 0.0, 1.0))) + " %");
+                return interrupted() == 0;
+            });
+        } catch (const modes::Stopped&) {
+            stop();
+            return;
+        } catch (const std::bad_alloc&) {
+            error = "the analysis needs more memory than there is";
+        } catch (const std::exception& e) {
+            error = e.what();
+        }
+        if (!outcome.result)
+            outcome.error = title + ": " + error;
+        if (options_.plot.empty() || !outcome.result) {
+            outcome.record.real = {};
+            outcome.record.complex = {};
+        }
+    }
+
+    /// Waits for each result in turn and prints it.
+    void print_all()
+    {
+        if (options_.format == Format::csv)
+            print(csv_head());
+        std::vector<Outcome> all;
+        std::size_t drawn = 0;
+        for (;;) {
+            Slot* slot = nullptr;
+            {
+                std::unique_lock lock(mutex_);
+                changed_.wait(lock, [this] {
+                    return stopped_ || (!slots_.empty() && slots_.front().done) || (all_read_ && slots_.empty());
+                });
+                if (stopped_)
+                    break;
+                if (slots_.empty())
+                    break;
+                slot = &slots_.front();
+            }
+            Outcome outcome = std::move(slot->outcome);
+            {
+                const std::lock_guard lock(mutex_);
+                slots_.pop_front();
+            }
+            progress_.clear();
+            if (!outcome.result) {
+                failed_ = true;
+                std::fprintf(stderr, "tessel-modes: %s\n", outcome.error.c_str());
+            } else {
+                say(outcome, printed_++ > 0);
+                if (!options_.plot.empty())
+                    draw_one(outcome, drawn++);
+            }
+            outcome.record.real = {};
+            outcome.record.complex = {};
+            if (options_.format == Format::json)
+                all.push_back(std::move(outcome));
+        }
+        progress_.clear();
+        if (options_.format == Format::json && !stopped_)
+            print(json(all));
+        if (std::fflush(stdout) != 0 || std::ferror(stdout))
+            throw std::runtime_error(std::string("standard output cannot be written: ") + std::strerror(errno));
+        if (interrupted() != 0)
+            throw Interrupted();
+    }
+
+    void say(const Outcome& outcome, bool again)
+    {
+        if (options_.format == Format::table) {
+            print((again ? "\n" : "") + table(outcome, options_.quiet));
+        } else if (options_.format == Format::csv) {
+            print(csv(outcome));
+            if (!options_.quiet)
+                for (const std::string& remark : remarks_of(outcome))
+                    std::fprintf(stderr, "%s: %s\n", title_of(outcome.record).c_str(), remark.c_str());
+        }
+        std::fflush(stdout);
+    }
+
+    void draw_one(const Outcome& outcome, std::size_t index)
+    {
+        try {
+            draw(outcome, plot_name(options_.plot, index));
+        } catch (const Error& e) {
+            failed_ = true;
+            std::fprintf(stderr, "tessel-modes: %s\n", e.what());
+        }
+    }
+
+    static void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+    const Options& options_;
+    ProgressLine progress_;
+    unsigned jobs_;
+    std::mutex reading_; ///< held while a file is read
+    std::mutex mutex_;   ///< guards all below
+    std::condition_variable changed_;
+    std::deque<Slot> slots_; ///< places do not move while others are added behind or taken in front
+    std::deque<Slot*> waiting_;
+    std::size_t next_file_ = 0;
+    bool read_once_ = false, all_read_ = false, stopped_ = false;
+    // Of the printing thread
+    bool failed_ = false;
+    std::size_t printed_ = 0;
+};
+
+} // namespace
+
+modes::Result analyse(const Record& record, const Options& options,
+                      const std::function<bool(const modes::Progress&)>& progress)
+{
+    modes::Options how;
+    if (options.lowest)
+        how.lowest = in_inverse_unit(*options.lowest, record.unit);
+    if (options.highest)
+        how.highest = in_inverse_unit(*options.highest, record.unit);
+    how.noise = options.noise;
+    how.mostModes = options.mostModes;
+    how.progress = progress;
+    if (options.start) {
+        const double start = in_unit(*options.start, record.unit);
+        const double first = std::ceil((start - record.start) / record.spacing - 1e-6);
+        if (!(first < static_cast<double>(record.size())))
+            throw Error("--start lies behind the end of the record");
+        how.first = first > 0 ? static_cast<std::size_t>(first) : 0;
+    }
+    return record.complex.empty() ? modes::analyse(record.real, record.start, record.spacing, how)
+                                  : modes::analyse(record.complex, record.start, record.spacing, how);
+}
+
+int run(const Options& options)
+{
+    return Work(options).run();
+}
+
+} // namespace tessel::app
