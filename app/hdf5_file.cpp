@@ -275,7 +275,7 @@ std::vector<Column> read_fields(hid_t dataset, std::size_t count)
 }
 
 /// Chunks that nobody wrote would be read as zeros.
-void check_written(hid_t dataset, const std::vector<hsize_t>& dims)
+void check_written(hid_t dataset, hid_t space, const std::vector<hsize_t>& dims)
 {
     const Id list(H5Dget_create_plist(dataset), H5Pclose);
     H5D_space_status_t status = H5D_SPACE_STATUS_ALLOCATED;
@@ -286,7 +286,7 @@ void check_written(hid_t dataset, const std::vector<hsize_t>& dims)
             throw Error("the dataset's layout cannot be read: the file is damaged");
         for (std::size_t k = 0; k < dims.size(); ++k)
             all *= (dims[k] + chunk[k] - 1) / chunk[k];
-        if (H5Dget_num_chunks(dataset, H5S_ALL, &there) < 0)
+        if (H5Dget_num_chunks(dataset, space, &there) < 0)
             throw Error("the dataset's chunks cannot be read: the file is damaged");
         if (there < all)
             throw Error("only " + std::to_string(there) + " of the dataset's " + std::to_string(all) +
@@ -377,7 +377,7 @@ Columns read_hdf5(const std::string& name, const std::string& given, std::option
     if (H5Sget_simple_extent_type(space) != H5S_SIMPLE || count < 2)
         throw Error("the dataset holds " +
                     (dims.empty() ? "one value" : shape_text(dims) + (count == 1 ? " value" : " values")));
-    check_written(dataset, dims);
+    check_written(dataset, space, dims);
     std::erase(dims, 1u);
     if (dims.size() > 2)
         throw Error("the dataset has " + shape_text(dims) + " values: records have one or two dimensions");

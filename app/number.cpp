@@ -118,6 +118,7 @@ std::string plain_form(double value, int digits)
     if (value == 0)
         return "0";
     const int top = top_digit(value, digits), shift = shift_for(top);
+    value = std::strtod(printed("%.*e", digits - 1, value).c_str(), nullptr);
     std::string text = fixed(value, shift, std::max(digits - 1 - (top - shift), 0));
     if (text.find('.') != text.npos) {
         text.erase(text.find_last_not_of('0') + 1);

@@ -60,7 +60,9 @@ std::string band(const char* name, const Outcome& outcome, std::size_t first, do
             high = std::max(high, v);
         }
         const double time = outcome.record.start + static_cast<double>(from) * outcome.record.spacing;
-        text += number(time * scale) + " " + number(low) + " " + number(high) + "\n";
+        text += number(time * scale) + " " + number(low) + "\n";
+        if (part > 1)
+            text += number(time * scale) + " " + number(high) + "\n";
     }
     return text + "EOD\n";
 }
@@ -102,9 +104,11 @@ std::string plot_script(const Outcome& outcome, const std::string& file)
     };
     const double last = std::abs(record.start) + static_cast<double>(record.size()) * record.spacing;
     const Scale time = time_scale(last, record.unit);
-    double highest = 0;
-    for (const modes::Mode& mode : result.modes)
+    double highest = 0, strongest = 0;
+    for (const modes::Mode& mode : result.modes) {
         highest = std::max(highest, std::abs(mode.frequency));
+        strongest = std::max(strongest, mode.amplitude);
+    }
     const Scale hertz = frequency_scale(highest, record.unit);
     const double timeFactor = shifted(1, time.shift);
 
@@ -127,19 +131,20 @@ std::string plot_script(const Outcome& outcome, const std::string& file)
     }
     const std::string part = record.complex.empty() ? "" : " (real part)";
     script += "set multiplot layout " + std::string(result.modes.empty() ? "1" : "3") + ",1 title " +
-              in_quotes(title_of(record)) +
-              "\nset grid\nset key top right\nset style fill transparent solid 0.5 border\nset xlabel " +
+              in_quotes(title_of(record)) + "\nset grid\nset key top right\nset xlabel " +
               in_quotes("time [" + time.name + "]") + "\n";
     if (result.modes.empty())
-        return script + "plot $record using 1:2:3 with filledcurves lc rgb '#30507a' title " +
-               in_quotes("record" + part) + "\nunset multiplot\n";
-    script += "plot $record using 1:2:3 with filledcurves lc rgb '#30507a' title " + in_quotes("record" + part) +
-              ", $model using 1:2:3 with filledcurves lc rgb '#d07020' title 'model'\n"
-              "plot $rest using 1:2:3 with filledcurves lc rgb '#30507a' title 'record - model'\n"
+        return script + "plot $record with lines lc rgb '#30507a' title " + in_quotes("record" + part) +
+               "\nunset multiplot\n";
+    script += "plot $record with lines lc rgb '#30507a' title " + in_quotes("record" + part) +
+              ", $model with lines lc rgb '#d07020' title 'model'\n"
+              "plot $rest with lines lc rgb '#30507a' title 'record - model'\n"
               "set xlabel " +
               in_quotes("frequency [" + hertz.name + "]") +
-              "\nset logscale y\nset format y '10^{%T}'\nset format y '%.0e'\n"
-              "set offsets graph 0.05, graph 0.05, 0, 0\nset ylabel 'amplitude'\n"
+              "\nset logscale y\nset format y '%.0e'\n"
+              "set offsets graph 0.05, graph 0.05, 0, 0\nset ylabel 'amplitude'\nset yrange [*:" +
+              number(4 * strongest) +
+              "]\n"
               "plot $modes using 1:2 with impulses lw 2 lc rgb '#30507a' notitle, "
               "$modes using 1:2:3 with yerrorbars pt 7 ps 0.6 lc rgb '#30507a' title 'modes', "
               "$modes using 1:2:4 with labels offset 0,0.8 notitle\nunset multiplot\n";

@@ -113,8 +113,7 @@ std::string table(const Outcome& outcome, bool quiet)
                        "\n";
     if (!quiet) {
         const Scale step = time_scale(record.spacing, record.unit);
-        const Scale reference = time_scale(
-            std::abs(result.referenceTime) > 0 ? std::abs(result.referenceTime) : record.spacing, record.unit);
+        const Scale reference = time_scale(std::max(std::abs(result.referenceTime), record.spacing), record.unit);
         text += "  " + std::to_string(outcome.samples) + (outcome.complex ? " complex" : "") + " samples, spacing " +
                 plain_form(shifted(record.spacing, step.shift), 6) + " " + step.name + "; used from " +
                 plain_form(shifted(result.referenceTime, reference.shift), 6) + " " + reference.name + " on; noise " +

@@ -34,6 +34,8 @@ void fit_line(const std::vector<double>& times, Grid& grid)
     const double correction = static_cast<double>(slope) / (n * (n * n - 1) / 12);
     grid.spacing = span / (n - 1) + correction;
     grid.start = times.front() + static_cast<double>(offset) / n - correction * middle;
+    if (std::abs(grid.start) < kHarmless * grid.spacing)
+        grid.start = 0;
 }
 
 } // namespace

@@ -29,6 +29,18 @@ configure_file(cmake/tessel-modes.pc.in tessel-modes.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
+# The command, with what teaches it: the manual page, the guides, and records to try it on.
+if(TESSEL_BUILD_COMMAND)
+  set_target_properties(tessel_modes PROPERTIES INSTALL_RPATH "$ORIGIN") # finds libtessel for the command
+  install(TARGETS tessel_modes_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Command)
+  install(FILES docs/man/tessel-modes.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
+  install(FILES app/completion/tessel-modes
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
+  install(FILES docs/tessel-modes.schema.json docs/guide-process.md docs/guide-resonances.md CHANGELOG.md
+    DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
+  install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
+endif()
+
 # Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and Debian packages.
 if(PROJECT_IS_TOP_LEVEL)
   set(TESSEL_PACKAGE_CONTACT "Tessel developers" CACHE STRING "Maintainer named in the Debian packages")
@@ -42,6 +54,9 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_COMPONENTS_ALL Runtime Development)
   if(TESSEL_BUILD_PYTHON)
     list(APPEND CPACK_COMPONENTS_ALL Python)
+  endif()
+  if(TESSEL_BUILD_COMMAND)
+    list(APPEND CPACK_COMPONENTS_ALL Command)
   endif()
 
   set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -71,5 +86,12 @@ Headers for C and C++, the Fortran module's source, CMake and pkg-config files a
     set(CPACK_COMPONENT_PYTHON_DESCRIPTION "\
 The modes of field records and the Prony fit, from Python.")
   endif()
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tessel-modes)
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION science)
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS gnuplot-nox)
+  set(CPACK_COMPONENT_COMMAND_DESCRIPTION "\
+The command tessel-modes, which finds the modes in records of a field solver, with guides and sample records.")
   include(CPack)
 endif()
