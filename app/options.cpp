@@ -118,7 +118,8 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
         ->type_name("NAME|N")
         ->group(reading)
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
     text("--dt", spacing, "TIME", reading, "Spacing of samples without times: 3.3e-12, 3.3ps");
     text("--time-unit", unit, "UNIT", reading,
          "What the times are in: s, ms, us, ns, ps, fs, steps,\nor a name of your own (default: s, or the header's)");

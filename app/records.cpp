@@ -223,6 +223,8 @@ private:
     std::optional<Timing> first_column(bool named_steps)
     {
         const Column& column = data_.columns[0];
+        if (options_.spacing && column.real.size() < 3)
+            return {}; // any two numbers are equally spaced
         const Grid grid = grid_of(column, 0);
         if (grid.fault) {
             if (named_steps || !options_.spacing)

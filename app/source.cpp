@@ -4,6 +4,7 @@
 #include "app/interrupt.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -105,7 +106,11 @@ std::string read_bytes(const std::string& file)
     bytes.resize(
         std::max<std::size_t>(S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) + 1 : 0, 1 << 16));
     for (;;) {
-        check_interrupt();
+        // A signal may come to another thread while this one waits.
+        pollfd waiting{descriptor.number, POLLIN, 0};
+        do
+            check_interrupt();
+        while (!S_ISREG(status.st_mode) && poll(&waiting, 1, 100) == 0);
         if (used == bytes.size())
             bytes.resize(2 * bytes.size());
         const ssize_t more =
@@ -116,6 +121,7 @@ std::string read_bytes(const std::string& file)
             break;
         used += more > 0 ? static_cast<std::size_t>(more) : 0;
     }
+    check_interrupt();
     bytes.resize(used);
     if (bytes.empty())
         throw Error("is empty");

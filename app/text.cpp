@@ -212,7 +212,7 @@ char find_separator(View line)
 bool has_decimal_comma(View word)
 {
     const std::size_t comma = word.find(',');
-    if (comma == word.npos || comma == 0 || comma + 1 >= word.size() || word.find('.') != word.npos)
+    if (comma == word.npos || comma == 0 || comma + 1 >= word.size() || word.find_first_of(".()") != word.npos)
         return false;
     std::string plain(word);
     plain[comma] = '.';
@@ -420,6 +420,9 @@ private:
             return;
         const std::size_t width = columns_.columns.size();
         const auto number_of_line = [&] { return line_of(first); };
+        // A run that still writes, or was cut, leaves part of a line.
+        const bool is_cut = first + line.size() == end_ && !rows_.empty();
+        const auto leave_out = [&] { columns_.notes.push_back("the last line is cut and was left out"); };
         std::vector<Number> numbers;
         View word;
         for (Splitter splitter(content, separator_); splitter.next(word);) {
@@ -429,6 +432,8 @@ private:
                             number_of_line());
             Number number;
             if (!parse_number(word, number)) {
+                if (is_cut)
+                    return leave_out();
                 check_decimal_commas(content, number_of_line());
                 throw Error(word.empty() ? "column " + std::to_string(numbers.size() + 1) + " is empty"
                                          : quote(std::string(word)) + " is not a number",
@@ -437,11 +442,8 @@ private:
             numbers.push_back(number);
         }
         if (numbers.size() != width) {
-            // A run that still writes, or was cut, leaves part of a line.
-            if (at_ == end_ && first + line.size() == end_ && numbers.size() < width && !rows_.empty()) {
-                columns_.notes.push_back("the last line is cut and was left out");
-                return;
-            }
+            if (is_cut && numbers.size() < width)
+                return leave_out();
             throw Error(columns_text(numbers.size()) + ", where the lines before have " + std::to_string(width),
                         number_of_line());
         }

@@ -12,6 +12,8 @@ namespace tessel::app {
 namespace {
 
 constexpr double kHarmless = 1e-6; // of a spacing: below what any record shows
+constexpr double kRounding = 0.75; // of the last digit's unit: half of it, and what the line may be off
+constexpr double kUsual = 0.9;     // part of the steps that are equal where times are not really rounded
 
 std::string number(double value)
 {
@@ -70,11 +72,19 @@ Grid fit_grid(const std::vector<double>& times, const std::function<std::vector<
         return fail(n - 1, "the times span more than a double holds");
     if (grid.spacing > 0 && worst(grid.start, grid.spacing) <= least)
         return grid;
+    std::vector<double> steps(n - 1);
+    for (std::size_t k = 1; k < n; ++k)
+        steps[k - 1] = times[k] - times[k - 1];
+    std::vector<double> sorted = steps;
+    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+    std::nth_element(sorted.begin(), middle, sorted.end());
+    const double usual = *middle;
+
     std::vector<double> unit(n, 0.0);
     const auto line_fits = [&] {
         for (std::size_t k = 0; k < n; ++k)
             if (!(std::abs(times[k] - (grid.start + static_cast<double>(k) * grid.spacing)) <=
-                  unit[k] + least + kHarmless * grid.spacing))
+                  kRounding * unit[k] + least + kHarmless * grid.spacing))
                 return false;
         return true;
     };
@@ -86,21 +96,22 @@ Grid fit_grid(const std::vector<double>& times, const std::function<std::vector<
             return grid;
         unit = rounding();
         if (grid.spacing > 0 && line_fits()) {
-            grid.coarse = *std::max_element(unit.begin(), unit.end()) > grid.spacing / 2;
-            return grid;
+            const double largestUnit = *std::max_element(unit.begin(), unit.end());
+            grid.coarse = largestUnit > grid.spacing / 2;
+            // 0, 1, 2, 4, 5: one that is missing, rather than 1.2 in whole numbers.
+            const auto is_usual = [&](double step) { return std::abs(step - usual) <= 1e-3 * largestUnit; };
+            const auto is_double = [&](double step) { return std::abs(step - usual) > 0.9 * usual; };
+            const bool whole = static_cast<double>(std::count_if(steps.begin(), steps.end(), is_usual)) >
+                               kUsual * static_cast<double>(steps.size());
+            if (!grid.coarse || !whole || std::none_of(steps.begin(), steps.end(), is_double))
+                return grid;
+            unit.assign(n, 0.0);
         }
     }
 
     // Where it goes wrong: the first step that is not the usual one.
-    std::vector<double> steps(n - 1);
-    for (std::size_t k = 1; k < n; ++k)
-        steps[k - 1] = times[k] - times[k - 1];
-    std::vector<double> sorted = steps;
-    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
-    std::nth_element(sorted.begin(), middle, sorted.end());
-    const double usual = *middle;
     for (std::size_t k = 1; k < n; ++k) {
-        const double slack = unit[k] + unit[k - 1] + least + kHarmless * std::abs(usual);
+        const double slack = kRounding * (unit[k] + unit[k - 1]) + least + kHarmless * std::abs(usual);
         if (std::abs(steps[k - 1] - usual) <= slack && (usual > 0 || n < 3))
             continue;
         const double missing = std::round(steps[k - 1] / usual) - 1;

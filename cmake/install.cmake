@@ -31,7 +31,6 @@ install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes
 
 # The command, with what teaches it: the manual page, the guides, and records to try it on.
 if(TESSEL_BUILD_COMMAND)
-  set_target_properties(tessel_modes PROPERTIES INSTALL_RPATH "$ORIGIN") # finds libtessel for the command
   install(TARGETS tessel_modes_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Command)
   install(FILES docs/man/tessel-modes.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
   install(FILES app/completion/tessel-modes
