@@ -96,11 +96,16 @@ def says_in_one_line_what_hinders():
 def ends_cleanly_on_an_interrupt():
     # While it waits for input, and while it analyses many records.
     for arguments, wait in ((["-"], 0.3), (["--jobs", "2"] + ["cavity.csv"] * 400, 1.5)):
-        process = subprocess.Popen([COMMAND, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE, cwd=RECORDS)
-        time.sleep(wait)
-        process.send_signal(signal.SIGINT)
-        out, err = process.communicate(timeout=60)
+        with tempfile.TemporaryFile() as printed:
+            process = subprocess.Popen([COMMAND, *arguments], stdin=subprocess.PIPE, stdout=printed,
+                                       stderr=subprocess.PIPE, cwd=RECORDS)
+            time.sleep(wait)
+            process.send_signal(signal.SIGINT)
+            process.wait(timeout=60)
+            err = process.stderr.read()
+            process.stdin.close()
+            printed.seek(0)
+            out = printed.read()
         assert process.returncode == -signal.SIGINT and err == b"tessel-modes: stopped\n", (process.returncode, err)
         assert out == b"" or out.endswith(b"\n")
 
