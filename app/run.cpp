@@ -10,6 +10,7 @@
 #include "app/table.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
@@ -169,7 +170,7 @@ private:
             outcome.result = analyse(outcome.record, options_, [&](const modes::Progress& progress) {
                 progress_.say(title + ": " + progress.stage + ", " + std::to_string(progress.modes) + " modes, " +
                               std::to_string(static_cast<int>(100 * std::clamp(progress.part, 0.0, 1.0))) + " %");
-                return interrupted() == 0;
+                return interrupted() == 0 && !stopped_;
             });
         } catch (const modes::Stopped&) {
             stop();
@@ -269,7 +270,8 @@ private:
     std::deque<Slot> slots_; ///< places do not move while others are added behind or taken in front
     std::deque<Slot*> waiting_;
     std::size_t next_file_ = 0;
-    bool read_once_ = false, all_read_ = false, stopped_ = false;
+    bool read_once_ = false, all_read_ = false;
+    std::atomic<bool> stopped_ = false; ///< looked at without the mutex too
     // Of the printing thread
     bool failed_ = false;
     std::size_t printed_ = 0;

@@ -37,6 +37,7 @@ if(TESSEL_BUILD_COMMAND)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
   install(FILES docs/tessel-modes.schema.json docs/guide-process.md docs/guide-resonances.md CHANGELOG.md
     DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
+  install(DIRECTORY docs/figures DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command FILES_MATCHING PATTERN *.png)
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
 endif()
 
@@ -88,6 +89,7 @@ The modes of field records and the Prony fit, from Python.")
   set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tessel-modes)
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION science)
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # the libraries that the command links
   set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS gnuplot-nox)
   set(CPACK_COMPONENT_COMMAND_DESCRIPTION "\
