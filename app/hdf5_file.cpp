@@ -345,8 +345,6 @@ void find_times(hid_t file, const std::string& path, std::size_t rows, Columns& 
 
 Columns read_hdf5(const std::string& name, const std::string& given, std::optional<int> axis)
 {
-    // What a damaged file leaves open would be complained about at the end.
-    [[maybe_unused]] static const herr_t once = H5dont_atexit();
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
     const Id file(H5Fopen(name.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose);
     if (!file)

@@ -1,5 +1,6 @@
 #include "app/records.h"
 
+#include "app/apart.h"
 #include "app/error.h"
 #include "app/hdf5_file.h"
 #include "app/npy.h"
@@ -475,7 +476,8 @@ Columns read_columns(const std::string& argument, const Options& options)
 {
     const Source source = parse_source(argument);
     if (is_hdf5(source.file))
-        return read_hdf5(source.file, source.dataset, options.axis);
+        // Its library does not stand every damaged file.
+        return read_apart([&] { return read_hdf5(source.file, source.dataset, options.axis); });
     std::string bytes = read_bytes(source.file);
     if (!source.dataset.empty())
         throw Error(quote(source.file) + " is no HDF5 file, which alone has paths inside");
