@@ -13,10 +13,8 @@ namespace {
 std::string sentence(std::string text)
 {
     // A word that is not plain lower case, such as a name, keeps its first letter.
-    const std::size_t word = std::min(text.find(' '), text.size());
-    if (std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(word),
-                    [](unsigned char c) { return std::islower(c); }) &&
-        !text.empty())
+    const auto word = std::find(text.begin(), text.end(), ' ');
+    if (word != text.begin() && std::all_of(text.begin(), word, [](unsigned char c) { return std::islower(c); }))
         text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
     if (!text.empty() && text.back() != '.')
         text += '.';

@@ -6,10 +6,14 @@
 
 namespace tessel::app {
 
-using namespace std::chrono_literals;
+namespace {
+
+constexpr std::chrono::milliseconds kQuiet{500}, kPause{100};
+
+} // namespace
 
 ProgressLine::ProgressLine(bool wanted)
-    : watched_(wanted && isatty(STDERR_FILENO) != 0), next_(std::chrono::steady_clock::now() + 500ms)
+    : watched_(wanted && isatty(STDERR_FILENO) != 0), next_(std::chrono::steady_clock::now() + kQuiet)
 {}
 
 void ProgressLine::say(const std::string& text)
@@ -20,7 +24,7 @@ void ProgressLine::say(const std::string& text)
     const auto now = std::chrono::steady_clock::now();
     if (now < next_)
         return;
-    next_ = now + 100ms;
+    next_ = now + kPause;
     written_ = true;
     std::fprintf(stderr, "\r\033[K%s", text.substr(0, 79).c_str());
     std::fflush(stderr);
