@@ -166,7 +166,8 @@ Result run(Series record, double start, double spacing, const Options& options)
         std::vector<double> scale(fit.terms.size(), feet.any() ? fit.reduced : reduced);
         for (std::size_t j = 0; j < scale.size(); ++j)
             if (feet.any())
-                scale[j] *= feet.excess(static_cast<double>(fit.terms[j].angle), series.size());
+                scale[j] = std::max(1.0, fit.reduced) *
+                           (feet.level + feet.foot(static_cast<double>(fit.terms[j].angle), series.size()));
         const std::vector<Mode> modes = modes_of(series, fit.terms, factor, stage.whitener, spacing, scale);
         if (getenv("DBG")) fprintf(stderr,"final: terms %zu feet %d reduced %.3f %.3f\n", fit.terms.size(), feet.any(), reduced, fit.reduced);
         const auto highest_amplitude = [&](const Mode& mode) {

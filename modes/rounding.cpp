@@ -36,9 +36,9 @@ std::vector<double> weighted_periodogram(const Series& series, std::size_t n, co
 
 } // namespace
 
-double Feet::excess(double angle, std::size_t samples) const
+double Feet::foot(double angle, std::size_t samples) const
 {
-    double sum = 1;
+    double sum = 0;
     const double near = kPi / static_cast<double>(samples);
     for (std::size_t j = 0; j < walk.size(); ++j) {
         double apart = std::abs(angle - angles[j]);
@@ -61,6 +61,7 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     double strongest = 0;
     for (const Term& term : terms)
         strongest = std::max(strongest, std::abs(term.c) * std::sqrt(series.weightAt(term.origin)));
+    feet.level = std::min(1.0, median(power) / std::log(2.0));
     std::vector<double> own, all;
     for (const Term& term : terms) {
         const auto angle = static_cast<double>(term.angle);
@@ -83,7 +84,7 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
                                       std::abs(static_cast<double>(other.angle) - (angle + apart)) > std::abs(apart));
             if (!nearest)
                 continue;
-            values.push_back((power[static_cast<std::size_t>(at)] - 1) * apart * apart);
+            values.push_back((power[static_cast<std::size_t>(at)] - feet.level) * apart * apart);
         }
         const double walk = values.size() < 4 ? -1 : std::max(0.0, median(values) / std::log(2.0));
         own.push_back(walk);
@@ -93,7 +94,7 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     if (all.empty())
         return feet;
     const double common = median(all);
-    const double least = kShown * kNearest * kNearest * resolution * resolution;
+    const double least = kShown * feet.level * kNearest * kNearest * resolution * resolution;
     const double most = series.rounding * series.rounding * strongest * strongest;
     if (getenv("DBG3")) fprintf(stderr, "   feet n %zu terms %zu common %.3g least %.3g most %.3g\n", n, terms.size(), common, least, most);
     if (common > most)

@@ -13,10 +13,13 @@ namespace tessel::modes {
 struct Feet {
     std::vector<double> walk;   ///< of each term: power density times the square of the distance in angle
     std::vector<double> angles; ///< of each term
+    double level = 1;           ///< of the noise between the lines, over the weights'
 
     bool any() const { return !walk.empty(); }
     /// Noise at an angle over the weights' noise, seen over this many samples.
-    double excess(double angle, std::size_t samples) const;
+    double excess(double angle, std::size_t samples) const { return 1 + foot(angle, samples); }
+    /// The lines' part of it.
+    double foot(double angle, std::size_t samples) const;
 };
 
 /// Finds the feet of the terms' lines in the residual of a fit over [0, n). None, where the feet are higher than rounding
