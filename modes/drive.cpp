@@ -72,19 +72,22 @@ double shortest_life(const Terms& terms)
 
 /// Whether the first `extension` means are explained: no mean of squares from the first sample on is above that of the
 /// rest by more than chance.
-bool explained(const Series& series, const Terms& terms, std::size_t extension, double reduced)
+bool explained(const Series& series, const Terms& terms, std::size_t extension)
 {
     std::vector<double> residual;
-    evaluate(series, terms, series.size(), &residual);
-    const double unit = std::max(1.0, reduced);
+    const std::size_t n = series.size();
+    const double width = series.complex() ? 2 : 1;
+    const double mean = evaluate(series, terms, n, &residual).chiSquare / (width * static_cast<double>(n));
+    // noise that walks at random is largest at the ends
+    const double unit = std::max(1.0, mean) * (feet_of(series, terms, n, residual).any() ? kWalking : 1);
     double sum = 0;
     std::size_t next = 4;
-    for (std::size_t k = 0; k < std::min(extension, series.size()); ++k) {
+    for (std::size_t k = 0; k < std::min(extension, n); ++k) {
         sum += residual[k] * residual[k] * series.weightAt(k);
         if (series.complex())
-            sum += residual[series.size() + k] * residual[series.size() + k] * series.weightAt(k);
+            sum += residual[n + k] * residual[n + k] * series.weightAt(k);
         if (k + 1 == next || k + 1 == extension) {
-            const double count = static_cast<double>(k + 1) * (series.complex() ? 2 : 1);
+            const double count = static_cast<double>(k + 1) * width;
             if (sum / count > unit * (1 + kDeviations * std::sqrt(2 / count)))
                 return false;
             next *= 2;
@@ -149,7 +152,7 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     const std::size_t count = late.fit.terms.size();
     Stage stage = carry(record, late, first, count + more + 6, watch);
     stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.terms.size() <= count + more &&
-                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late.fit.reduced);
+                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1);
     if (getenv("DBG")) fprintf(stderr,"walk %zu -> %zu terms %zu -> %zu (more %zu) failed %d stopped %d reduced %.2f -> %.2f good %d\n", late.first, first, count, stage.fit.terms.size(), more, stage.fit.failed, stage.fit.stopped, late.fit.reduced, stage.fit.reduced, stage.good);
     return stage;
 }
@@ -253,27 +256,30 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
 
 Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch)
 {
-    Stage stage = base;
-    stage.whitener = Whitener();
-    stage.good = false;
+    Stage best = base;
+    best.good = false;
     if (base.noise.bursts)
-        return stage;
+        return best;
     const Series plain = decimate(record, base.first, base.factor, base.noise);
     const double highest = base.highest * static_cast<double>(base.factor);
     std::vector<double> residual = plain.re;
     residual.insert(residual.end(), plain.im.begin(), plain.im.end());
     std::vector<double> gains;
     for (int round = 0; round < kColourRounds; ++round) {
+        Stage stage = base;
         const Colour colour = colour_of(plain, residual);
         stage.whitener = colour.whitener;
         stage.contrast = colour.contrast;
         stage.series = whiten(plain, stage.whitener);
         stage.fit = fit_series(stage.series, highest, options.mostModes.value_or(kMostModes), Effort::thorough,
-                               watch.share(0.3));
+                               watch.share(0.4));
         if (getenv("DBG")) fprintf(stderr,"colour round %d order %zu contrast %.2f gain %.3e terms %zu failed %d stopped %d red %.3f\n", round, colour.whitener.order(), colour.contrast, colour.whitener.taps.empty()?0:1/colour.whitener.taps[0], stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced);
         if (stage.fit.failed || stage.fit.stopped)
-            return stage;
-        evaluate(plain, through(stage.fit.terms, stage.whitener, true), plain.size(), &residual);
+            break; // the noise that was assumed before is the least that few modes explain
+        const Terms terms = through(stage.fit.terms, stage.whitener, true);
+        evaluate(plain, terms, plain.size(), &residual);
+        stage.good = explains(stage.fit) && stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
+        best = stage;
         const double gain = stage.whitener.taps.empty() ? 0 : std::log(std::abs(stage.whitener.taps[0]));
         // settled, or going to and fro
         if (round > 0 && (std::abs(gain - gains.back()) < kSettled ||
@@ -281,9 +287,7 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
             break;
         gains.push_back(gain);
     }
-    stage.good = explains(stage.fit) && stationary(stage.series, stage.fit.terms) &&
-                 !imitates_drive(plain, through(stage.fit.terms, stage.whitener, true), highest);
-    return stage;
+    return best;
 }
 
 Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch)
@@ -300,7 +304,7 @@ Stage skip_drive(const Series& record, const Options& options, double unit, cons
                         watch.share(part == 0 ? 0.1 : 0.35));
         late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor));
         if (!late.good && part > 0)
-            late = fit_coloured(record, late, options, watch.share(0.6));
+            late = fit_coloured(record, late, options, watch.share(0.3));
         if (late.good)
             break;
     }
