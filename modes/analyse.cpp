@@ -73,14 +73,6 @@ int normalise(Series& record)
     return exponent;
 }
 
-/// Whether the noise that a good fit leaves is coloured.
-bool is_coloured(const Stage& stage)
-{
-    std::vector<double> residual;
-    evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
-    return coloured(stage.series, residual);
-}
-
 /// The relative rounding of the arithmetic that made the record: single precision if every sample is such a number.
 double rounding_of(const Series& record)
 {
@@ -95,15 +87,24 @@ double rounding_of(const Series& record)
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
 {
     Stage stage = fit_from(record, options.first.value_or(0), options, unit,
-                           options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.35));
-    if (!stage.good || is_coloured(stage)) {
-        Stage other = fit_coloured(record, stage, options, watch.share(0.6));
+                           options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.3));
+    const bool begins = stage.good && (options.first || !imitates_drive(stage.series, stage.fit.terms,
+                                                                       stage.highest * static_cast<double>(stage.factor)));
+    if (begins ? is_coloured(stage) : options.first.has_value()) {
+        Stage other = fit_coloured(record, stage, options, watch.share(0.5));
         if (other.good)
-            return other;
-    }
-    if (!options.first && (!stage.good || imitates_drive(stage.series, stage.fit.terms,
-                                                         stage.highest * static_cast<double>(stage.factor)))) {
-        Stage late = skip_drive(record, options, unit, watch);
+            stage = std::move(other);
+    } else if (!begins) {
+        // A drive before white noise, coloured noise, or both.
+        Stage late = fit_late(record, options, unit, false, watch.share(0.5));
+        if (!late.good) {
+            Stage other = fit_coloured(record, stage, options, watch.share(0.5));
+            if (other.good)
+                return other;
+            late = fit_late(record, options, unit, true, watch.share(0.6));
+        }
+        if (late.good)
+            late = walk_to_drive(record, std::move(late), watch);
         if (late.good && (!stage.good || cost(late) < cost(stage))) {
             stage = std::move(late);
             stage.skipped = stage.first > 0;

@@ -119,7 +119,8 @@ bool stationary(const Series& series, const Terms& terms)
 }
 
 /// The fit of `late`, carried to another first sample and continued there.
-Stage carry(const Series& record, const Stage& late, std::size_t first, std::size_t mostModes, const Watch& watch)
+Stage carry(const Series& record, const Stage& late, std::size_t first, std::size_t mostModes, std::size_t mostKept,
+            const Watch& watch)
 {
     Stage stage;
     stage.first = first;
@@ -139,7 +140,7 @@ Stage carry(const Series& record, const Stage& late, std::size_t first, std::siz
             term.c = 0;
         term.origin = 0;
     }
-    stage.fit = continue_fit(stage.series, terms, mostModes, Effort::quick, watch);
+    stage.fit = continue_fit(stage.series, terms, mostModes, Effort::quick, watch, mostKept);
     stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit);
     return stage;
 }
@@ -150,7 +151,7 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     const double periods = static_cast<double>(late.first - first) * late.highest;
     const auto more = static_cast<std::size_t>(periods / kPeriodsPerMode);
     const std::size_t count = late.fit.terms.size();
-    Stage stage = carry(record, late, first, count + more + 6, watch);
+    Stage stage = carry(record, late, first, count + more + 6, count + more, watch);
     stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.terms.size() <= count + more &&
                  explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1);
     if (getenv("DBG")) fprintf(stderr,"walk %zu -> %zu terms %zu -> %zu (more %zu) failed %d stopped %d reduced %.2f -> %.2f good %d\n", late.first, first, count, stage.fit.terms.size(), more, stage.fit.failed, stage.fit.stopped, late.fit.reduced, stage.fit.reduced, stage.good);
@@ -210,7 +211,8 @@ Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
         for (std::size_t j = 0; j < stage.fit.terms.size(); ++j)
             if (!out[j])
                 shorter.fit.terms.push_back(stage.fit.terms[j]);
-        shorter = carry(record, shorter, stage.first + lives[count - 1].samples, shorter.fit.terms.size() + 1, watch);
+        shorter = carry(record, shorter, stage.first + lives[count - 1].samples, shorter.fit.terms.size() + 1,
+                        shorter.fit.terms.size() + 1, watch);
         if (shorter.fit.failed || shorter.fit.terms.size() >= stage.fit.terms.size() || (driven && cost(shorter) > cost(stage)))
             return stage;
         stage = std::move(shorter);
@@ -254,6 +256,13 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
     return stage;
 }
 
+bool is_coloured(const Stage& stage)
+{
+    std::vector<double> residual;
+    evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
+    return coloured(stage.series, residual);
+}
+
 Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch)
 {
     Stage best = base;
@@ -290,7 +299,7 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
     return best;
 }
 
-Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch)
+Stage fit_late(const Series& record, const Options& options, double unit, bool coloured_noise, const Watch& watch)
 {
     watch.tell("drive", 0, 0);
     const std::size_t n = record.size();
@@ -298,24 +307,30 @@ Stage skip_drive(const Series& record, const Options& options, double unit, cons
     Stage late;
     for (const double part : {0.0, 0.25, 0.5, 0.7}) {
         const auto first = from + static_cast<std::size_t>(part * static_cast<double>(n - from));
-        if (first == 0 || n - first < kFewest)
+        if (first == 0 || n - first < kFewest || (part == 0 && coloured_noise))
             continue;
         late = fit_from(record, first, options, unit, part == 0 ? Effort::quick : Effort::thorough,
-                        watch.share(part == 0 ? 0.1 : 0.35));
-        late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor));
-        if (!late.good && part > 0)
+                        watch.share(part == 0 ? 0.1 : coloured_noise ? 0.05 : 0.2));
+        late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor)) &&
+                    !is_coloured(late);
+        if (!late.good && coloured_noise)
             late = fit_coloured(record, late, options, watch.share(0.3));
         if (late.good)
             break;
     }
-    if (!late.good)
-        return late;
+    return late;
+}
+
+Stage walk_to_drive(const Series& record, Stage late, const Watch& watch)
+{
+    watch.tell("drive", 0, 0);
+    const std::size_t from = onset(record);
     double left = 0.8;
     const double part = 0.08; // of the work, for one step
     const auto enough =
         std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(late.highest, 1e-4)));
     // Steps halve where one fails: what a long step cannot explain, two short ones may, as modes of short life come in.
-    std::size_t step = late.first - from;
+    std::size_t step = (late.first - from + 1) / 2;
     while (step >= enough && late.first > from && left > 0) {
         const Watch walk = watch.share(part);
         const std::size_t first = late.first > from + step ? late.first - step : from;

@@ -27,12 +27,18 @@ struct Stage {
 Stage fit_from(const Series& record, std::size_t first, const Options& options, double unit, Effort effort,
                const Watch& watch);
 
-/// Fits what follows the drive.
+/// Whether the noise that a good fit leaves is coloured.
+bool is_coloured(const Stage& stage);
+
+/// Fits a late part of the record, from its onset or a quarter, a half or seven tenths behind it on; good if one of them is
+/// a sum of few modes and noise, white or, if asked for, coloured.
+Stage fit_late(const Series& record, const Options& options, double unit, bool coloured_noise, const Watch& watch);
+
+/// Walks a late fit back to the end of the drive.
 ///
-/// A fit that begins late enough is walked back: the record from an earlier sample on must be explained by the same
-/// modes and at most one new mode for every kPeriodsPerMode periods of the highest line, as modes of short life imitate
-/// any drive. Bisection finds the earliest such sample.
-Stage skip_drive(const Series& record, const Options& options, double unit, const Watch& watch);
+/// The record from an earlier sample on must be explained by the same modes and at most one new mode for every
+/// kPeriodsPerMode periods of the highest line, as modes of short life imitate any drive. The steps halve where one fails.
+Stage walk_to_drive(const Series& record, Stage late, const Watch& watch);
 
 /// Fits the decimated record of a stage anew, its noise coloured: in turns the noise's spectrum is found in what the fit
 /// leaves, and the record fitted behind the filter that makes it white. Good only if what is left does not change over

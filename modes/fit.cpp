@@ -20,6 +20,7 @@ constexpr std::size_t kNuisanceRounds = 3;
 constexpr double kLikely = 9;             // half the gain in chi^2 of a term that is likely
 constexpr Extended kShort = 16;           // nepers over the record: a short life
 constexpr Extended kSlow = 6;             // of the distance of a pole from zero, over the record
+constexpr double kByFar = 5;              // times the threshold
 constexpr double kHopeless = 10;          // chi^2 per degree of freedom of such a fit
 
 /// Refines and searches over [0, n) until the residual asks for nothing more.
@@ -97,8 +98,8 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
     return sum > 30 * peak;
 }
 
-Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort,
-               const Watch& watch)
+Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch,
+                 std::size_t mostKept)
 {
     Fit fit;
     Refined model = complete(series, std::move(terms), series.size(), mostModes, fit, effort, watch);
@@ -112,6 +113,19 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
         return fit;
     }
     watch.tell("select", model.terms.size(), 1);
+    if (model.terms.size() > mostKept) {
+        std::size_t certain = 0;
+        for (const double w : wald(series, model.terms, series.size()))
+            certain += w > kByFar * 2 * chance_score(series.size()) * std::max(1.0, reduced);
+        if (certain > mostKept) {
+            fit.terms = model.terms;
+            fit.chiSquare = model.chiSquare;
+            fit.significance.assign(model.terms.size(), 1);
+            fit.reduced = reduced;
+            fit.stopped = true;
+            return fit;
+        }
+    }
     model = refine(series, std::move(model.terms), series.size());
     model = eliminate(series, std::move(model), series.size(), fit.significance, [&](const Refined& r) {
         watch.spend(r, series.size());

@@ -7,6 +7,7 @@
 #include "modes/select.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace tessel::modes {
 
@@ -64,7 +65,7 @@ private:
     Watch(const Watch& whole, double part)
         : options_(whole.options_), depth_(whole.depth_), full_(whole.full_ * part), left_(full_), whole_(&whole)
     {}
-    static constexpr double kWork = 1e10;
+    static constexpr double kWork = 1.2e10;
     const Options& options_;
     double depth_;
     double full_;
@@ -88,7 +89,10 @@ Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effo
 std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch);
 
 /// Goes on from a model: refinement over the whole series, search, selection.
-Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch);
+///
+/// @param mostKept  given up, with Fit::stopped, as soon as more terms than these are significant by far
+Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch,
+                 std::size_t mostKept = std::numeric_limits<std::size_t>::max());
 
 } // namespace tessel::modes
 
