@@ -21,6 +21,10 @@ constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
 constexpr double kMostNoise = 2;       // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
+constexpr double kHighestLevel = 0.1;  // of noise that is tried, of the highest sample
+constexpr double kLowestLevel = 1e-15;
+constexpr double kLevelStep = 0.1;
+constexpr double kLeastFree = 0.2;     // degrees of freedom, of the samples
 constexpr int kColourRounds = 6;
 constexpr double kWalking = 4;         // of the mean square of noise that walks at random, in a part of the record
 constexpr double kSettled = 0.02;      // nepers of the noise, from round to round
@@ -116,6 +120,39 @@ bool stationary(const Series& series, const Terms& terms)
             return false;
     }
     return true;
+}
+
+double highest_sample(const Series& record, std::size_t first)
+{
+    double peak = 0;
+    for (std::size_t k = first; k < record.size(); ++k)
+        peak = std::max({peak, std::abs(record.re[k]), record.complex() ? std::abs(record.im[k]) : 0});
+    return peak;
+}
+
+/// Fits a stage's record by block means, so few in a block that the shortest life is resolved.
+void fit_decimated(const Series& record, Stage& stage, const Options& options, Effort effort, const Watch& watch)
+{
+    for (;; stage.factor = (stage.factor + 1) / 2) {
+        stage.series = decimate(record, stage.first, stage.factor, stage.noise);
+        stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
+                               options.mostModes.value_or(kMostModes), effort, watch);
+        if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
+            break;
+    }
+}
+
+/// Length of a description of the samples by a fit, in nepers times two: -2 ln likelihood at the noise that it leaves, and
+/// the chance score for each mode. Infinite if the fit leaves too few degrees of freedom to tell.
+/// @par Source  J. Rissanen, Automatica 14 (1978) 465.
+double description(const Stage& stage)
+{
+    const double rows = static_cast<double>(stage.series.size()) * (stage.series.complex() ? 2 : 1);
+    const double free = freedom(stage.series, stage.fit.terms, stage.series.size());
+    if (stage.fit.failed || stage.fit.stopped || !(free > kLeastFree * rows))
+        return INFINITY;
+    const double variance = std::max(stage.fit.chiSquare, 1e-30) / free / stage.series.weight.front();
+    return rows * std::log(variance) + 2 * chance_score(stage.series.size()) * static_cast<double>(stage.fit.terms.size()) * rows / free;
 }
 
 /// The fit of `late`, carried to another first sample and continued there.
@@ -244,12 +281,39 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         std::fill(stage.noise.sigma.begin(), stage.noise.sigma.end(), *options.noise / unit);
         stage.noise.found = true;
     }
-    for (stage.factor = block_factor(stage.highest, record.size() - first);; stage.factor = (stage.factor + 1) / 2) {
-        stage.series = decimate(record, first, stage.factor, stage.noise);
-        stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
-                               options.mostModes.value_or(kMostModes), effort, watch);
-        if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
-            break;
+    stage.factor = block_factor(stage.highest, record.size() - first);
+    if (stage.noise.found) {
+        fit_decimated(record, stage, options, effort, watch);
+    } else {
+        // No empty band: the level for which the description is shortest.
+        Stage best;
+        double shortest = INFINITY;
+        const double peak = highest_sample(record, first);
+        for (double level = kHighestLevel * peak; level > std::max(watch.depth(), kLowestLevel) * peak; level *= kLevelStep) {
+            Stage trial = stage;
+            std::fill(trial.noise.sigma.begin(), trial.noise.sigma.end(), level);
+            fit_decimated(record, trial, options, effort, watch);
+            const double length = description(trial);
+            if (length < shortest) {
+                shortest = length;
+                best = std::move(trial);
+            }
+        }
+        if (std::isfinite(shortest)) {
+            // the noise is what that fit leaves
+            const double ratio = std::max(best.fit.reduced, 1e-30);
+            for (double& sigma : best.noise.sigma)
+                sigma *= std::sqrt(ratio);
+            for (double& weight : best.series.weight)
+                weight /= ratio;
+            best.fit.chiSquare /= ratio;
+            best.fit.reduced = 1;
+            for (double& significance : best.fit.significance)
+                significance /= ratio;
+            stage = std::move(best);
+        } else {
+            stage.fit.failed = true;
+        }
     }
     stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit) && !stage.noise.bursts;
     if (getenv("DBG")) fprintf(stderr,"fit_from %zu highest %.4f factor %zu terms %zu failed %d stopped %d reduced %.3g noise %.3g found %d varies %d\n", first, stage.highest, stage.factor, stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced, stage.noise.sigma.front(), stage.noise.found, stage.noise.varies);

@@ -16,6 +16,7 @@ namespace {
 
 constexpr double kNodesPerPeriod = 2.6;
 constexpr std::size_t kMostNodes = 400;
+constexpr std::size_t kLeastNodes = 64; // as long as there are samples
 constexpr std::size_t kMostNodesLarge = 8192;
 constexpr Eigen::Index kMostVectors = 240;
 constexpr Eigen::Index kSpare = 8;      // vectors beyond those that count
@@ -130,7 +131,8 @@ Start start_values(const Series& series, double highest)
 {
     Start out;
     const std::size_t m = series.size();
-    const auto stride = std::max<std::size_t>(1, static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))));
+    const auto stride = std::clamp<std::size_t>(static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))), 1,
+                                                std::max<std::size_t>(1, m / kLeastNodes));
     const bool large = !series.complex() && (m + stride - 1) / stride > kMostNodes;
     const std::size_t nodes = std::min(large ? kMostNodesLarge : kMostNodes, (m + stride - 1) / stride);
     const auto h = static_cast<Eigen::Index>(nodes / 2);
