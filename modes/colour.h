@@ -32,8 +32,7 @@ struct Colour {
 /// @par Source  J. Makhoul, Proc. IEEE 63 (1975) 561 (autoregressive models of a given spectrum).
 Colour colour_of(const Series& series, const std::vector<double>& residual);
 
-/// Whether the residual's spectrum rises somewhere above the series' weights by more than chance, for a fit of this many
-/// parameters.
+/// Whether the residual's spectrum rises somewhere above the series' weights by more than chance.
 bool coloured(const Series& series, const std::vector<double>& residual);
 
 /// The series behind the filter, shorter by its order.

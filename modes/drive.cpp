@@ -21,6 +21,7 @@ constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
 constexpr double kMostNoise = 2;       // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
+constexpr double kLeastMean = 0.1;     // of squares: rounding is not larger than the least noise that is assumed
 constexpr double kHighestLevel = 0.1;  // of noise that is tried, of the highest sample
 constexpr double kLowestLevel = 1e-15;
 constexpr double kLevelStep = 0.1;
@@ -76,20 +77,22 @@ double shortest_life(const Terms& terms)
 
 /// Whether the first `extension` means are explained: no mean of squares from the first sample on is above that of the
 /// rest by more than chance.
-bool explained(const Series& series, const Terms& terms, std::size_t extension)
+bool explained(const Series& series, const Terms& terms, std::size_t extension, const Stage& late)
 {
     std::vector<double> residual;
-    const std::size_t n = series.size();
+    const std::size_t n = late.series.size();
     const double width = series.complex() ? 2 : 1;
-    const double mean = evaluate(series, terms, n, &residual).chiSquare / (width * static_cast<double>(n));
+    const double mean = evaluate(late.series, late.fit.terms, n, &residual).chiSquare / (width * static_cast<double>(n));
     // noise that walks at random is largest at the ends
-    const double unit = std::max(1.0, mean) * (feet_of(series, terms, n, residual).any() ? kWalking : 1);
+    const double unit = std::max(kLeastMean, mean) * (feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
+    const std::size_t all = series.size();
+    evaluate(series, terms, all, &residual);
     double sum = 0;
     std::size_t next = 4;
-    for (std::size_t k = 0; k < std::min(extension, n); ++k) {
+    for (std::size_t k = 0; k < std::min(extension, all); ++k) {
         sum += residual[k] * residual[k] * series.weightAt(k);
         if (series.complex())
-            sum += residual[n + k] * residual[n + k] * series.weightAt(k);
+            sum += residual[all + k] * residual[all + k] * series.weightAt(k);
         if (k + 1 == next || k + 1 == extension) {
             const double count = static_cast<double>(k + 1) * width;
             if (sum / count > unit * (1 + kDeviations * std::sqrt(2 / count)))
@@ -189,8 +192,8 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     const auto more = static_cast<std::size_t>(periods / kPeriodsPerMode);
     const std::size_t count = late.fit.terms.size();
     Stage stage = carry(record, late, first, count + more + 6, count + more, watch);
-    stage.good = !stage.fit.failed && !stage.fit.stopped && stage.fit.terms.size() <= count + more &&
-                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1);
+    stage.good = stage.good && stage.fit.terms.size() <= count + more &&
+                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late);
     if (getenv("DBG")) fprintf(stderr,"walk %zu -> %zu terms %zu -> %zu (more %zu) failed %d stopped %d reduced %.2f -> %.2f good %d\n", late.first, first, count, stage.fit.terms.size(), more, stage.fit.failed, stage.fit.stopped, late.fit.reduced, stage.fit.reduced, stage.good);
     return stage;
 }
@@ -324,7 +327,9 @@ bool is_coloured(const Stage& stage)
 {
     std::vector<double> residual;
     evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
-    return coloured(stage.series, residual);
+    // lines that rounding excites make a spectrum of their own
+    return !feet_of(stage.series, stage.fit.terms, stage.series.size(), residual).any() &&
+           coloured(stage.series, residual);
 }
 
 Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch)
