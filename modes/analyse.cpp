@@ -1,4 +1,5 @@
 #include "modes/errors.h"
+#include "modes/decimation.h"
 #include "modes/drive.h"
 #include "modes/modes.h"
 #include "modes/remarks.h"
@@ -6,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <chrono>
 
 namespace tessel::modes {
 
@@ -23,13 +23,14 @@ constexpr double kDepths[] = {6e-16, 1e-9};
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
+constexpr double kColoured = 1.5; // of the noise's largest over smallest density, in amplitude
 constexpr double kCertain = 5; // standard errors beyond which a decay differs from none
 
 void check(const Series& record, double start, double spacing, const Options& options)
 {
     if (!std::isfinite(start))
         throw InputError(InputFault::start, 0, "the start is not finite");
-    if (!(spacing > 0) || !std::isfinite(spacing))
+    if (!(spacing > 0) || !std::isfinite(spacing) || !std::isfinite(1 / spacing))
         throw InputError(InputFault::spacing, 0, "the spacing is not a positive finite number");
     for (std::size_t k = 0; k < record.size(); ++k)
         if (!std::isfinite(record.re[k]) || (record.complex() && !std::isfinite(record.im[k])))
@@ -90,7 +91,7 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
                            options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.3));
     const bool begins = stage.good && (options.first || !imitates_drive(stage.series, stage.fit.terms,
                                                                        stage.highest * static_cast<double>(stage.factor)));
-    if (begins ? is_coloured(stage) : options.first.has_value()) {
+    if (options.noise ? false : begins ? is_coloured(stage) : options.first.has_value()) {
         Stage other = fit_coloured(record, stage, options, watch.share(0.5));
         if (other.good)
             stage = std::move(other);
@@ -98,10 +99,12 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
         // A drive before white noise, coloured noise, or both.
         Stage late = fit_late(record, options, unit, false, watch.share(0.5));
         if (!late.good) {
-            Stage other = fit_coloured(record, stage, options, watch.share(0.5));
+            Stage other;
+            if (!options.noise)
+                other = fit_coloured(record, stage, options, watch.share(0.5));
             if (other.good)
                 return other;
-            late = fit_late(record, options, unit, true, watch.share(0.6));
+            late = fit_late(record, options, unit, !options.noise, watch.share(0.6));
         }
         if (late.good)
             late = walk_to_drive(record, std::move(late), watch);
@@ -115,107 +118,135 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
     return stage;
 }
 
+/// Variance of the noise at each term over that of the weights.
+std::vector<double> noise_scale(const Stage& stage)
+{
+    std::vector<double> residual;
+    evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
+    const Feet feet = feet_of(stage.series, stage.fit.terms, stage.series.size(), residual);
+    std::vector<double> scale;
+    for (const Term& term : stage.fit.terms)
+        scale.push_back(feet.any() ? std::max(1.0, stage.fit.reduced) *
+                                         (feet.level + feet.foot(static_cast<double>(term.angle), stage.series.size()))
+                                   : stage.fit.reduced);
+    return scale;
+}
+
+/// Adds the modes that a fit tells of, and the offset or drift beside them.
+void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const Options& options, double spacing, double unit,
+                double rounding)
+{
+    const Fit& fit = stage.fit;
+    const double span = static_cast<double>(stage.series.size() * stage.factor) * spacing;
+    const std::vector<Mode> modes =
+        modes_of(stage.series, fit.terms, stage.factor, stage.whitener, spacing, noise_scale(stage));
+    const auto highest_amplitude = [&](const Mode& mode) {
+        return mode.amplitude * std::exp(std::clamp(-mode.decay * span, 0.0, 300.0));
+    };
+    double strongest = 0;
+    for (const Mode& mode : modes)
+        strongest = std::max(strongest, highest_amplitude(mode));
+    const double least = rounding * (rounding > kDouble ? kLeastSingle : kLeastDouble);
+    double background = 0;
+    bool slow = false;
+    for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
+        Mode mode = modes[j];
+        if (highest_amplitude(mode) < least * strongest)
+            continue;
+        mode.amplitude *= unit;
+        mode.amplitudeError *= unit;
+        mode.significance = fit.significance[j];
+        if (fit.terms[j].kind != Term::Kind::oscillating)
+            mode.kind = Kind::overdamped;
+        if (mode.decay < -kCertain * mode.decayError)
+            mode.kind = Kind::growing;
+        // What neither turns nor decays within the record is an offset or a drift; its terms may cancel.
+        const double decay = std::abs(mode.decay);
+        if (std::abs(mode.frequency) * span < 0.5 && (decay * span < 1 || decay < kCertain * mode.decayError)) {
+            background += mode.amplitude * std::cos(mode.phase);
+            slow = true;
+            continue;
+        }
+        if ((options.lowest && mode.frequency < *options.lowest) || (options.highest && mode.frequency > *options.highest))
+            continue;
+        result.modes.push_back(mode);
+    }
+    if (slow)
+        remark(result, RemarkCode::background, std::abs(background), "an offset or a slow drift was fitted beside the modes");
+    if (options.mostModes && result.modes.size() > *options.mostModes) {
+        std::stable_sort(result.modes.begin(), result.modes.end(),
+                         [](const Mode& a, const Mode& b) { return a.significance > b.significance; });
+        result.modes.resize(*options.mostModes);
+        remark(result, RemarkCode::searchStopped, static_cast<double>(*options.mostModes),
+               "there are more modes: the " + std::to_string(*options.mostModes) + " most significant are told of");
+    }
+    std::sort(result.modes.begin(), result.modes.end(),
+              [](const Mode& a, const Mode& b) { return a.frequency < b.frequency; });
+}
+
+/// Standard deviation of the noise at the first sample used: of a sample, of a mean of samples if the noise is coloured.
+double noise_of(const Series& record, const Stage& stage)
+{
+    if (stage.whitener.order() == 0)
+        return stage.noise.sigma.front();
+    std::vector<double> residual;
+    const Series plain = decimate(record, stage.first, stage.factor, stage.noise);
+    evaluate(plain, through(stage.fit.terms, stage.whitener, true), plain.size(), &residual);
+    double sum = 0;
+    for (const double r : residual)
+        sum += r * r;
+    return std::sqrt(sum / static_cast<double>(residual.size()));
+}
+
 Result run(Series record, double start, double spacing, const Options& options)
 {
     check(record, start, spacing, options);
+    Result result;
     if (constant(record)) {
-        Result result;
         result.referenceTime = start;
         const double value = record.complex() ? std::hypot(record.re[0], record.im[0]) : record.re[0];
         remark(result, RemarkCode::constantRecord, value, "all samples are equal");
         remark(result, RemarkCode::nothingRings, std::abs(value), "nothing rings in this record");
         return result;
     }
-    const int exponent = normalise(record);
+    const double unit = std::ldexp(1.0, normalise(record));
     record.rounding = rounding_of(record);
-    const double unit = std::ldexp(1.0, exponent);
-    Result result;
     Stage stage;
     for (const double depth : kDepths) {
         if (depth > kDepths[0] && stage.noise.sigma.front() > depth)
             continue;
         const Watch watch(options, record.size(), depth);
-        const auto t0=std::chrono::steady_clock::now();
-        stage = fit_stage(record, options, unit, watch);
-        if (getenv("DBG")) fprintf(stderr,"depth %g spent %.3f seconds %.3f good %d\n", depth, watch.spent(), std::chrono::duration<double>(std::chrono::steady_clock::now()-t0).count(), stage.good);
+        stage = fit_stage(record, options, unit, depth > kDepths[0] ? watch.share(0.5) : watch.share(1));
         if (stage.good)
             break;
     }
-    const std::size_t first = stage.first;
-    const std::size_t factor = stage.factor;
-    const double highest = stage.highest;
-    const Noise& noise = stage.noise;
-    const Series& series = stage.series;
     Fit& fit = stage.fit;
     std::size_t nuisance = 0;
     if (stage.good && !fit.walks && !fit.terms.empty())
-        nuisance = add_nuisance(series, fit, Watch(options, series.size(), kDepths[0]).share(0.2));
-    if (getenv("DBG")) fprintf(stderr, "nuisance %zu\n", nuisance);
-    const double reduced = fit.reduced;
-    result.firstSample = first;
+        nuisance = add_nuisance(stage.series, fit, Watch(options, stage.series.size(), kDepths[0]).share(0.2));
+    result.firstSample = stage.first;
     if (options.first)
         result.firstSampleReason = FirstSampleReason::given;
-    else if (first > 0)
+    else if (stage.first > 0)
         result.firstSampleReason = FirstSampleReason::driveSkipped;
-    // A fit that was given up has no modes to tell of.
-    const double span = static_cast<double>(series.size() * factor) * spacing;
-    double background = 0;
-    if (!fit.failed) {
-        std::vector<double> residual;
-        evaluate(series, fit.terms, series.size(), &residual);
-        const Feet feet = feet_of(series, fit.terms, series.size(), residual);
-        std::vector<double> scale(fit.terms.size(), feet.any() ? fit.reduced : reduced);
-        for (std::size_t j = 0; j < scale.size(); ++j)
-            if (feet.any())
-                scale[j] = std::max(1.0, fit.reduced) *
-                           (feet.level + feet.foot(static_cast<double>(fit.terms[j].angle), series.size()));
-        const std::vector<Mode> modes = modes_of(series, fit.terms, factor, stage.whitener, spacing, scale);
-        if (getenv("DBG")) fprintf(stderr,"final: terms %zu feet %d reduced %.3f %.3f\n", fit.terms.size(), feet.any(), reduced, fit.reduced);
-        const auto highest_amplitude = [&](const Mode& mode) {
-            return mode.amplitude * std::exp(std::clamp(-mode.decay * span, 0.0, 300.0));
-        };
-        double strongest = 0;
-        for (const Mode& mode : modes)
-            strongest = std::max(strongest, highest_amplitude(mode));
-        const double least = record.rounding * (record.rounding > kDouble ? kLeastSingle : kLeastDouble);
-        for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
-            Mode mode = modes[j];
-            if (highest_amplitude(mode) < least * strongest)
-                continue;
-            mode.amplitude *= unit;
-            mode.amplitudeError *= unit;
-            mode.significance = fit.significance[j];
-            if (fit.terms[j].kind != Term::Kind::oscillating)
-                mode.kind = Kind::overdamped;
-            if (mode.decay < -kCertain * mode.decayError)
-                mode.kind = Kind::growing;
-            // What neither turns nor decays within the record is an offset or a drift.
-            const double decay = std::abs(mode.decay);
-            if (std::abs(mode.frequency) * span < 0.5 && (decay * span < 1 || decay < kCertain * mode.decayError)) {
-                background = std::max(background, mode.amplitude);
-                continue;
-            }
-            if ((options.lowest && mode.frequency < *options.lowest) ||
-                (options.highest && mode.frequency > *options.highest))
-                continue;
-            result.modes.push_back(mode);
-        }
-    }
-    std::sort(result.modes.begin(), result.modes.end(),
-              [](const Mode& a, const Mode& b) { return a.frequency < b.frequency; });
-    result.referenceTime = start + static_cast<double>(first) * spacing;
-    result.decimation = factor;
-    result.noise = noise.sigma.front() * unit;
-    result.reducedChiSquare = reduced;
-    result.lowest = options.lowest.value_or(record.complex() ? -highest / spacing : 0);
-    result.highest = options.highest.value_or(highest / spacing);
-    if (background > 0)
-        remark(result, RemarkCode::background, background,
-               "an offset or a slow drift was fitted beside the modes");
-    if (stage.whitener.order() > 0 && stage.contrast > 1.5)
+    result.referenceTime = start + static_cast<double>(stage.first) * spacing;
+    result.decimation = stage.factor;
+    result.noise = noise_of(record, stage) * unit;
+    if (fit.failed) // nothing is told of a fit that was given up
+        fit.reduced = std::max(fit.reduced, solve_residues(stage.series, fit.terms, stage.series.size()).chiSquare /
+                                                freedom(stage.series, fit.terms, stage.series.size()));
+    else
+        tell_modes(result, stage, nuisance, options, spacing, unit, record.rounding);
+    result.reducedChiSquare = fit.reduced;
+    result.highest = options.highest.value_or(std::max(stage.highest / spacing, options.lowest.value_or(0)));
+    result.lowest = options.lowest.value_or(record.complex() ? -stage.highest / spacing : std::min(0.0, result.highest));
+    if (stage.whitener.order() > 0 && stage.contrast > kColoured)
         remark(result, RemarkCode::colouredNoise, stage.contrast,
                "the noise is not white: it was weighted by its spectrum");
-    add_remarks(result, stage, start, spacing, unit);
+    double peak = 0;
+    for (std::size_t k = 0; k < record.size(); ++k)
+        peak = std::max(peak, record.complex() ? std::hypot(record.re[k], record.im[k]) : std::abs(record.re[k]));
+    add_remarks(result, stage, start, spacing, peak * unit);
     return result;
 }
 

@@ -54,7 +54,10 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
     const std::vector<double> noise = floor_of(power);
     const double least = series.rounding > kSingle ? kLeastSingle : kLeast;
     const double above = 1.5 * std::log(static_cast<double>(power.size()) / kFalseAlarm);
-    for (std::size_t k = power.size() - 1; k-- > 1;)
+    const std::size_t last = power.size() - 1;
+    if (power[last] > std::max(above * noise.back(), least * least * top) && power[last] >= power[last - 1])
+        return 0.5;
+    for (std::size_t k = last; k-- > 1;)
         if (power[k] > std::max(above * noise[k * noise.size() / power.size()], least * least * top) && power[k] >= power[k - 1] && power[k] >= power[k + 1])
             return static_cast<double>(k) / static_cast<double>(padded);
     return 0;

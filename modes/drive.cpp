@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 namespace tessel::modes {
 
@@ -25,9 +23,11 @@ constexpr double kLeastMean = 0.1;     // of squares: rounding is not larger tha
 constexpr double kHighestLevel = 0.1;  // of noise that is tried, of the highest sample
 constexpr double kLowestLevel = 1e-15;
 constexpr double kLevelStep = 0.1;
+constexpr int kMostWorse = 3;          // levels without gain after which no more are tried
 constexpr double kLeastFree = 0.2;     // degrees of freedom, of the samples
+constexpr double kSingle = 1e-10;      // of Series::rounding: single precision
 constexpr int kColourRounds = 6;
-constexpr double kWalking = 4;         // of the mean square of noise that walks at random, in a part of the record
+constexpr double kWalking = 2.5;        // of the mean square of noise that walks at random, in a part of the record
 constexpr double kSettled = 0.02;      // nepers of the noise, from round to round
 constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
 
@@ -84,7 +84,7 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
     const double width = series.complex() ? 2 : 1;
     const double mean = evaluate(late.series, late.fit.terms, n, &residual).chiSquare / (width * static_cast<double>(n));
     // noise that walks at random is largest at the ends
-    const double unit = std::max(kLeastMean, mean) * (feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
+    const double unit = std::max(kLeastMean, mean) * (series.rounding > kSingle && feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
     const std::size_t all = series.size();
     evaluate(series, terms, all, &residual);
     double sum = 0;
@@ -118,7 +118,6 @@ bool stationary(const Series& series, const Terms& terms)
             if (series.complex())
                 sum += residual[n + k] * residual[n + k] * series.weightAt(k);
         }
-        if (getenv("DBG")) fprintf(stderr, " %.2f", sum/count/mean);
         if (sum / count > most * mean * (1 + kDeviations * std::sqrt(2 / count)))
             return false;
     }
@@ -139,7 +138,7 @@ void fit_decimated(const Series& record, Stage& stage, const Options& options, E
     for (;; stage.factor = (stage.factor + 1) / 2) {
         stage.series = decimate(record, stage.first, stage.factor, stage.noise);
         stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
-                               options.mostModes.value_or(kMostModes), effort, watch);
+                               kMostModes, effort, watch);
         if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
             break;
     }
@@ -194,7 +193,6 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     Stage stage = carry(record, late, first, count + more + 6, count + more, watch);
     stage.good = stage.good && stage.fit.terms.size() <= count + more &&
                  explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late);
-    if (getenv("DBG")) fprintf(stderr,"walk %zu -> %zu terms %zu -> %zu (more %zu) failed %d stopped %d reduced %.2f -> %.2f good %d\n", late.first, first, count, stage.fit.terms.size(), more, stage.fit.failed, stage.fit.stopped, late.fit.reduced, stage.fit.reduced, stage.good);
     return stage;
 }
 
@@ -291,6 +289,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         // No empty band: the level for which the description is shortest.
         Stage best;
         double shortest = INFINITY;
+        int worse = 0;
         const double peak = highest_sample(record, first);
         for (double level = kHighestLevel * peak; level > std::max(watch.depth(), kLowestLevel) * peak; level *= kLevelStep) {
             Stage trial = stage;
@@ -300,6 +299,9 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
             if (length < shortest) {
                 shortest = length;
                 best = std::move(trial);
+                worse = 0;
+            } else if (std::isfinite(shortest) && ++worse == kMostWorse) {
+                break;
             }
         }
         if (std::isfinite(shortest)) {
@@ -319,7 +321,6 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         }
     }
     stage.good = !stage.fit.failed && !stage.fit.stopped && explains(stage.fit) && !stage.noise.bursts;
-    if (getenv("DBG")) fprintf(stderr,"fit_from %zu highest %.4f factor %zu terms %zu failed %d stopped %d reduced %.3g noise %.3g found %d varies %d\n", first, stage.highest, stage.factor, stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced, stage.noise.sigma.front(), stage.noise.found, stage.noise.varies);
     return stage;
 }
 
@@ -349,9 +350,8 @@ Stage fit_coloured(const Series& record, const Stage& base, const Options& optio
         stage.whitener = colour.whitener;
         stage.contrast = colour.contrast;
         stage.series = whiten(plain, stage.whitener);
-        stage.fit = fit_series(stage.series, highest, options.mostModes.value_or(kMostModes), Effort::thorough,
+        stage.fit = fit_series(stage.series, highest, kMostModes, Effort::thorough,
                                watch.share(0.4));
-        if (getenv("DBG")) fprintf(stderr,"colour round %d order %zu contrast %.2f gain %.3e terms %zu failed %d stopped %d red %.3f\n", round, colour.whitener.order(), colour.contrast, colour.whitener.taps.empty()?0:1/colour.whitener.taps[0], stage.fit.terms.size(), stage.fit.failed, stage.fit.stopped, stage.fit.reduced);
         if (stage.fit.failed || stage.fit.stopped)
             break; // the noise that was assumed before is the least that few modes explain
         const Terms terms = through(stage.fit.terms, stage.whitener, true);

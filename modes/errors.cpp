@@ -9,6 +9,7 @@
 namespace tessel::modes {
 
 namespace {
+constexpr double kHalfUnit = 0x1p-53;
 constexpr Extended kPi = 3.14159265358979323846264338327950288L;
 }
 
@@ -94,6 +95,12 @@ std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t
         const double relativeF = mode.frequency != 0 ? mode.frequencyError / mode.frequency : 0;
         const double relativeG = mode.decayError / mode.decay;
         mode.qualityError = std::abs(mode.quality) * std::hypot(relativeF, relativeG);
+        // what a double holds of each value
+        mode.frequencyError = std::hypot(mode.frequencyError, kHalfUnit * mode.frequency);
+        mode.decayError = std::hypot(mode.decayError, kHalfUnit * mode.decay);
+        mode.amplitudeError = std::hypot(mode.amplitudeError, kHalfUnit * mode.amplitude);
+        if (!real)
+            mode.phaseError = std::hypot(mode.phaseError, kHalfUnit * 3.14);
         out.push_back(mode);
     }
     return out;

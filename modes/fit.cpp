@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 namespace tessel::modes {
 
@@ -37,7 +35,7 @@ Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t m
             break;
         }
         if (watch.exhausted()) {
-            fit.failed = true;
+            fit.failed = fit.exhausted = true;
             break;
         }
         if (round >= (effort == Effort::quick ? kQuickPatience : kPatience) &&
@@ -47,7 +45,6 @@ Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t m
             break;
         }
         const std::vector<Candidate> found = search(series, model.terms, n, kMostARound, 1.0);
-        if (getenv("DBG2")) { fprintf(stderr,"  round %zu n %zu terms %zu red %.3f found %zu:", round, n, model.terms.size(), model.chiSquare/freedom(series,model.terms,n), found.size()); for(auto&c:found) fprintf(stderr," %.1f(f %.4f g %.5f)", c.score, (double)c.term.angle/6.2832, (double)c.term.decay); fprintf(stderr,"\n"); }
         if (found.empty())
             break;
         Terms more = model.terms;
@@ -131,8 +128,7 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
         watch.spend(r, series.size());
         return !watch.exhausted();
     });
-    if (getenv("DBG2")) fprintf(stderr,"  after eliminate: %zu terms red %.3f\n", model.terms.size(), model.chiSquare/freedom(series,model.terms,series.size()));
-    fit.failed = watch.exhausted();
+    fit.failed = fit.exhausted = watch.exhausted();
     fit.stopped = fit.stopped && model.terms.size() >= mostModes;
     fit.terms = model.terms;
     fit.chiSquare = model.chiSquare;

@@ -17,6 +17,7 @@ struct Fit {
     double chiSquare = 0;
     std::vector<double> significance; ///< of each term
     bool stopped = false;             ///< at the limit of modes
+    bool exhausted = false;           ///< at the limit of work
     bool failed = false;              ///< given up: this is no sum of few exponentials and noise
     double reduced = 0;               ///< chi^2 per degree of freedom
     bool walks = false;               ///< the lines stand on feet that rounding explains

@@ -97,7 +97,7 @@ struct Options {
     std::optional<double> highest;         ///< upper edge of the band
     std::optional<std::size_t> first;      ///< first sample that no drive reaches, from 0
     std::optional<double> noise;           ///< standard deviation of the noise of a sample (of each of its two parts)
-    std::optional<std::size_t> mostModes;  ///< the search stops there; 300 otherwise
+    std::optional<std::size_t> mostModes;  ///< no more are told of, the most significant first; 300 otherwise
     std::function<bool(const Progress&)> progress; ///< called often, from the caller's thread; false stops the work
 };
 

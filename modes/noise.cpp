@@ -86,6 +86,17 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
         floor.push_back(depth * peak);
         noise.sigma.push_back(noise.found ? level(series, begin, length, highest, window) : 0);
     }
+    // A part in which nothing is left of the record, not even noise, tells of none: the next that does counts.
+    for (std::size_t b = 1; b < segments; ++b)
+        if (!(floor[b] > 0)) {
+            floor[b] = floor[b - 1];
+            noise.sigma[b] = noise.sigma[b - 1];
+        }
+    for (std::size_t b = segments; b-- > 1;)
+        if (!(floor[b - 1] > 0)) {
+            floor[b - 1] = floor[b];
+            noise.sigma[b - 1] = noise.sigma[b];
+        }
     if (noise.found && segments > 1) {
         noise.sigma = smooth(noise.sigma);
         const double largest = *std::max_element(noise.sigma.begin(), noise.sigma.end());

@@ -76,6 +76,9 @@ void add_remarks(Result& result, const Stage& stage, double start, double spacin
     if (stage.fit.stopped)
         remark(result, RemarkCode::searchStopped, static_cast<double>(stage.fit.terms.size()),
                "the search stopped at its limit of " + std::to_string(stage.fit.terms.size()) + " modes");
+    else if (stage.fit.exhausted)
+        remark(result, RemarkCode::searchStopped, static_cast<double>(stage.fit.terms.size()),
+               "the search stopped at its limit of work");
     if (!stage.noise.found)
         remark(result, RemarkCode::noiseAssumed, result.noise,
                "there is no empty band to measure the noise in: it was taken as " + number(result.noise));

@@ -96,7 +96,6 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     const double common = median(all);
     const double least = kShown * feet.level * kNearest * kNearest * resolution * resolution;
     const double most = series.rounding * series.rounding * strongest * strongest;
-    if (getenv("DBG3")) fprintf(stderr, "   feet n %zu terms %zu common %.3g least %.3g most %.3g\n", n, terms.size(), common, least, most);
     if (common > most)
         return feet;
     const double all_have = common < least ? 0 : common / 4;
