@@ -1,41 +1,17 @@
-// Records built of known modes: known answers, relations that must hold, remarks, exceptions.
-#include <tessel/modes.h>
+// Known answers, and relations between the results of related records.
+#include "tests/modes/synthetic.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
-#include <random>
-#include <vector>
+#include <thread>
 
+namespace tessel::modes {
 namespace {
 
-using namespace tessel::modes;
-
-constexpr double kTwoPi = 6.283185307179586;
-
-struct Line {
-    double frequency, decay, amplitude, phase;
-};
+constexpr auto kRadians = static_cast<double>(kTwoPi); // a cycle
 
 const std::vector<Line> kLines = {{0.021, 0.0004, 1.0, 0.3}, {0.034, 0.002, 0.4, -1.2}, {0.0347, 0.0011, 0.6, 2.1}};
-
-std::vector<double> record(const std::vector<Line>& lines, std::size_t n, double noise, unsigned seed = 1)
-{
-    std::mt19937 engine(seed);
-    std::vector<double> y(n);
-    for (std::size_t k = 0; k < n; ++k) {
-        const auto t = static_cast<double>(k);
-        for (const Line& l : lines)
-            y[k] += l.amplitude * std::exp(-l.decay * t) * std::cos(kTwoPi * l.frequency * t + l.phase);
-        // a sum of twelve uniform numbers: the same on every system
-        double g = -6;
-        for (int i = 0; i < 12; ++i)
-            g += static_cast<double>(engine()) / 4294967296.0;
-        y[k] += noise * g;
-    }
-    return y;
-}
 
 void expect_lines(const Result& result, const std::vector<Line>& lines, double errors)
 {
@@ -46,8 +22,41 @@ void expect_lines(const Result& result, const std::vector<Line>& lines, double e
         EXPECT_NEAR(m.decay, lines[j].decay, errors * m.decayError + 1e-12);
         EXPECT_NEAR(m.amplitude, lines[j].amplitude, errors * m.amplitudeError + 1e-9);
         EXPECT_NEAR(m.phase, lines[j].phase, errors * m.phaseError + 1e-9);
+        EXPECT_NEAR(m.quality, kRadians / 2 * m.frequency / m.decay, 1e-12 * m.quality);
         EXPECT_GT(m.significance, 1);
     }
+}
+
+/// The modes of both have the same bits, in units of time and of the record that differ by these powers of two.
+void expect_same(const Result& one, const Result& other, int time = 0, int amplitude = 0)
+{
+    ASSERT_EQ(one.modes.size(), other.modes.size());
+    EXPECT_EQ(one.reducedChiSquare, other.reducedChiSquare);
+    EXPECT_EQ(std::ldexp(one.noise, amplitude), other.noise);
+    EXPECT_EQ(std::ldexp(one.highest, -time), other.highest);
+    for (std::size_t j = 0; j < one.modes.size(); ++j) {
+        const Mode &a = one.modes[j], &b = other.modes[j];
+        EXPECT_EQ(std::ldexp(a.frequency, -time), b.frequency);
+        EXPECT_EQ(std::ldexp(a.frequencyError, -time), b.frequencyError);
+        EXPECT_EQ(std::ldexp(a.decay, -time), b.decay);
+        EXPECT_EQ(std::ldexp(a.decayError, -time), b.decayError);
+        EXPECT_EQ(std::ldexp(a.amplitude, amplitude), b.amplitude);
+        EXPECT_EQ(std::ldexp(a.amplitudeError, amplitude), b.amplitudeError);
+        EXPECT_EQ(a.phase, b.phase);
+        EXPECT_EQ(a.phaseError, b.phaseError);
+        EXPECT_EQ(a.quality, b.quality);
+        EXPECT_EQ(a.significance, b.significance);
+        EXPECT_EQ(a.kind, b.kind);
+    }
+}
+
+/// Two values of one quantity: they differ by less than this part of the first one's standard errors.
+void expect_near(const Mode& a, const Mode& b, double errors)
+{
+    EXPECT_NEAR(a.frequency, b.frequency, errors * a.frequencyError);
+    EXPECT_NEAR(a.decay, b.decay, errors * a.decayError);
+    EXPECT_NEAR(a.amplitude, b.amplitude, errors * a.amplitudeError);
+    EXPECT_NEAR(std::remainder(a.phase - b.phase, kRadians), 0, errors * a.phaseError);
 }
 
 TEST(Modes, KnownAnswersAtAnyNoise)
@@ -78,128 +87,164 @@ TEST(Modes, StandardErrorsAreHonest)
 
 TEST(Modes, UnitsOfTimeAndRecordScaleThrough)
 {
-    std::vector<double> y = record(kLines, 3000, 1e-5);
+    const std::vector<double> y = record(kLines, 3000, 1e-5);
     const Result one = analyse(y, 0, 1);
-    for (double& v : y)
+    std::vector<double> scaled = y;
+    for (double& v : scaled)
         v = std::ldexp(v, 40);
-    const Result other = analyse(y, 5, std::ldexp(1.0, -50));
-    ASSERT_EQ(one.modes.size(), other.modes.size());
+    const Result other = analyse(scaled, 5, std::ldexp(1.0, -50));
     EXPECT_EQ(other.referenceTime, 5);
+    expect_same(one, other, -50, 40);
+
+    // By a number that rounds every sample.
+    for (double& v : scaled)
+        v = std::ldexp(v, -40) * 3e-7;
+    const Result third = analyse(scaled, 0, 1.0 / 3);
+    ASSERT_EQ(third.modes.size(), one.modes.size());
     for (std::size_t j = 0; j < one.modes.size(); ++j) {
-        EXPECT_EQ(std::ldexp(one.modes[j].frequency, 50), other.modes[j].frequency);
-        EXPECT_EQ(std::ldexp(one.modes[j].decayError, 50), other.modes[j].decayError);
-        EXPECT_EQ(std::ldexp(one.modes[j].amplitude, 40), other.modes[j].amplitude);
-        EXPECT_EQ(one.modes[j].phase, other.modes[j].phase);
+        Mode m = third.modes[j];
+        m.frequency /= 3;
+        m.decay /= 3;
+        m.amplitude /= 3e-7;
+        expect_near(one.modes[j], m, 1e-3);
+        EXPECT_NEAR(m.frequencyError / 3, one.modes[j].frequencyError, 1e-3 * one.modes[j].frequencyError);
+    }
+}
+
+TEST(Modes, FirstSampleGivenIsTheRecordCut)
+{
+    const std::vector<double> y = record(kLines, 3000, 1e-5);
+    Options options;
+    options.first = 300;
+    const Result given = analyse(y, 7, 0.5, options);
+    EXPECT_EQ(given.firstSample, 300U);
+    EXPECT_EQ(given.firstSampleReason, FirstSampleReason::given);
+    EXPECT_EQ(given.referenceTime, 157);
+    EXPECT_TRUE(given.remarks.empty());
+    options.first = 0;
+    expect_same(given, analyse(std::vector<double>(y.begin() + 300, y.end()), 157, 0.5, options));
+    // The same modes as from the whole, their amplitudes and phases carried on.
+    const Result whole = analyse(y, 7, 0.5);
+    EXPECT_EQ(whole.firstSampleReason, FirstSampleReason::wholeRecord);
+    ASSERT_EQ(whole.modes.size(), given.modes.size());
+    for (std::size_t j = 0; j < whole.modes.size(); ++j) {
+        Mode m = whole.modes[j];
+        m.amplitude *= std::exp(-m.decay * 150);
+        m.phase += kRadians * m.frequency * 150;
+        expect_near(given.modes[j], m, 4);
     }
 }
 
 TEST(Modes, ConjugateRecordHasConjugateModes)
 {
-    const std::vector<double> re = record(kLines, 2000, 1e-5, 1), noise = record({}, 2000, 1e-5, 2);
+    std::vector<double> re = record({}, 2000, 1e-5, 1), im = record({}, 2000, 1e-5, 2);
     std::vector<std::complex<double>> y, conjugate;
     for (std::size_t k = 0; k < re.size(); ++k) {
         const double t = static_cast<double>(k);
-        y.emplace_back(std::polar(std::exp(-0.001 * t), 0.3 * t) + std::complex<double>(1e-5 * re[k], noise[k]));
+        y.push_back(std::polar(std::exp(-0.001 * t), 0.3 * t + 1) + std::polar(0.2, -0.11 * t) +
+                    std::complex<double>(re[k], im[k]));
         conjugate.push_back(std::conj(y.back()));
     }
     const Result a = analyse(y, 0, 1), b = analyse(conjugate, 0, 1);
-    ASSERT_EQ(a.modes.size(), b.modes.size());
-    ASSERT_GE(a.modes.size(), 1U);
-    EXPECT_NEAR(a.modes.back().frequency, -b.modes.front().frequency, 1e-3 * a.modes.back().frequencyError);
-    EXPECT_NEAR(a.modes.back().frequency, 0.3 / kTwoPi, 5 * a.modes.back().frequencyError);
+    ASSERT_EQ(a.modes.size(), 2U);
+    ASSERT_EQ(b.modes.size(), 2U);
+    EXPECT_NEAR(a.modes[1].frequency, 0.3 / kRadians, 5 * a.modes[1].frequencyError);
+    EXPECT_NEAR(a.modes[1].amplitude, 1, 5 * a.modes[1].amplitudeError);
+    EXPECT_NEAR(a.modes[1].phase, 1, 5 * a.modes[1].phaseError);
+    EXPECT_NEAR(a.modes[0].frequency, -0.11 / kRadians, 5 * a.modes[0].frequencyError);
+    for (std::size_t j : {0, 1}) {
+        Mode m = b.modes[1 - j];
+        m.frequency = -m.frequency;
+        m.phase = -m.phase;
+        expect_near(a.modes[j], m, 1e-3);
+    }
 }
 
-TEST(Modes, OffsetsDriftsAndGrowthAreToldApart)
+TEST(Modes, RealRecordAsAComplexOne)
 {
-    std::vector<double> y = record({kLines[0], {0.015, -0.001, 1e-3, 0.5}}, 4000, 1e-5);
-    const Result growth = analyse(y, 0, 1);
+    const std::vector<double> y = record(kLines, 3000, 1e-4);
+    const Result real = analyse(y, 0, 1);
+    const Result complex = analyse(std::vector<std::complex<double>>(y.begin(), y.end()), 0, 1);
+    ASSERT_EQ(real.modes.size(), 3U);
+    ASSERT_EQ(complex.modes.size(), 6U);
+    for (std::size_t j = 0; j < 3; ++j)
+        for (const bool negative : {false, true}) {
+            Mode m = complex.modes[negative ? 2 - j : 3 + j];
+            m.amplitude *= 2; // of the pair
+            if (negative) {
+                m.frequency = -m.frequency;
+                m.phase = -m.phase;
+            }
+            expect_near(real.modes[j], m, 0.1);
+            EXPECT_NEAR(m.frequencyError, real.modes[j].frequencyError, 0.1 * m.frequencyError);
+        }
+}
+
+TEST(Modes, AnAddedModeLeavesTheOthers)
+{
+    std::vector<double> y = record(kLines, 3000, 1e-4);
+    const Result before = analyse(y, 0, 1);
+    const Line added = {0.027, 0.0007, 0.05, -2};
+    add_lines(y, {added});
+    const Result after = analyse(y, 0, 1);
+    expect_lines(after, {kLines[0], added, kLines[1], kLines[2]}, 5);
+    ASSERT_EQ(before.modes.size(), 3U);
+    for (std::size_t j : {0, 1, 2})
+        expect_near(before.modes[j], after.modes[j == 0 ? 0 : j + 1], 0.5);
+}
+
+TEST(Modes, HalvesOfARecordAgree)
+{
+    const std::vector<double> y = record(kLines, 3000, 1e-5);
+    const auto middle = y.begin() + 1500;
+    const Result early = analyse(std::vector<double>(y.begin(), middle), 0, 1);
+    const Result late = analyse(std::vector<double>(middle, y.end()), 1500, 1);
+    ASSERT_EQ(early.modes.size(), 3U);
+    ASSERT_EQ(late.modes.size(), 3U);
+    for (std::size_t j = 0; j < 3; ++j) {
+        const Mode &a = early.modes[j], &b = late.modes[j];
+        EXPECT_NEAR(a.frequency, b.frequency, 5 * std::hypot(a.frequencyError, b.frequencyError));
+        EXPECT_NEAR(a.decay, b.decay, 5 * std::hypot(a.decayError, b.decayError));
+        EXPECT_NEAR(a.amplitude * std::exp(-a.decay * 1500), b.amplitude,
+                    5 * std::hypot(b.amplitude * 1500 * a.decayError, b.amplitudeError));
+        EXPECT_NEAR(std::remainder(a.phase + kRadians * a.frequency * 1500 - b.phase, kRadians), 0,
+                    5 * std::hypot(kRadians * 1500 * a.frequencyError, b.phaseError));
+    }
+}
+
+TEST(Modes, SameBitsFromSeveralThreads)
+{
+    std::vector<double> y = record({kLines[0], kLines[2]}, 3000, 1e-4);
+    add_burst(y, 3, 150, 30, 0.17);
+    const Result alone = analyse(y, 0, 1);
+    EXPECT_EQ(alone.modes.size(), 2U);
+    std::vector<Result> results(3);
+    std::vector<std::thread> threads;
+    for (Result& result : results)
+        threads.emplace_back([&] { result = analyse(y, 0, 1); });
+    for (std::thread& thread : threads)
+        thread.join();
+    results.push_back(analyse(y, 0, 1));
+    for (const Result& result : results)
+        expect_same(alone, result);
+}
+
+TEST(Modes, KindsAreToldApart)
+{
+    const Result growth = analyse(record({kLines[0], {0.015, -0.001, 1e-3, 0.5}}, 4000, 1e-5), 0, 1);
     ASSERT_EQ(growth.modes.size(), 2U);
     EXPECT_EQ(growth.modes[0].kind, Kind::growing);
-    EXPECT_TRUE(growth.has(RemarkCode::growingMode));
+    EXPECT_LT(growth.modes[0].quality, 0);
+    EXPECT_EQ(growth.modes[1].kind, Kind::oscillating);
 
-    y = record({kLines[0]}, 4000, 1e-5);
-    for (std::size_t k = 0; k < y.size(); ++k)
-        y[k] += 3 + 1e-4 * static_cast<double>(k);
-    const Result drift = analyse(y, 0, 1);
-    expect_lines(drift, {kLines[0]}, 5);
-    EXPECT_TRUE(drift.has(RemarkCode::background));
-
-    y = record({kLines[0], {0, 0.002, 0.5, 0}}, 4000, 1e-5);
-    const Result slow = analyse(y, 0, 1);
+    const Result slow = analyse(record({kLines[0], {0, 0.002, 0.5, 0}}, 4000, 1e-5), 0, 1);
     ASSERT_EQ(slow.modes.size(), 2U);
     EXPECT_EQ(slow.modes[0].kind, Kind::overdamped);
+    EXPECT_EQ(slow.modes[0].frequency, 0);
     EXPECT_NEAR(slow.modes[0].decay, 0.002, 5 * slow.modes[0].decayError);
-}
-
-TEST(Modes, DriveIsSkipped)
-{
-    for (const double noise : {0.0, 1e-6}) {
-        std::vector<double> y = record({kLines[0], kLines[2]}, 5000, noise);
-        for (std::size_t k = 0; k < 400; ++k) {
-            const double u = (static_cast<double>(k) - 200) / 38;
-            y[k] += 3 * std::exp(-u * u / 2) * std::cos(0.17 * static_cast<double>(k));
-        }
-        const Result result = analyse(y, 0, 1);
-        EXPECT_TRUE(result.has(RemarkCode::driveSkipped));
-        ASSERT_EQ(result.modes.size(), 2U);
-        EXPECT_NEAR(result.modes[0].frequency, kLines[0].frequency, 6 * result.modes[0].frequencyError + 1e-11);
-        EXPECT_NEAR(result.modes[1].decay, kLines[2].decay, 6 * result.modes[1].decayError + 1e-11);
-    }
-}
-
-TEST(Modes, NothingRings)
-{
-    std::vector<std::vector<double>> records = {record({}, 3000, 1.0), std::vector<double>(500, 0.0),
-                                                std::vector<double>(500, 2.5), std::vector<double>(2000)};
-    for (std::size_t k = 0; k < records[3].size(); ++k) {
-        const double u = (static_cast<double>(k) - 300) / 30;
-        records[3][k] = std::exp(-u * u) * std::cos(0.3 * static_cast<double>(k));
-    }
-    for (const std::vector<double>& y : records) {
-        const Result result = analyse(y, 0, 1);
-        EXPECT_TRUE(result.modes.empty());
-        EXPECT_TRUE(result.has(RemarkCode::nothingRings));
-    }
-    EXPECT_TRUE(analyse(records[2], 0, 1).has(RemarkCode::constantRecord));
-}
-
-InputFault fault(const std::vector<double>& samples, double start, double spacing, const Options& options = {})
-{
-    try {
-        analyse(samples, start, spacing, options);
-    } catch (const InputError& e) {
-        return e.fault();
-    }
-    ADD_FAILURE() << "accepted";
-    return InputFault::option;
-}
-
-TEST(Modes, BadInputIsNamed)
-{
-    const std::vector<double> y = record(kLines, 100, 0);
-    std::vector<double> broken = y;
-    broken[42] = NAN;
-    EXPECT_EQ(fault({1, 2, 3}, 0, 1), InputFault::tooFewSamples);
-    EXPECT_EQ(fault(y, 0, 0), InputFault::spacing);
-    EXPECT_EQ(fault(y, NAN, 1), InputFault::start);
-    EXPECT_EQ(fault(broken, 0, 1), InputFault::notFinite);
-    try {
-        analyse(broken, 0, 1);
-    } catch (const InputError& e) {
-        EXPECT_EQ(e.index(), 42U);
-    }
-    Options options;
-    options.noise = -1;
-    EXPECT_EQ(fault(y, 0, 1, options), InputFault::option);
-}
-
-TEST(Modes, ProgressCanStop)
-{
-    Options options;
-    int calls = 0;
-    options.progress = [&](const Progress&) { return ++calls < 3; };
-    EXPECT_THROW(analyse(record(kLines, 4000, 1e-4), 0, 1, options), Stopped);
-    EXPECT_EQ(calls, 3);
+    EXPECT_NEAR(slow.modes[0].amplitude, 0.5, 5 * slow.modes[0].amplitudeError);
+    EXPECT_STREQ(name(slow.modes[0].kind), "overdamped");
 }
 
 } // namespace
+} // namespace tessel::modes
