@@ -35,7 +35,8 @@ if(TESSEL_BUILD_COMMAND)
   install(FILES docs/man/tessel-modes.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
   install(FILES app/completion/tessel-modes
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
-  install(FILES docs/tessel-modes.schema.json docs/guide-process.md docs/guide-resonances.md CHANGELOG.md
+  install(FILES docs/tessel-modes.schema.json docs/guide-process.md docs/guide-resonances.md docs/method-modes.md
+    CHANGELOG.md
     DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
   install(DIRECTORY docs/figures DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command FILES_MATCHING PATTERN *.png)
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
