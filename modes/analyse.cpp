@@ -92,7 +92,7 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
     const bool begins = stage.good && (options.first || !imitates_drive(stage.series, stage.fit.terms,
                                                                        stage.highest * static_cast<double>(stage.factor)));
     if (options.noise ? false : begins ? is_coloured(stage) : options.first.has_value()) {
-        Stage other = fit_coloured(record, stage, options, watch.share(0.5));
+        Stage other = fit_coloured(record, stage, watch.share(0.5));
         if (other.good)
             stage = std::move(other);
     } else if (!begins) {
@@ -101,7 +101,7 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
         if (!late.good) {
             Stage other;
             if (!options.noise)
-                other = fit_coloured(record, stage, options, watch.share(0.5));
+                other = fit_coloured(record, stage, watch.share(0.5));
             if (other.good)
                 return other;
             late = fit_late(record, options, unit, !options.noise, watch.share(0.6));

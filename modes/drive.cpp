@@ -133,7 +133,7 @@ double highest_sample(const Series& record, std::size_t first)
 }
 
 /// Fits a stage's record by block means, so few in a block that the shortest life is resolved.
-void fit_decimated(const Series& record, Stage& stage, const Options& options, Effort effort, const Watch& watch)
+void fit_decimated(const Series& record, Stage& stage, Effort effort, const Watch& watch)
 {
     for (;; stage.factor = (stage.factor + 1) / 2) {
         stage.series = decimate(record, stage.first, stage.factor, stage.noise);
@@ -284,7 +284,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
     }
     stage.factor = block_factor(stage.highest, record.size() - first);
     if (stage.noise.found) {
-        fit_decimated(record, stage, options, effort, watch);
+        fit_decimated(record, stage, effort, watch);
     } else {
         // No empty band: the level for which the description is shortest.
         Stage best;
@@ -294,7 +294,7 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         for (double level = kHighestLevel * peak; level > std::max(watch.depth(), kLowestLevel) * peak; level *= kLevelStep) {
             Stage trial = stage;
             std::fill(trial.noise.sigma.begin(), trial.noise.sigma.end(), level);
-            fit_decimated(record, trial, options, effort, watch);
+            fit_decimated(record, trial, effort, watch);
             const double length = description(trial);
             if (length < shortest) {
                 shortest = length;
@@ -333,7 +333,7 @@ bool is_coloured(const Stage& stage)
            coloured(stage.series, residual);
 }
 
-Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch)
+Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch)
 {
     Stage best = base;
     best.good = false;
@@ -383,7 +383,7 @@ Stage fit_late(const Series& record, const Options& options, double unit, bool c
         late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor)) &&
                     !is_coloured(late);
         if (!late.good && coloured_noise)
-            late = fit_coloured(record, late, options, watch.share(0.3));
+            late = fit_coloured(record, late, watch.share(0.3));
         if (late.good)
             break;
     }

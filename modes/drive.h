@@ -43,7 +43,7 @@ Stage walk_to_drive(const Series& record, Stage late, const Watch& watch);
 /// Fits the decimated record of a stage anew, its noise coloured: in turns the noise's spectrum is found in what the fit
 /// leaves, and the record fitted behind the filter that makes it white. Good only if what is left does not change over
 /// time: a drive is no noise.
-Stage fit_coloured(const Series& record, const Stage& base, const Options& options, const Watch& watch);
+Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch);
 
 /// Leaves out the first samples where terms explain nothing else: the last of a drive, such as a step's rise.
 Stage skip_artefacts(const Series& record, Stage stage, const Watch& watch);
