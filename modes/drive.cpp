@@ -19,6 +19,7 @@ constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
 constexpr double kMostNoise = 2;       // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
+constexpr double kRoundings = 20;     // of the highest sample: noise of the size of rounding
 constexpr double kLeastMean = 0.1;     // of squares: rounding is not larger than the least noise that is assumed
 constexpr double kHighestLevel = 0.1;  // of noise that is tried, of the highest sample
 constexpr double kLowestLevel = 1e-15;
@@ -328,7 +329,12 @@ bool is_coloured(const Stage& stage)
 {
     std::vector<double> residual;
     evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
-    // lines that rounding excites make a spectrum of their own
+    // What rounding leaves has a spectrum of its own, as have the lines that it excites.
+    const double peak = *std::max_element(stage.series.re.begin(), stage.series.re.end(), [](double a, double b) {
+        return std::abs(a) < std::abs(b);
+    });
+    if (1 / std::sqrt(stage.series.weight.front()) < kRoundings * stage.series.rounding * std::abs(peak))
+        return false;
     return !feet_of(stage.series, stage.fit.terms, stage.series.size(), residual).any() &&
            coloured(stage.series, residual);
 }
