@@ -35,6 +35,7 @@ class Build(build_ext):
             "CMAKE_MODULE_LINKER_FLAGS": "-s",
             "CMAKE_SHARED_LINKER_FLAGS": "-s",
             "Python_EXECUTABLE": sys.executable,
+            "TESSEL_BUILD_COMMAND": "OFF",
             "TESSEL_BUILD_EXAMPLES": "OFF",
             "TESSEL_BUILD_PYTHON": "ON",
             "TESSEL_BUILD_TESTS": "OFF",

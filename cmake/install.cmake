@@ -1,6 +1,6 @@
-# What an installation consists of: the library, the public headers and the Fortran module's source, the package files
-# for find_package and pkg-config, the manual page and the notices of what is linked in. Every path in an installed file
-# is relative to that file, so that a prefix can be moved.
+# What an installation consists of: the libraries, the public headers and the Fortran modules' sources, the package files
+# for find_package and pkg-config, the command, the Python package, what teaches them, and the notices of what is linked
+# in. Every path in an installed file is relative to that file, so that a prefix can be moved.
 
 include(CMakePackageConfigHelpers)
 set(TESSEL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Tessel)
@@ -9,7 +9,9 @@ set(TESSEL_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/tessel)
 set_target_properties(tessel_headers PROPERTIES EXPORT_NAME headers)
 install(TARGETS tessel tessel_modes tessel_headers EXPORT Tessel
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
-install(FILES ${PROJECT_SOURCE_DIR}/THIRD_PARTY_NOTICES DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
+install(FILES THIRD_PARTY_NOTICES CHANGELOG.md docs/guide-process.md docs/guide-resonances.md docs/method-modes.md
+  DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
+install(DIRECTORY docs/figures DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime FILES_MATCHING PATTERN *.png)
 
 install(FILES ${TESSEL_PUBLIC_HEADERS} bindings/fortran/tessel.f90 bindings/fortran/tessel_modes.f90
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tessel COMPONENT Development)
@@ -29,16 +31,17 @@ configure_file(cmake/tessel-modes.pc.in tessel-modes.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
-# The command, with what teaches it: the manual page, the guides, and records to try it on.
+# Hosts to start from, beside the sample records.
+install(DIRECTORY examples/consumers DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Development)
+install(FILES examples/README.md DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Development)
+
+# The command, with what teaches it: the manual page, and records to try it on.
 if(TESSEL_BUILD_COMMAND)
   install(TARGETS tessel_modes_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Command)
   install(FILES docs/man/tessel-modes.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
   install(FILES app/completion/tessel-modes
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
-  install(FILES docs/tessel-modes.schema.json docs/guide-process.md docs/guide-resonances.md docs/method-modes.md
-    CHANGELOG.md
-    DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
-  install(DIRECTORY docs/figures DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command FILES_MATCHING PATTERN *.png)
+  install(FILES docs/tessel-modes.schema.json DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
 endif()
 
@@ -48,7 +51,7 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_GENERATOR TGZ DEB)
   set(CPACK_PACKAGE_NAME tessel)
   set(CPACK_PACKAGE_CONTACT ${TESSEL_PACKAGE_CONTACT})
-  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each Debian package has one of its own: the first line of its description
   set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
   set(CPACK_SYSTEM_NAME linux-x86_64)
   set(CPACK_STRIP_FILES ON)
@@ -66,13 +69,16 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "\
-The shared library, as a host program links or loads it.")
+  set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "\
+modes of field records, Prony fits and dense solvers: shared libraries
+The libraries, as a host program links or loads them, and the guides.")
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtessel-dev)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
-  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "\
-Headers for C and C++, the Fortran module's source, CMake and pkg-config files and the manual page.")
+  set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "\
+modes of field records, Prony fits and dense solvers: development files
+Headers for C and C++, the Fortran modules' sources, CMake and pkg-config files, the manual page of the fit, and hosts to
+start from.")
   if(TESSEL_BUILD_PYTHON)
     # The extension is made for one version of the interpreter.
     math(EXPR next "${TESSEL_PYTHON_MINOR} + 1")
@@ -84,8 +90,9 @@ Headers for C and C++, the Fortran module's source, CMake and pkg-config files a
       "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})" "python3-numpy"
       "python3 (>= 3.${TESSEL_PYTHON_MINOR}~)" "python3 (<< 3.${next}~)")
     set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
-    set(CPACK_COMPONENT_PYTHON_DESCRIPTION "\
-The modes of field records and the Prony fit, from Python.")
+    set(CPACK_DEBIAN_PYTHON_DESCRIPTION "\
+modes of field records, with standard errors, from Python
+The package tessel: find_modes, which finds the modes of a record in an array, and prony, the fit of given order.")
   endif()
   set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tessel-modes)
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION science)
@@ -93,7 +100,9 @@ The modes of field records and the Prony fit, from Python.")
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # the libraries that the command links
   set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS gnuplot-nox)
-  set(CPACK_COMPONENT_COMMAND_DESCRIPTION "\
-The command tessel-modes, which finds the modes in records of a field solver, with guides and sample records.")
+  set(CPACK_DEBIAN_COMMAND_DESCRIPTION "\
+modes of field records, with standard errors, from the shell
+The command tessel-modes finds the modes in records of a field solver: text, gzip, NumPy and HDF5 files. With sample
+records.")
   include(CPack)
 endif()
