@@ -57,7 +57,7 @@ Json object_of(const Outcome& outcome)
     for (const modes::Remark& remark : result.remarks)
         object["remarks"].push_back(
             {{"code", modes::name(remark.code)}, {"value", remark.value}, {"text", remark.text}});
-    object["notes"] = outcome.record.notes;
+    object["notes"] = notes_of(outcome);
     return object;
 }
 

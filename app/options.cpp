@@ -106,7 +106,7 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
     app.get_formatter()->column_width(26);
     app.get_formatter()->label("OPTIONS", "OPTIONS");
     app.footer(kFooter);
-    app.add_option("FILE", options.files, "Records; - is standard input")->type_name("...");
+    app.add_option("FILE", options.files, "Records; - is standard input")->type_name("");
 
     const auto text = [&](const char* name, std::string& value, const char* type, const char* group,
                           const char* description) {

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
+#include <sstream>
+#include <utility>
 
 namespace tessel::app {
 
@@ -21,25 +24,59 @@ std::string sentence(std::string text)
     return text;
 }
 
+/// The library's sentence. It knows no units: its numbers that are the given times or frequencies of modes get them.
+std::string with_units(const modes::Remark& remark, const Outcome& outcome)
+{
+    const TimeUnit& unit = outcome.record.unit;
+    std::vector<std::pair<double, std::string>> known;
+    const auto add = [&](double value, const Scale& scale) {
+        known.emplace_back(value, plain_form(shifted(value, scale.shift), 6) + " " + scale.name);
+    };
+    const auto add_time = [&](double time) { add(time, time_scale(std::abs(time), unit)); };
+    for (const modes::Mode& mode : outcome.result->modes)
+        add(mode.frequency, frequency_scale(std::abs(mode.frequency), unit));
+    if (remark.code == modes::RemarkCode::driveSkipped || remark.code == modes::RemarkCode::spacingTooCoarse)
+        add_time(remark.value);
+
+    std::string text, word;
+    std::istringstream words(remark.text);
+    while (words >> word) {
+        double value = 0;
+        const auto [stop, status] = std::from_chars(word.data(), word.data() + word.size(), value);
+        if (status == std::errc())
+            for (const auto& [exact, with_unit] : known)
+                if (value != 0 && std::abs(value - exact) < 1e-5 * std::abs(exact)) {
+                    word.replace(0, static_cast<std::size_t>(stop - word.data()), with_unit);
+                    break;
+                }
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
+
 } // namespace
 
-std::vector<std::string> remarks_of(const Outcome& outcome)
+std::vector<std::string> notes_of(const Outcome& outcome)
 {
-    std::vector<std::string> texts;
+    std::vector<std::string> notes;
     for (const std::string& note : outcome.record.notes)
-        texts.push_back(sentence(note));
-    if (!outcome.result)
-        return texts;
-    for (const modes::Remark& remark : outcome.result->remarks)
-        texts.push_back(sentence(remark.text));
+        notes.push_back(sentence(note));
     // Rounded times leave the spacing uncertain, which no standard error knows.
     const double relative = outcome.record.spacingError;
     for (const modes::Mode& mode : outcome.result->modes)
         if (relative * std::abs(mode.frequency) > 0.3 * mode.frequencyError) {
-            texts.push_back("The times are rounded: all frequencies and decays are uncertain by another " +
+            notes.push_back("The times are rounded: all frequencies and decays are uncertain by another " +
                             plain_form(relative, 2) + " of their value. Give the spacing by --dt to avoid it.");
             break;
         }
+    return notes;
+}
+
+std::vector<std::string> remarks_of(const Outcome& outcome)
+{
+    std::vector<std::string> texts = notes_of(outcome);
+    for (const modes::Remark& remark : outcome.result->remarks)
+        texts.push_back(sentence(with_units(remark, outcome)));
     return texts;
 }
 

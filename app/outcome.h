@@ -21,7 +21,10 @@ struct Outcome
     std::string error; ///< one line that names the file, if there is no result
 };
 
-/// What the reader and the library have to say, as sentences.
+/// What the reader has to say about a record with a result, as sentences.
+std::vector<std::string> notes_of(const Outcome& outcome);
+
+/// The same, and what the library has to say.
 std::vector<std::string> remarks_of(const Outcome& outcome);
 
 /// "file" or "file, column".

@@ -26,6 +26,7 @@ install(FILES ${PROJECT_BINARY_DIR}/TesselConfig.cmake ${PROJECT_BINARY_DIR}/Tes
   DESTINATION ${TESSEL_CMAKE_DIR} COMPONENT Development)
 
 file(RELATIVE_PATH TESSEL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" TESSEL_PREFIX_FROM_PC ${TESSEL_PREFIX_FROM_PC})
 configure_file(cmake/tessel.pc.in tessel.pc @ONLY)
 configure_file(cmake/tessel-modes.pc.in tessel-modes.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessel.pc ${PROJECT_BINARY_DIR}/tessel-modes.pc

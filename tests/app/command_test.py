@@ -6,6 +6,7 @@ import json
 import math
 import os
 import random
+import re
 import signal
 import struct
 import subprocess
@@ -58,7 +59,10 @@ def gives_results_for_programs():
     rows = list(csv.DictReader(io.StringIO(out)))
     modes = json.loads(run("--json", "cavity.dat")[0])["modes"]
     assert [float(row["frequency"]) for row in rows] == [mode["frequency"] for mode in modes]
-    assert "A drive was skipped" in err
+    assert re.search(r"A drive was skipped: the first sample used is at 1\.4[\d ]* ns\.", err)
+    rounded = "".join(f"{1e9 * t:.3f} {y:.9e}\n" for t, y in ringing(1000, 2.0123e-12)).encode()
+    notes = json.loads(run("--json", "--time-unit", "ns", "-", given=rounded)[0])["notes"]
+    assert any("times are rounded" in note for note in notes)
     out, err, _ = run("-q", "cavity.dat")
     assert err == "" and out.startswith("cavity.dat, Ez: ") and "2.160 1" in out and "drive" not in out
     with tempfile.TemporaryDirectory() as folder:

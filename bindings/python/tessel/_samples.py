@@ -18,6 +18,8 @@ def samples(y: ArrayLike) -> NDArray[Any]:
         array = np.asarray(y)
     except ValueError:  # lists of different lengths
         array = np.empty((), object)
+    if array.dtype.kind in "SU":
+        raise InputError("y is text, not an array of samples: read the file first, as with numpy.loadtxt", "samples")
     if array.ndim != 1 or array.dtype.kind not in "iufc":
         raise InputError(
             f"y must be a one-dimensional array of real or complex numbers, not of {array.ndim} dimensions "
