@@ -58,7 +58,11 @@ class _Column:
     def __set_name__(self, owner: type, name: str) -> None:
         self.name = name
 
-    def __get__(self, modes: Modes, owner: type) -> Any:
+    @overload
+    def __get__(self, modes: None, owner: type) -> _Column: ...
+    @overload
+    def __get__(self, modes: Modes, owner: type) -> NDArray[Any]: ...
+    def __get__(self, modes: Optional[Modes], owner: type) -> Union[_Column, NDArray[Any]]:
         return self if modes is None else np.array([getattr(mode, self.name) for mode in modes])
 
 
