@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 
 namespace tessel::app {
 
@@ -153,6 +156,9 @@ std::string plot_script(const Outcome& outcome, const std::string& file)
 
 void draw(const Outcome& outcome, const std::string& file)
 {
+    // Where it cannot be written, gnuplot does not say why.
+    if (!std::ofstream(file, std::ios::app))
+        throw Error(file + ": cannot be written: " + std::strerror(errno));
     // A gnuplot that ends early must not end this program.
     struct sigaction ignore = {}, before = {};
     ignore.sa_handler = SIG_IGN;

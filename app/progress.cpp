@@ -9,6 +9,7 @@ namespace tessel::app {
 namespace {
 
 constexpr std::chrono::milliseconds kQuiet{500}, kPause{100};
+constexpr std::size_t kWidth = 79; // of a terminal
 
 } // namespace
 
@@ -26,7 +27,12 @@ void ProgressLine::say(const std::string& text)
         return;
     next_ = now + kPause;
     written_ = true;
-    std::fprintf(stderr, "\r\033[K%s", text.substr(0, 79).c_str());
+    // What changes stands at the end; a path in front may be long.
+    std::size_t from = 0;
+    if (text.size() > kWidth)
+        for (from = text.size() - kWidth + 3; from < text.size() && (text[from] & 0xc0) == 0x80;)
+            ++from;
+    std::fprintf(stderr, "\r\033[K%s%s", from > 0 ? "..." : "", text.c_str() + from);
     std::fflush(stderr);
 }
 

@@ -69,6 +69,8 @@ def gives_results_for_programs():
         for kind, first in (("png", b"\x89PNG"), ("svg", b"<?xml"), ("pdf", b"%PDF")):
             run("--plot", f"{folder}/it's.{kind}", "cavity.dat")
             assert open(f"{folder}/it's.{kind}", "rb").read(5).startswith(first)
+        err = run("--plot", f"{folder}/none/x.png", "cavity.dat", status=1)[1]
+        assert err == f"tessel-modes: {folder}/none/x.png: cannot be written: No such file or directory\n"
 
 
 def goes_on_behind_a_bad_file():

@@ -175,7 +175,7 @@ class Modes(Sequence[Mode]):
 
 
 def _short(value: float, error: float) -> str:
-    """A value with the two leading digits of its standard error in brackets: 1.503091026(12)e+09."""
+    """A value with the two leading digits of its standard error in brackets: 1.503091026(12)e+09, 3.4(1.2)."""
     if not (math.isfinite(value) and math.isfinite(error) and 0 < error):
         return f"{value:.6g}"
     last = math.floor(math.log10(error)) - 1  # power of ten of the error's second digit
@@ -186,7 +186,8 @@ def _short(value: float, error: float) -> str:
     if -4 < power < 6 and last <= 0:
         power = 0
     digits = power - last
-    text = f"{value / 10.0**power:.{digits}f}({max(round(error / 10.0**last), 1)})"
+    units = max(round(error / 10.0**last), 1)  # of the last digit
+    text = f"{value / 10.0**power:.{digits}f}({units / 10 if digits == 1 and units >= 10 else units})"
     return text if power == 0 else f"{text}e{power:+03d}"
 
 
