@@ -129,7 +129,7 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
     text("--band", band, "LOW:HIGH", search, "Report modes in this band alone: 1GHz:4GHz");
     text("--start", start, "TIME", search, "Use the record from this time on\n(default: where the drive has ended)");
     text("--noise", noise, "SIGMA", search, "Standard deviation of the noise of a sample");
-    text("--max-modes", most, "N", search, "Stop the search there (default: 300)");
+    text("--max-modes", most, "N", search, "List no more, the most significant first (default: 300)");
 
     app.add_flag("--json", json, "Print JSON, with all digits")->group(output);
     app.add_flag("--csv", csv, "Print a line of names and a line for each mode")->group(output);

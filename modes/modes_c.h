@@ -114,7 +114,7 @@ typedef struct tessel_modes_options
     double highest;    /**< upper edge of the band; infinity: find out */
     int64_t first;     /**< first sample that no drive reaches, from 0; -1: find out */
     double noise;      /**< standard deviation of a sample's noise (of each of its two parts); 0: find out */
-    size_t most_modes; /**< the search stops there; 0: 300 */
+    size_t most_modes; /**< no more are told of, the most significant first; 0: 300 */
     tessel_modes_progress* progress; /**< may be null */
     void* progress_data;             /**< handed to it */
 } tessel_modes_options;

@@ -81,7 +81,7 @@ module tessel_modes
   !   message     blank on success, otherwise what is wrong, cut to its length; it counts samples from 0
   !   lowest, highest, first, noise, most_modes
   !               band, first sample that no drive reaches (from 1), standard deviation of a sample's noise, number of
-  !               modes at which the search stops: found from the record where they are absent
+  !               modes to tell of, the most significant first: found from the record where they are absent
   !   progress    called often, from the caller's thread
   interface find_modes
     module procedure find_real, find_complex

@@ -218,7 +218,7 @@ def find_modes(
     band       lowest and highest frequency of modes to report, each a number or None
     first      first sample that no drive reaches, from 0
     noise      standard deviation of a sample's noise (of each of its two parts, of a complex record)
-    max_modes  number of modes at which the search stops
+    max_modes  number of modes to tell of, the most significant first; 300 if it is None
     progress   called often with a Progress; False stops the work
 
     What is None is found from the record. Raises InputError if the record cannot be analysed, Stopped if the progress
