@@ -28,7 +28,7 @@ std::vector<double> kaiser(std::size_t n, double beta)
     double sum = 0;
     for (std::size_t k = 0; k < n; ++k) {
         const double x = (2.0 * static_cast<double>(k) + 1) / static_cast<double>(n) - 1;
-        window[k] = bessel_i0(beta * std::sqrt(std::max(0.0, 1 - x * x)));
+        window[k] = 2 * k < n ? bessel_i0(beta * std::sqrt(std::max(0.0, 1 - x * x))) : window[n - 1 - k];
         sum += window[k] * window[k];
     }
     for (double& w : window)
