@@ -144,8 +144,6 @@ Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std
             } else {
                 re.col(c) = a * stepRe.col(c);
                 r -= term.c.real() * re.col(c);
-                if (term.kind == Term::Kind::background)
-                    r -= term.slope * (ramp + static_cast<double>(from));
             }
         }
         if (residual != nullptr)
@@ -313,12 +311,10 @@ namespace {
 
 const ExtendedComplex kFactors[2] = {{1, 0}, {0, 1}};
 
-/// d model / d (decay, angle) = (-c, i c) (k - origin) E; of the background (slope) 1 (k - origin).
+/// d model / d (decay, angle) = (-c, i c) (k - origin) E.
 ExtendedComplex pole_factor(const Term& term, int p)
 {
     const ExtendedComplex c(term.c.real(), term.c.imag());
-    if (term.kind == Term::Kind::background)
-        return 1;
     if (term.kind == Term::Kind::real)
         return -c.real();
     return p == 0 ? -c : ExtendedComplex(-c.imag(), c.real());

@@ -34,13 +34,12 @@ struct Series {
 /// One term c exp((-decay + i angle) (k - origin)), of which a real record sees the real part. Poles are held in
 /// extended precision: over N samples a rounding of the angle grows N times.
 struct Term {
-    enum class Kind { oscillating, real, background };
+    enum class Kind { oscillating, real };
     Extended decay = 0; ///< per sample
     Extended angle = 0; ///< per sample
     Complex c = 0;      ///< at the origin
     std::size_t origin = 0; ///< 0 for a term that decays, else the last sample
-    Kind kind = Kind::oscillating; ///< background: c + slope k, the pole stays at zero
-    double slope = 0;
+    Kind kind = Kind::oscillating;
 };
 using Terms = std::vector<Term>;
 
@@ -93,7 +92,7 @@ struct Layout {
     int total = 0;
 };
 
-/// Number of pole parameters of a term: 2 of an oscillation, 1 of a real one and of the background (its slope).
+/// Number of pole parameters of a term: 2 of an oscillation, 1 of a real one.
 int poleCount(const Term& term);
 
 /// exp((-decay + i angle) steps), with the phase reduced in extended precision.

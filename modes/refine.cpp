@@ -31,10 +31,6 @@ void add_poles(Terms& terms, const ExtendedVector& step, std::size_t n, bool com
     const Extended growth = 300.0L / static_cast<Extended>(n);
     for (std::size_t j = 0; j < terms.size(); ++j) {
         Term& term = terms[j];
-        if (term.kind == Term::Kind::background) {
-            term.slope += static_cast<double>(step[layout.pole[j]]);
-            continue;
-        }
         Extended d = step[layout.pole[j]];
         Extended a = term.kind == Term::Kind::oscillating ? step[layout.pole[j] + 1] : 0;
         // A step beyond the width of the line, or a few times the resolution, is none that the linear model knows.
@@ -116,8 +112,6 @@ void rebase(Terms& terms, std::size_t n)
 {
     const Extended most = 300.0L / static_cast<Extended>(n);
     for (Term& term : terms) {
-        if (term.kind == Term::Kind::background)
-            continue;
         term.decay = std::max(term.decay, -most);
         const std::size_t origin = term.decay < 0 ? n - 1 : 0;
         if (origin == term.origin)
