@@ -1,6 +1,6 @@
-#include "modes/errors.h"
 #include "modes/decimation.h"
 #include "modes/drive.h"
+#include "modes/errors.h"
 #include "modes/modes.h"
 #include "modes/remarks.h"
 #include "modes/rounding.h"
@@ -16,15 +16,15 @@ Stopped::~Stopped() = default;
 namespace {
 
 constexpr std::size_t kFewest = 8;
-// Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails that
-// are no sum of modes. The first that can be explained is taken.
+// Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails
+// that are no sum of modes. The first that can be explained is taken.
 constexpr double kDepths[] = {6e-16, 1e-9};
 // Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of.
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
 constexpr double kColoured = 1.5; // of the noise's largest over smallest density, in amplitude
-constexpr double kCertain = 5; // standard errors beyond which a decay differs from none
+constexpr double kCertain = 5;    // standard errors beyond which a decay differs from none
 
 void check(const Series& record, double start, double spacing, const Options& options)
 {
@@ -89,8 +89,9 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
 {
     Stage stage = fit_from(record, options.first.value_or(0), options, unit,
                            options.first ? Effort::thorough : Effort::quick, watch.share(options.first ? 1 : 0.3));
-    const bool begins = stage.good && (options.first || !imitates_drive(stage.series, stage.fit.terms,
-                                                                       stage.highest * static_cast<double>(stage.factor)));
+    const bool begins =
+        stage.good && (options.first || !imitates_drive(stage.series, stage.fit.terms,
+                                                        stage.highest * static_cast<double>(stage.factor)));
     if (options.noise ? false : begins ? is_coloured(stage) : options.first.has_value()) {
         Stage other = fit_coloured(record, stage, watch.share(0.5));
         if (other.good)
@@ -133,8 +134,8 @@ std::vector<double> noise_scale(const Stage& stage)
 }
 
 /// Adds the modes that a fit tells of, and the offset or drift beside them.
-void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const Options& options, double spacing, double unit,
-                double rounding)
+void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const Options& options, double spacing,
+                double unit, double rounding)
 {
     const Fit& fit = stage.fit;
     const double span = static_cast<double>(stage.series.size() * stage.factor) * spacing;
@@ -167,12 +168,14 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
             slow = true;
             continue;
         }
-        if ((options.lowest && mode.frequency < *options.lowest) || (options.highest && mode.frequency > *options.highest))
+        if ((options.lowest && mode.frequency < *options.lowest) ||
+            (options.highest && mode.frequency > *options.highest))
             continue;
         result.modes.push_back(mode);
     }
     if (slow)
-        remark(result, RemarkCode::background, std::abs(background), "an offset or a slow drift was fitted beside the modes");
+        remark(result, RemarkCode::background, std::abs(background),
+               "an offset or a slow drift was fitted beside the modes");
     if (options.mostModes && result.modes.size() > *options.mostModes) {
         std::stable_sort(result.modes.begin(), result.modes.end(),
                          [](const Mode& a, const Mode& b) { return a.significance > b.significance; });
@@ -184,7 +187,8 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
               [](const Mode& a, const Mode& b) { return a.frequency < b.frequency; });
 }
 
-/// Standard deviation of the noise at the first sample used: of a sample, of a mean of samples if the noise is coloured.
+/// Standard deviation of the noise at the first sample used: of a sample, of a mean of samples if the noise is
+/// coloured.
 double noise_of(const Series& record, const Stage& stage)
 {
     if (stage.whitener.order() == 0)
@@ -239,7 +243,8 @@ Result run(Series record, double start, double spacing, const Options& options)
         tell_modes(result, stage, nuisance, options, spacing, unit, record.rounding);
     result.reducedChiSquare = fit.reduced;
     result.highest = options.highest.value_or(std::max(stage.highest / spacing, options.lowest.value_or(0)));
-    result.lowest = options.lowest.value_or(record.complex() ? -stage.highest / spacing : std::min(0.0, result.highest));
+    result.lowest =
+        options.lowest.value_or(record.complex() ? -stage.highest / spacing : std::min(0.0, result.highest));
     if (stage.whitener.order() > 0 && stage.contrast > kColoured)
         remark(result, RemarkCode::colouredNoise, stage.contrast,
                "the noise is not white: it was weighted by its spectrum");

@@ -12,11 +12,12 @@ namespace {
 constexpr double kBeta = 20;
 constexpr double kFalseAlarm = 1e-3;
 constexpr double kLeast = 3e-8; // of the highest line, in amplitude
-constexpr double kLeastSingle = 1e-5; // the same, of a record in single precision: rounding excites every mode of a grid
+constexpr double kLeastSingle =
+    1e-5; // the same, of a record in single precision: rounding excites every mode of a grid
 constexpr double kSingle = 1e-10;
 
-/// Noise of a power spectrum: for each of its sixteen parts the median there or in the next above, whichever is less, so
-/// that lines that crowd a part do not count.
+/// Noise of a power spectrum: for each of its sixteen parts the median there or in the next above, whichever is less,
+/// so that lines that crowd a part do not count.
 std::vector<double> floor_of(const std::vector<double>& power)
 {
     const std::size_t parts = std::min<std::size_t>(16, std::max<std::size_t>(1, power.size() / 128));
@@ -58,7 +59,8 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
     if (power[last] > std::max(above * noise.back(), least * least * top) && power[last] >= power[last - 1])
         return 0.5;
     for (std::size_t k = last; k-- > 1;)
-        if (power[k] > std::max(above * noise[k * noise.size() / power.size()], least * least * top) && power[k] >= power[k - 1] && power[k] >= power[k + 1])
+        if (power[k] > std::max(above * noise[k * noise.size() / power.size()], least * least * top) &&
+            power[k] >= power[k - 1] && power[k] >= power[k + 1])
             return static_cast<double>(k) / static_cast<double>(padded);
     return 0;
 }

@@ -15,7 +15,7 @@ constexpr double kBeta = 8;                // side lobes 60 dB down
 constexpr double kFloor = 1e-12;           // of the largest density: what an autoregressive model can follow
 constexpr std::size_t kBands = 16;
 constexpr double kDeviations = 6;
-constexpr double kExcess = 1.25;           // of a band's density above the rest that is worth a filter
+constexpr double kExcess = 1.25; // of a band's density above the rest that is worth a filter
 
 /// Periodogram of the weighted residual, one-sided, with the expectation 1 for white noise of the series' weights.
 std::vector<double> periodogram(const Series& series, const std::vector<double>& residual)
@@ -52,7 +52,8 @@ std::vector<double> running_median(const std::vector<double>& power, std::size_t
                 at = -at;
             if (at >= static_cast<std::ptrdiff_t>(n))
                 at = 2 * static_cast<std::ptrdiff_t>(n) - 2 - at;
-            around.push_back(power[static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(at, 0, static_cast<std::ptrdiff_t>(n) - 1))]);
+            around.push_back(
+                power[static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(at, 0, static_cast<std::ptrdiff_t>(n) - 1))]);
         }
         out[k] = median(around) / std::log(2.0);
     }

@@ -7,9 +7,10 @@
 
 namespace tessel::modes {
 
-/// A finite filter y'(k) = sum_i a_i y(k + p - i), i = 0..p. There is no transient: a sum of exponentials stays one, each
-/// residue multiplied by P(z) = sum_i a_i z^(p-i).
-struct Whitener {
+/// A finite filter y'(k) = sum_i a_i y(k + p - i), i = 0..p. There is no transient: a sum of exponentials stays one,
+/// each residue multiplied by P(z) = sum_i a_i z^(p-i).
+struct Whitener
+{
     std::vector<double> taps; ///< a; empty for none
 
     std::size_t order() const { return taps.empty() ? 0 : taps.size() - 1; }
@@ -20,7 +21,8 @@ struct Whitener {
 };
 
 /// Noise as it is found in what a fit leaves.
-struct Colour {
+struct Colour
+{
     Whitener whitener;
     double contrast = 1; ///< largest over smallest spectral density, as amplitudes
 };

@@ -12,31 +12,30 @@ namespace tessel::modes {
 namespace {
 
 constexpr double kBlocksPerPeriod = 8;
-constexpr double kDeviations = 5; // of a mean of squares above its expectation that chance explains
-constexpr double kBlocksPerLife = 2;   // of a term: fewer would average it out
-constexpr double kArtefact = 1;        // samples: a term of shorter life is the first sample's alone
+constexpr double kDeviations = 5;    // of a mean of squares above its expectation that chance explains
+constexpr double kBlocksPerLife = 2; // of a term: fewer would average it out
+constexpr double kArtefact = 1;      // samples: a term of shorter life is the first sample's alone
 constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
-constexpr double kMostNoise = 2;       // of chi^2 per degree of freedom
+constexpr double kMostNoise = 2; // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
 constexpr double kRoundings = 20;     // of the highest sample: noise of the size of rounding
-constexpr double kLeastMean = 0.1;     // of squares: rounding is not larger than the least noise that is assumed
-constexpr double kHighestLevel = 0.1;  // of noise that is tried, of the highest sample
+constexpr double kLeastMean = 0.1;    // of squares: rounding is not larger than the least noise that is assumed
+constexpr double kHighestLevel = 0.1; // of noise that is tried, of the highest sample
 constexpr double kLowestLevel = 1e-15;
 constexpr double kLevelStep = 0.1;
-constexpr int kMostWorse = 3;          // levels without gain after which no more are tried
-constexpr double kLeastFree = 0.2;     // degrees of freedom, of the samples
-constexpr double kSingle = 1e-10;      // of Series::rounding: single precision
+constexpr int kMostWorse = 3;      // levels without gain after which no more are tried
+constexpr double kLeastFree = 0.2; // degrees of freedom, of the samples
+constexpr double kSingle = 1e-10;  // of Series::rounding: single precision
 constexpr int kColourRounds = 6;
-constexpr double kWalking = 2.5;        // of the mean square of noise that walks at random, in a part of the record
-constexpr double kSettled = 0.02;      // nepers of the noise, from round to round
+constexpr double kWalking = 2.5;    // of the mean square of noise that walks at random, in a part of the record
+constexpr double kSettled = 0.02;   // nepers of the noise, from round to round
 constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
 
 std::size_t block_factor(double highest, std::size_t samples)
 {
     const double edge = std::max(highest, 1e-3);
-    return std::max<std::size_t>(
-        1, std::min(static_cast<std::size_t>(1 / (kBlocksPerPeriod * edge)), samples / 64));
+    return std::max<std::size_t>(1, std::min(static_cast<std::size_t>(1 / (kBlocksPerPeriod * edge)), samples / 64));
 }
 
 /// The noise of a late part, carried to an earlier first sample: the drive must not count as noise.
@@ -64,7 +63,10 @@ Noise extend(const Series& record, const Noise& noise, std::size_t from, std::si
 }
 
 /// Whether the fit leaves about the noise: lines that rounding excites leave more than the model of their feet says.
-bool explains(const Fit& fit) { return fit.reduced < (fit.walks ? kMostWalking : kMostNoise); }
+bool explains(const Fit& fit)
+{
+    return fit.reduced < (fit.walks ? kMostWalking : kMostNoise);
+}
 
 /// The shortest time, in samples, in which a term that decays falls by a neper.
 double shortest_life(const Terms& terms)
@@ -83,9 +85,12 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
     std::vector<double> residual;
     const std::size_t n = late.series.size();
     const double width = series.complex() ? 2 : 1;
-    const double mean = evaluate(late.series, late.fit.terms, n, &residual).chiSquare / (width * static_cast<double>(n));
+    const double mean =
+        evaluate(late.series, late.fit.terms, n, &residual).chiSquare / (width * static_cast<double>(n));
     // noise that walks at random is largest at the ends
-    const double unit = std::max(kLeastMean, mean) * (series.rounding > kSingle && feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
+    const double unit =
+        std::max(kLeastMean, mean) *
+        (series.rounding > kSingle && feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
     const std::size_t all = series.size();
     evaluate(series, terms, all, &residual);
     double sum = 0;
@@ -138,15 +143,15 @@ void fit_decimated(const Series& record, Stage& stage, Effort effort, const Watc
 {
     for (;; stage.factor = (stage.factor + 1) / 2) {
         stage.series = decimate(record, stage.first, stage.factor, stage.noise);
-        stage.fit = fit_series(stage.series, stage.highest * static_cast<double>(stage.factor),
-                               kMostModes, effort, watch);
+        stage.fit =
+            fit_series(stage.series, stage.highest * static_cast<double>(stage.factor), kMostModes, effort, watch);
         if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.terms) > kBlocksPerLife)
             break;
     }
 }
 
-/// Length of a description of the samples by a fit, in nepers times two: -2 ln likelihood at the noise that it leaves, and
-/// the chance score for each mode. Infinite if the fit leaves too few degrees of freedom to tell.
+/// Length of a description of the samples by a fit, in nepers times two: -2 ln likelihood at the noise that it leaves,
+/// and the chance score for each mode. Infinite if the fit leaves too few degrees of freedom to tell.
 /// @par Source  J. Rissanen, Automatica 14 (1978) 465.
 double description(const Stage& stage)
 {
@@ -155,7 +160,8 @@ double description(const Stage& stage)
     if (stage.fit.failed || stage.fit.stopped || !(free > kLeastFree * rows))
         return INFINITY;
     const double variance = std::max(stage.fit.chiSquare, 1e-30) / free / stage.series.weight.front();
-    return rows * std::log(variance) + 2 * chance_score(stage.series.size()) * static_cast<double>(stage.fit.terms.size()) * rows / free;
+    return rows * std::log(variance) +
+           2 * chance_score(stage.series.size()) * static_cast<double>(stage.fit.terms.size()) * rows / free;
 }
 
 /// The fit of `late`, carried to another first sample and continued there.
@@ -170,7 +176,8 @@ Stage carry(const Series& record, const Stage& late, std::size_t first, std::siz
     stage.whitener = late.whitener;
     stage.contrast = late.contrast;
     stage.series = whiten(decimate(record, first, stage.factor, stage.noise), stage.whitener);
-    const Extended shift = (static_cast<Extended>(late.first) - static_cast<Extended>(first)) / static_cast<Extended>(stage.factor);
+    const Extended shift =
+        (static_cast<Extended>(late.first) - static_cast<Extended>(first)) / static_cast<Extended>(stage.factor);
     Terms terms = late.fit.terms;
     for (Term& term : terms) {
         const ExtendedComplex back = power(term, -shift - static_cast<Extended>(term.origin));
@@ -214,12 +221,13 @@ std::size_t onset(const Series& record)
     return 0;
 }
 
-/// Leaves out what terms of short life explain at the beginning: of a driven record where they take less than their share
-/// of periods, else where they last for a sample alone.
+/// Leaves out what terms of short life explain at the beginning: of a driven record where they take less than their
+/// share of periods, else where they last for a sample alone.
 Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
 {
     for (;;) {
-        struct Life {
+        struct Life
+        {
             double periods, life;
             std::size_t samples, term;
         };
@@ -232,7 +240,8 @@ Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
                 continue;
             const double samples =
                 std::log(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor);
-            lives.push_back({samples * stage.highest, static_cast<double>(stage.factor) / static_cast<double>(term.decay),
+            lives.push_back({samples * stage.highest,
+                             static_cast<double>(stage.factor) / static_cast<double>(term.decay),
                              static_cast<std::size_t>(samples) + 1, j});
         }
         std::sort(lives.begin(), lives.end(), [](const Life& a, const Life& b) { return a.periods < b.periods; });
@@ -252,7 +261,8 @@ Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
                 shorter.fit.terms.push_back(stage.fit.terms[j]);
         shorter = carry(record, shorter, stage.first + lives[count - 1].samples, shorter.fit.terms.size() + 1,
                         shorter.fit.terms.size() + 1, watch);
-        if (shorter.fit.failed || shorter.fit.terms.size() >= stage.fit.terms.size() || (driven && cost(shorter) > cost(stage)))
+        if (shorter.fit.failed || shorter.fit.terms.size() >= stage.fit.terms.size() ||
+            (driven && cost(shorter) > cost(stage)))
             return stage;
         stage = std::move(shorter);
     }
@@ -292,7 +302,8 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
         double shortest = INFINITY;
         int worse = 0;
         const double peak = highest_sample(record, first);
-        for (double level = kHighestLevel * peak; level > std::max(watch.depth(), kLowestLevel) * peak; level *= kLevelStep) {
+        for (double level = kHighestLevel * peak; level > std::max(watch.depth(), kLowestLevel) * peak;
+             level *= kLevelStep) {
             Stage trial = stage;
             std::fill(trial.noise.sigma.begin(), trial.noise.sigma.end(), level);
             fit_decimated(record, trial, effort, watch);
@@ -330,9 +341,8 @@ bool is_coloured(const Stage& stage)
     std::vector<double> residual;
     evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
     // What rounding leaves has a spectrum of its own, as have the lines that it excites.
-    const double peak = *std::max_element(stage.series.re.begin(), stage.series.re.end(), [](double a, double b) {
-        return std::abs(a) < std::abs(b);
-    });
+    const double peak = *std::max_element(stage.series.re.begin(), stage.series.re.end(),
+                                          [](double a, double b) { return std::abs(a) < std::abs(b); });
     if (1 / std::sqrt(stage.series.weight.front()) < kRoundings * stage.series.rounding * std::abs(peak))
         return false;
     return !feet_of(stage.series, stage.fit.terms, stage.series.size(), residual).any() &&
@@ -356,13 +366,13 @@ Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch)
         stage.whitener = colour.whitener;
         stage.contrast = colour.contrast;
         stage.series = whiten(plain, stage.whitener);
-        stage.fit = fit_series(stage.series, highest, kMostModes, Effort::thorough,
-                               watch.share(0.4));
+        stage.fit = fit_series(stage.series, highest, kMostModes, Effort::thorough, watch.share(0.4));
         if (stage.fit.failed || stage.fit.stopped)
             break; // the noise that was assumed before is the least that few modes explain
         const Terms terms = through(stage.fit.terms, stage.whitener, true);
         evaluate(plain, terms, plain.size(), &residual);
-        stage.good = explains(stage.fit) && stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
+        stage.good =
+            explains(stage.fit) && stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
         best = stage;
         const double gain = stage.whitener.taps.empty() ? 0 : std::log(std::abs(stage.whitener.taps[0]));
         // settled, or going to and fro
@@ -385,8 +395,11 @@ Stage fit_late(const Series& record, const Options& options, double unit, bool c
         if (first == 0 || n - first < kFewest || (part == 0 && coloured_noise))
             continue;
         late = fit_from(record, first, options, unit, part == 0 ? Effort::quick : Effort::thorough,
-                        watch.share(part == 0 ? 0.1 : coloured_noise ? 0.05 : 0.2));
-        late.good = late.good && !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor)) &&
+                        watch.share(part == 0        ? 0.1
+                                    : coloured_noise ? 0.05
+                                                     : 0.2));
+        late.good = late.good &&
+                    !imitates_drive(late.series, late.fit.terms, late.highest * static_cast<double>(late.factor)) &&
                     !is_coloured(late);
         if (!late.good && coloured_noise)
             late = fit_coloured(record, late, watch.share(0.3));
@@ -402,8 +415,7 @@ Stage walk_to_drive(const Series& record, Stage late, const Watch& watch)
     const std::size_t from = onset(record);
     double left = 0.8;
     const double part = 0.08; // of the work, for one step
-    const auto enough =
-        std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(late.highest, 1e-4)));
+    const auto enough = std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(late.highest, 1e-4)));
     // Steps halve where one fails: what a long step cannot explain, two short ones may, as modes of short life come in.
     std::size_t step = (late.first - from + 1) / 2;
     while (step >= enough && late.first > from && left > 0) {

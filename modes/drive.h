@@ -10,7 +10,8 @@
 namespace tessel::modes {
 
 /// A record from one of its samples on, decimated, with its fit.
-struct Stage {
+struct Stage
+{
     std::size_t first = 0;
     std::size_t factor = 1;
     double highest = 0; ///< cycles a raw sample
@@ -19,7 +20,7 @@ struct Stage {
     Whitener whitener;
     double contrast = 1; ///< of the noise's spectrum, if it was made white
     Fit fit;
-    bool good = false; ///< the fit explains the series
+    bool good = false;    ///< the fit explains the series
     bool skipped = false; ///< what lies before `first` was taken for a drive
 };
 
@@ -30,19 +31,20 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
 /// Whether the noise that a good fit leaves is coloured.
 bool is_coloured(const Stage& stage);
 
-/// Fits a late part of the record, from its onset or a quarter, a half or seven tenths behind it on; good if one of them is
-/// a sum of few modes and noise, white or, if asked for, coloured.
+/// Fits a late part of the record, from its onset or a quarter, a half or seven tenths behind it on; good if one of
+/// them is a sum of few modes and noise, white or, if asked for, coloured.
 Stage fit_late(const Series& record, const Options& options, double unit, bool coloured_noise, const Watch& watch);
 
 /// Walks a late fit back to the end of the drive.
 ///
 /// The record from an earlier sample on must be explained by the same modes and at most one new mode for every
-/// kPeriodsPerMode periods of the highest line, as modes of short life imitate any drive. The steps halve where one fails.
+/// kPeriodsPerMode periods of the highest line, as modes of short life imitate any drive. The steps halve where one
+/// fails.
 Stage walk_to_drive(const Series& record, Stage late, const Watch& watch);
 
-/// Fits the decimated record of a stage anew, its noise coloured: in turns the noise's spectrum is found in what the fit
-/// leaves, and the record fitted behind the filter that makes it white. Good only if what is left does not change over
-/// time: a drive is no noise.
+/// Fits the decimated record of a stage anew, its noise coloured: in turns the noise's spectrum is found in what the
+/// fit leaves, and the record fitted behind the filter that makes it white. Good only if what is left does not change
+/// over time: a drive is no noise.
 Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch);
 
 /// Leaves out the first samples where terms explain nothing else: the last of a drive, such as a step's rise.

@@ -11,7 +11,7 @@ namespace tessel::modes {
 namespace {
 constexpr double kHalfUnit = 0x1p-53;
 constexpr Extended kPi = 3.14159265358979323846264338327950288L;
-}
+} // namespace
 
 ExtendedMatrix inverse_normal(const ExtendedMatrix& normal)
 {
@@ -35,8 +35,7 @@ ExtendedMatrix inverse_normal(const ExtendedMatrix& normal)
 }
 
 std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, const Whitener& whitener,
-                           double spacing,
-                           const std::vector<double>& scale)
+                           double spacing, const std::vector<double>& scale)
 {
     std::vector<Mode> out;
     if (terms.empty())
@@ -72,7 +71,8 @@ std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t
             map(2, 1) = dpole.real();
         } else {
             const ExtendedComplex unit = ExtendedComplex(1) / c;
-            const ExtendedComplex columns[4] = {unit, ExtendedComplex(0, 1) * unit, dpole, ExtendedComplex(0, -1) * dpole};
+            const ExtendedComplex columns[4] = {unit, ExtendedComplex(0, 1) * unit, dpole,
+                                                ExtendedComplex(0, -1) * dpole};
             map(0, 3) = 1 / (2 * kPi * step);
             map(1, 2) = 1 / step;
             for (int k = 0; k < 4; ++k) {

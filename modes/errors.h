@@ -19,8 +19,7 @@ ExtendedMatrix inverse_normal(const ExtendedMatrix& normal);
 /// @param spacing  of the raw record
 /// @param scale    variance of the noise over that of the weights, for each term
 std::vector<Mode> modes_of(const Series& series, const Terms& terms, std::size_t factor, const Whitener& whitener,
-                           double spacing,
-                           const std::vector<double>& scale);
+                           double spacing, const std::vector<double>& scale);
 
 } // namespace tessel::modes
 

@@ -9,21 +9,21 @@ namespace tessel::modes {
 
 namespace {
 
-constexpr std::size_t kRounds = 12;       // of search at one length
+constexpr std::size_t kRounds = 12; // of search at one length
 constexpr std::size_t kMostARound = 6;
 constexpr std::size_t kPatience = 6;      // rounds after which a fit far from the noise is given up
 constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
 constexpr int kSteps = 8;                 // of refinement in a round
 constexpr std::size_t kNuisanceRounds = 3;
-constexpr double kLikely = 9;             // half the gain in chi^2 of a term that is likely
-constexpr Extended kShort = 16;           // nepers over the record: a short life
-constexpr Extended kSlow = 6;             // of the distance of a pole from zero, over the record
-constexpr double kByFar = 5;              // times the threshold
-constexpr double kHopeless = 10;          // chi^2 per degree of freedom of such a fit
+constexpr double kLikely = 9;    // half the gain in chi^2 of a term that is likely
+constexpr Extended kShort = 16;  // nepers over the record: a short life
+constexpr Extended kSlow = 6;    // of the distance of a pole from zero, over the record
+constexpr double kByFar = 5;     // times the threshold
+constexpr double kHopeless = 10; // chi^2 per degree of freedom of such a fit
 
 /// Refines and searches over [0, n) until the residual asks for nothing more.
-Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t mostModes, Fit& fit,
-                 Effort effort, const Watch& watch)
+Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t mostModes, Fit& fit, Effort effort,
+                 const Watch& watch)
 {
     const double part = static_cast<double>(n) / static_cast<double>(series.size());
     Refined model = refine(series, std::move(terms), n, 2 * kSteps);
@@ -168,8 +168,7 @@ std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch)
     return added;
 }
 
-Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort,
-               const Watch& watch)
+Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort, const Watch& watch)
 {
     watch.tell("start", 0, 0);
     Start start = start_values(series, highest);

@@ -12,7 +12,8 @@
 namespace tessel::modes {
 
 /// A model of a series.
-struct Fit {
+struct Fit
+{
     Terms terms;
     double chiSquare = 0;
     std::vector<double> significance; ///< of each term
@@ -24,7 +25,8 @@ struct Fit {
 };
 
 /// How early a fit is given up.
-enum class Effort {
+enum class Effort
+{
     quick,    ///< another way is left: a record that may begin with a drive
     thorough, ///< none is
 };
@@ -36,7 +38,9 @@ public:
     /// @param samples  of the record: the work that is allowed grows with it
     /// @param depth    least noise that is assumed, of the highest sample nearby
     Watch(const Options& options, std::size_t samples, double depth)
-        : options_(options), depth_(depth), full_(kWork * std::max(1.0, static_cast<double>(samples) / 16000)),
+        : options_(options),
+          depth_(depth),
+          full_(kWork * std::max(1.0, static_cast<double>(samples) / 16000)),
           left_(full_)
     {}
     Watch(const Watch&) = delete;
@@ -85,8 +89,8 @@ constexpr double kPeriodsPerMode = 6;
 Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort, const Watch& watch);
 
 /// Adds terms of short life that are likely, but not certain: what is left out of a crowd of such modes moves its
-/// neighbours by more than their standard errors. They stand behind the others in Fit::terms, which keep their places, and
-/// are not modes to tell of. The number of them is returned.
+/// neighbours by more than their standard errors. They stand behind the others in Fit::terms, which keep their places,
+/// and are not modes to tell of. The number of them is returned.
 std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch);
 
 /// Goes on from a model: refinement over the whole series, search, selection.

@@ -13,7 +13,8 @@ constexpr std::size_t kTile = 128;
 constexpr Extended kNegligible = -57; // nepers
 
 /// sum of z^k, k z^k and k^2 z^k over k < n, with z = exp(x), by doubling of n: no cancellation for any x.
-struct PowerSums {
+struct PowerSums
+{
     ExtendedComplex s0, s1, s2;
 };
 
@@ -51,8 +52,14 @@ PowerSums power_sums(ExtendedComplex z, std::size_t n)
 
 } // namespace
 
-int linearCount(const Term& term) { return term.kind == Term::Kind::oscillating ? 2 : 1; }
-int poleCount(const Term& term) { return term.kind == Term::Kind::oscillating ? 2 : 1; }
+int linearCount(const Term& term)
+{
+    return term.kind == Term::Kind::oscillating ? 2 : 1;
+}
+int poleCount(const Term& term)
+{
+    return term.kind == Term::Kind::oscillating ? 2 : 1;
+}
 
 Layout::Layout(const Terms& terms)
 {
@@ -186,9 +193,9 @@ Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std
 
 namespace {
 
-/// The sums over segments of constant weight of u^a v^b e, where e is the product of two terms, z its ratio from sample to
-/// sample, u and v the samples' distances from the terms' origins. For |z - 1| n > kApart^(1/2), by their closed form at
-/// the segments' ends:
+/// The sums over segments of constant weight of u^a v^b e, where e is the product of two terms, z its ratio from sample
+/// to sample, u and v the samples' distances from the terms' origins. For |z - 1| n > kApart^(1/2), by their closed
+/// form at the segments' ends:
 ///
 ///     sum_{k < m} z^k = z^m q + const,   sum k z^k = z^m (m q - z q^2) + const,   q = 1 / (z - 1), ...
 template <class At, class U, class V>
@@ -265,8 +272,7 @@ Products::Products(const Series& series, const Terms& terms, std::size_t n)
     for (std::size_t j = 0; j < count_; ++j) {
         ratio[j] = power(terms[j], 1);
         for (std::size_t b = 0; b <= segments; ++b)
-            start[b][j] =
-                power(terms[j], static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[j].origin));
+            start[b][j] = power(terms[j], static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[j].origin));
     }
     for (std::size_t i = 0; i < count_; ++i)
         for (std::size_t j = i; j < count_; ++j)
@@ -283,11 +289,13 @@ Products::Products(const Series& series, const Terms& terms, std::size_t n)
                     return static_cast<Extended>(begins[b]) - static_cast<Extended>(terms[term].origin);
                 };
                 if (std::norm(z - ExtendedComplex(1)) * static_cast<Extended>(n) * static_cast<Extended>(n) > kApart)
-                    sums = apart(z, weights, at, [&](std::size_t b) { return before(b, i); },
-                                 [&](std::size_t b) { return before(b, j); });
+                    sums = apart(
+                        z, weights, at, [&](std::size_t b) { return before(b, i); },
+                        [&](std::size_t b) { return before(b, j); });
                 else
-                    sums = together(z, begins, weights, at, [&](std::size_t b) { return before(b, i); },
-                                    [&](std::size_t b) { return before(b, j); });
+                    sums = together(
+                        z, begins, weights, at, [&](std::size_t b) { return before(b, i); },
+                        [&](std::size_t b) { return before(b, j); });
                 // the other triangle: (conj E_i E_j)* and E_j E_i
                 Sums& mirror = (conjugate ? conjugate_ : plain_)[j * count_ + i];
                 if (i != j)

@@ -19,12 +19,13 @@ using ExtendedMatrix = Eigen::Matrix<Extended, Eigen::Dynamic, Eigen::Dynamic>;
 using ExtendedVector = Eigen::Matrix<Extended, Eigen::Dynamic, 1>;
 
 /// A record on the grid k = 0, 1, ...; the noise of a sample is constant over each segment.
-struct Series {
+struct Series
+{
     std::vector<double> re;
-    std::vector<double> im; ///< empty for a real record
-    std::size_t segment = 1;        ///< samples in a segment; the last may be shorter
-    std::vector<double> weight;     ///< 1 / sigma^2 of each segment
-    double rounding = 0;            ///< largest step of a random walk, of an amplitude, that rounding may cause each sample
+    std::vector<double> im;     ///< empty for a real record
+    std::size_t segment = 1;    ///< samples in a segment; the last may be shorter
+    std::vector<double> weight; ///< 1 / sigma^2 of each segment
+    double rounding = 0;        ///< largest step of a random walk, of an amplitude, that rounding may cause each sample
 
     std::size_t size() const { return re.size(); }
     bool complex() const { return !im.empty(); }
@@ -33,11 +34,16 @@ struct Series {
 
 /// One term c exp((-decay + i angle) (k - origin)), of which a real record sees the real part. Poles are held in
 /// extended precision: over N samples a rounding of the angle grows N times.
-struct Term {
-    enum class Kind { oscillating, real };
-    Extended decay = 0; ///< per sample
-    Extended angle = 0; ///< per sample
-    Complex c = 0;      ///< at the origin
+struct Term
+{
+    enum class Kind
+    {
+        oscillating,
+        real
+    };
+    Extended decay = 0;     ///< per sample
+    Extended angle = 0;     ///< per sample
+    Complex c = 0;          ///< at the origin
     std::size_t origin = 0; ///< 0 for a term that decays, else the last sample
     Kind kind = Kind::oscillating;
 };
@@ -47,7 +53,8 @@ using Terms = std::vector<Term>;
 int linearCount(const Term& term);
 
 /// Residual sums of a model at given parameters, over the samples [0, n).
-struct Evaluation {
+struct Evaluation
+{
     double chiSquare = 0;
     std::vector<Complex> x; ///< sum of w conj(E) r, each term
     std::vector<Complex> y; ///< sum of w (k - origin) conj(E) r
@@ -68,7 +75,8 @@ public:
     /// Normal matrix of the linear parameters alone.
     ExtendedMatrix linear(const Terms& terms) const;
 
-    struct Sums {
+    struct Sums
+    {
         ExtendedComplex s[2][2];
     };
 
@@ -84,7 +92,8 @@ private:
 ExtendedVector gradient(const Evaluation& evaluation, const Terms& terms);
 
 /// Offsets of the terms' parameters in the normal matrix.
-struct Layout {
+struct Layout
+{
     explicit Layout(const Terms& terms);
     std::vector<int> linear; ///< first linear parameter of each term
     std::vector<int> pole;   ///< first pole parameter of each term

@@ -30,14 +30,16 @@
 namespace tessel::modes {
 
 /// What a mode does in time.
-enum class Kind {
+enum class Kind
+{
     oscillating, ///< frequency not zero, decay not below zero by more than its standard error explains
     overdamped,  ///< a real decay without oscillation
     growing,     ///< grows with time, significantly: an unstable simulation
 };
 
 /// One mode. A standard error is the square root of the estimate's variance; errors are Gaussian to first order.
-struct Mode {
+struct Mode
+{
     double frequency = 0;      ///< f in 1 / unit of time; of a complex record with its sign
     double decay = 0;          ///< g in 1 / unit of time; negative if the mode grows
     double quality = 0;        ///< pi |f| / g; infinite if g is zero, negative if the mode grows
@@ -58,51 +60,56 @@ struct Mode {
 TESSEL_MODES_API const char* name(Kind kind) noexcept;
 
 /// What a program can tell apart about a result; Remark::text says it to a person.
-enum class RemarkCode {
-    driveSkipped,       ///< value: time of the first sample used
-    nothingRings,       ///< no mode was found; value: highest sample, by magnitude
-    constantRecord,     ///< all samples are equal; value: the sample
-    recordTooShort,     ///< for the resolution of a decay; value: length that is needed, in time
-    bandEdge,           ///< a line lies close to the highest frequency of the spacing and may be folded; value: its frequency
-    spacingTooCoarse,   ///< fewer than 2.5 samples a period; value: spacing that would do
-    modelUnexplained,   ///< the modes do not explain the record; value: chi^2 per degree of freedom
-    closeModes,         ///< two modes closer than their errors resolve; value: the frequency between them
-    searchStopped,      ///< at a limit of modes or of work; value: number of modes then
-    background,         ///< an offset or a slow drift was fitted beside the modes; value: its size at the reference time
-    noiseAssumed,       ///< no empty band to measure the noise in; value: the standard deviation that was taken
-    growingMode,        ///< a mode grows: the simulation may be unstable; value: its frequency
-    colouredNoise,      ///< the noise is not white, and was weighted by its spectrum; value: largest over smallest level
+enum class RemarkCode
+{
+    driveSkipped,   ///< value: time of the first sample used
+    nothingRings,   ///< no mode was found; value: highest sample, by magnitude
+    constantRecord, ///< all samples are equal; value: the sample
+    recordTooShort, ///< for the resolution of a decay; value: length that is needed, in time
+    bandEdge, ///< a line lies close to the highest frequency of the spacing and may be folded; value: its frequency
+    spacingTooCoarse, ///< fewer than 2.5 samples a period; value: spacing that would do
+    modelUnexplained, ///< the modes do not explain the record; value: chi^2 per degree of freedom
+    closeModes,       ///< two modes closer than their errors resolve; value: the frequency between them
+    searchStopped,    ///< at a limit of modes or of work; value: number of modes then
+    background,       ///< an offset or a slow drift was fitted beside the modes; value: its size at the reference time
+    noiseAssumed,     ///< no empty band to measure the noise in; value: the standard deviation that was taken
+    growingMode,      ///< a mode grows: the simulation may be unstable; value: its frequency
+    colouredNoise,    ///< the noise is not white, and was weighted by its spectrum; value: largest over smallest level
 };
 
 /// The enumerator's name, such as "driveSkipped".
 TESSEL_MODES_API const char* name(RemarkCode code) noexcept;
 
 /// One remark.
-struct Remark {
+struct Remark
+{
     RemarkCode code = RemarkCode::nothingRings; ///< what the remark is
-    double value = 0; ///< what it is about, as RemarkCode says
-    std::string text; ///< one sentence, without a line break
+    double value = 0;                           ///< what it is about, as RemarkCode says
+    std::string text;                           ///< one sentence, without a line break
 };
 
 /// Where the work stands, for Options::progress.
-struct Progress {
+struct Progress
+{
     const char* stage = ""; ///< "band", "start", "refine", "search", "select", "drive" or "errors"
     std::size_t modes = 0;  ///< modes held now
     double part = 0;        ///< of the record that is modelled, 0 to 1
 };
 
 /// Everything has a default that means "find out".
-struct Options {
-    std::optional<double> lowest;          ///< lower edge of the band, in 1 / unit of time: modes outside are not reported
-    std::optional<double> highest;         ///< upper edge of the band
-    std::optional<std::size_t> first;      ///< first sample that no drive reaches, from 0
-    std::optional<double> noise;           ///< standard deviation of the noise of a sample (of each of its two parts)
-    std::optional<std::size_t> mostModes;  ///< no more are told of, the most significant first; 300 otherwise
+struct Options
+{
+    std::optional<double> lowest;     ///< lower edge of the band, in 1 / unit of time: modes outside are not reported
+    std::optional<double> highest;    ///< upper edge of the band
+    std::optional<std::size_t> first; ///< first sample that no drive reaches, from 0
+    std::optional<double> noise;      ///< standard deviation of the noise of a sample (of each of its two parts)
+    std::optional<std::size_t> mostModes;          ///< no more are told of, the most significant first; 300 otherwise
     std::function<bool(const Progress&)> progress; ///< called often, from the caller's thread; false stops the work
 };
 
 /// Why a record is used from Result::firstSample on.
-enum class FirstSampleReason {
+enum class FirstSampleReason
+{
     wholeRecord,  ///< nothing had to be left out
     given,        ///< Options::first says so
     driveSkipped, ///< what lies before is no sum of few modes
@@ -112,17 +119,18 @@ enum class FirstSampleReason {
 TESSEL_MODES_API const char* name(FirstSampleReason reason) noexcept;
 
 /// What was found.
-struct Result {
-    std::vector<Mode> modes;      ///< by rising frequency
-    double referenceTime = 0;     ///< of amplitudes and phases: the time of the first sample used
-    std::size_t firstSample = 0;  ///< first sample used, from 0
+struct Result
+{
+    std::vector<Mode> modes;     ///< by rising frequency
+    double referenceTime = 0;    ///< of amplitudes and phases: the time of the first sample used
+    std::size_t firstSample = 0; ///< first sample used, from 0
     FirstSampleReason firstSampleReason = FirstSampleReason::wholeRecord; ///< why the first sample used is that one
-    std::size_t decimation = 1;   ///< samples averaged into one
-    double noise = 0;             ///< standard deviation of the noise of a sample, at the first sample used
-    double reducedChiSquare = 0;  ///< chi^2 per degree of freedom by the noise that was found before the fit
-    double lowest = 0;            ///< band that was searched, in 1 / unit of time
-    double highest = 0;           ///< band that was searched
-    std::vector<Remark> remarks;  ///< what should be known about the result
+    std::size_t decimation = 1;                                           ///< samples averaged into one
+    double noise = 0;            ///< standard deviation of the noise of a sample, at the first sample used
+    double reducedChiSquare = 0; ///< chi^2 per degree of freedom by the noise that was found before the fit
+    double lowest = 0;           ///< band that was searched, in 1 / unit of time
+    double highest = 0;          ///< band that was searched
+    std::vector<Remark> remarks; ///< what should be known about the result
 
     /// Whether a remark of this kind was made.
     bool has(RemarkCode code) const
@@ -135,7 +143,8 @@ struct Result {
 };
 
 /// What is wrong with the input.
-enum class InputFault {
+enum class InputFault
+{
     tooFewSamples, ///< fewer than 8 are left
     notFinite,     ///< index() says which sample
     spacing,       ///< not a positive finite number
@@ -189,7 +198,8 @@ public:
 /// @throws InputError      if the input cannot be analysed
 /// @throws Stopped         if Options::progress returned false; what it throws itself passes through
 /// @throws std::bad_alloc  if memory cannot be had
-/// @par Limits  White noise. Records below some 100 samples, lines above 0.4 cycles a sample in a real record, and drives
+/// @par Limits  White noise. Records below some 100 samples, lines above 0.4 cycles a sample in a real record, and
+/// drives
 ///   that come back after their end are found less reliably; see the remarks of the result.
 /// @par State  None. Any number of threads may call at once. The same input gives the same result. Nothing is printed.
 /// @par Source  G. H. Golub, V. Pereyra, SIAM J. Numer. Anal. 10 (1973) 413 and L. Kaufman, BIT 15 (1975) 49 (variable

@@ -10,16 +10,17 @@ namespace {
 
 // Side lobes 330 dB down: what is left of the lines is below the rounding of a double.
 constexpr double kBeta = 38;
-constexpr double kHalfWidth = 13;   // of the main lobe, in bins
+constexpr double kHalfWidth = 13; // of the main lobe, in bins
 constexpr std::size_t kSegments = 32;
-constexpr double kConstant = 1.6;   // largest over smallest, of noise that is taken as constant
+constexpr double kConstant = 1.6; // largest over smallest, of noise that is taken as constant
 
-constexpr double kBurst = 4;        // of the median level
-constexpr double kStep = 0.2;       // nepers between levels of noise that varies
+constexpr double kBurst = 4;         // of the median level
+constexpr double kStep = 0.2;        // nepers between levels of noise that varies
 constexpr double kCorrelation = 3.5; // bins that share one value under the window
 
 /// Standard deviation in the band above `highest` of the samples [begin, begin + length).
-double level(const Series& series, std::size_t begin, std::size_t length, double highest, const std::vector<double>& window)
+double level(const Series& series, std::size_t begin, std::size_t length, double highest,
+             const std::vector<double>& window)
 {
     std::vector<double> re(length), im(series.complex() ? length : 0);
     for (std::size_t k = 0; k < length; ++k)
@@ -30,8 +31,7 @@ double level(const Series& series, std::size_t begin, std::size_t length, double
     const std::size_t padded = fast_length(length);
     const std::vector<double> power = power_spectrum(re, im, padded);
     const auto ratio = static_cast<double>(padded) / static_cast<double>(length);
-    const auto edge =
-        static_cast<std::size_t>(highest * static_cast<double>(padded) + (kHalfWidth + 1) * ratio);
+    const auto edge = static_cast<std::size_t>(highest * static_cast<double>(padded) + (kHalfWidth + 1) * ratio);
     std::vector<double> empty;
     for (std::size_t k = edge; k < padded - edge && k < power.size(); ++k)
         if (series.complex() || 2 * k != padded)
@@ -63,7 +63,8 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
     std::size_t segments = kSegments;
     // Each part is windowed over twice a segment, and must leave twenty bins above the lines.
     const auto bins = [&](std::size_t parts) {
-        const double length = std::min(static_cast<double>(n), 2.0 * static_cast<double>(n) / static_cast<double>(parts));
+        const double length =
+            std::min(static_cast<double>(n), 2.0 * static_cast<double>(n) / static_cast<double>(parts));
         return (0.5 - highest) * length - kHalfWidth - 1;
     };
     while (segments > 1 && bins(segments) < 40)
@@ -76,7 +77,8 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
     std::vector<double> floor;
     for (std::size_t b = 0; b < segments; ++b) {
         const std::size_t middle = first + b * noise.segment + noise.segment / 2;
-        const std::size_t begin = std::clamp(middle, first + length / 2, first + n - (length - length / 2)) - length / 2;
+        const std::size_t begin =
+            std::clamp(middle, first + length / 2, first + n - (length - length / 2)) - length / 2;
         double peak = 0;
         for (std::size_t k = begin; k < begin + length; ++k) {
             peak = std::max(peak, std::abs(series.re[k]));
@@ -112,7 +114,8 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
     if (noise.varies) {
         const double middle = median(noise.sigma), size = median(floor);
         for (std::size_t b = 0; b < noise.sigma.size(); ++b)
-            noise.bursts = noise.bursts || noise.sigma[b] > kBurst * std::max(middle, floor[b]) * std::max(1.0, floor[b] / size);
+            noise.bursts =
+                noise.bursts || noise.sigma[b] > kBurst * std::max(middle, floor[b]) * std::max(1.0, floor[b] / size);
     }
     for (std::size_t b = 0; b < noise.sigma.size(); ++b)
         if (noise.sigma[b] < floor[b]) {

@@ -8,12 +8,13 @@
 namespace tessel::modes {
 
 /// Noise over time.
-struct Noise {
-    bool found = false;          ///< false: no empty band
+struct Noise
+{
+    bool found = false; ///< false: no empty band
     bool varies = false;
-    bool bursts = false;         ///< it is larger somewhere than the samples there explain: a drive, a pulse
-    std::size_t segment = 1;     ///< samples in a segment, from the first sample used
-    std::vector<double> sigma;   ///< standard deviation of each segment
+    bool bursts = false;       ///< it is larger somewhere than the samples there explain: a drive, a pulse
+    std::size_t segment = 1;   ///< samples in a segment, from the first sample used
+    std::vector<double> sigma; ///< standard deviation of each segment
 };
 
 /// Noise of the record from `first` on, whose lines end at `highest` cycles a sample; not less than `depth` of the

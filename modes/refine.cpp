@@ -9,8 +9,8 @@ namespace tessel::modes {
 
 namespace {
 
-constexpr double kEnough = 1e-3;          // least gain in chi^2 of a step
-constexpr double kProgress = 0.05;        // least part of the way to a target that a step makes
+constexpr double kEnough = 1e-3;   // least gain in chi^2 of a step
+constexpr double kProgress = 0.05; // least part of the way to a target that a step makes
 constexpr Extended kPi = 3.14159265358979323846264338327950288L;
 
 void add_linear(Terms& terms, const ExtendedVector& step)
@@ -61,7 +61,8 @@ void add_poles(Terms& terms, const ExtendedVector& step, std::size_t n, bool com
 }
 
 /// A model with the residues solved for its poles.
-struct State {
+struct State
+{
     Terms terms;
     Evaluation evaluation; ///< at the residues before the last correction
     ExtendedMatrix normal;
@@ -76,8 +77,8 @@ State project(const Series& series, Terms terms, std::size_t n)
     const ExtendedMatrix g = products.linear(terms);
     const auto linear = g.rows();
     state.evaluation = evaluate(series, terms, n);
-    // The residues' correction, again where it was large beside what is left: sums of the old residual are then no better
-    // than its rounding.
+    // The residues' correction, again where it was large beside what is left: sums of the old residual are then no
+    // better than its rounding.
     for (int round = 0; round < 4; ++round) {
         const ExtendedVector right = gradient(state.evaluation, terms).head(linear);
         const ExtendedVector step = solve_scaled(g, right, ExtendedVector::Zero(linear));
@@ -185,7 +186,8 @@ Refined refine(const Series& series, Terms terms, std::size_t n, int mostSteps, 
             small = gain < kEnough + 1e-9 * state.chiSquare ? small + 1 : 0;
             if (small > 0)
                 break;
-            if (target >= 0 && (state.chiSquare < target || (steps > 2 && gain < kProgress * (state.chiSquare - target))))
+            if (target >= 0 &&
+                (state.chiSquare < target || (steps > 2 && gain < kProgress * (state.chiSquare - target))))
                 break;
         } else {
             if (gain > -kEnough && std::isfinite(next.chiSquare) && lambda <= 1e-2L)

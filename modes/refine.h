@@ -11,7 +11,8 @@ namespace tessel::modes {
 constexpr double kWellConditioned = 1e-6;
 
 /// What a refinement leaves.
-struct Refined {
+struct Refined
+{
     Terms terms;
     double chiSquare = 0;
     int steps = 0;

@@ -7,11 +7,11 @@ namespace tessel::modes {
 
 namespace {
 
-constexpr double kUnexplained = 1.5;    // chi^2 per degree of freedom
-constexpr double kCoarse = 2.5;         // samples a period
-constexpr double kEdge = 0.45;          // cycles a sample
-constexpr double kResolved = 3;         // standard errors between two modes
-constexpr double kKnownDecay = 0.5;     // relative standard error of a decay
+constexpr double kUnexplained = 1.5; // chi^2 per degree of freedom
+constexpr double kCoarse = 2.5;      // samples a period
+constexpr double kEdge = 0.45;       // cycles a sample
+constexpr double kResolved = 3;      // standard errors between two modes
+constexpr double kKnownDecay = 0.5;  // relative standard error of a decay
 
 std::string number(double value)
 {
@@ -25,9 +25,12 @@ std::string number(double value)
 const char* name(Kind kind) noexcept
 {
     switch (kind) {
-    case Kind::oscillating: return "oscillating";
-    case Kind::overdamped: return "overdamped";
-    case Kind::growing: return "growing";
+    case Kind::oscillating:
+        return "oscillating";
+    case Kind::overdamped:
+        return "overdamped";
+    case Kind::growing:
+        return "growing";
     }
     return "";
 }
@@ -35,9 +38,12 @@ const char* name(Kind kind) noexcept
 const char* name(FirstSampleReason reason) noexcept
 {
     switch (reason) {
-    case FirstSampleReason::wholeRecord: return "wholeRecord";
-    case FirstSampleReason::given: return "given";
-    case FirstSampleReason::driveSkipped: return "driveSkipped";
+    case FirstSampleReason::wholeRecord:
+        return "wholeRecord";
+    case FirstSampleReason::given:
+        return "given";
+    case FirstSampleReason::driveSkipped:
+        return "driveSkipped";
     }
     return "";
 }
@@ -45,19 +51,32 @@ const char* name(FirstSampleReason reason) noexcept
 const char* name(RemarkCode code) noexcept
 {
     switch (code) {
-    case RemarkCode::driveSkipped: return "driveSkipped";
-    case RemarkCode::nothingRings: return "nothingRings";
-    case RemarkCode::constantRecord: return "constantRecord";
-    case RemarkCode::recordTooShort: return "recordTooShort";
-    case RemarkCode::bandEdge: return "bandEdge";
-    case RemarkCode::spacingTooCoarse: return "spacingTooCoarse";
-    case RemarkCode::modelUnexplained: return "modelUnexplained";
-    case RemarkCode::closeModes: return "closeModes";
-    case RemarkCode::searchStopped: return "searchStopped";
-    case RemarkCode::background: return "background";
-    case RemarkCode::noiseAssumed: return "noiseAssumed";
-    case RemarkCode::growingMode: return "growingMode";
-    case RemarkCode::colouredNoise: return "colouredNoise";
+    case RemarkCode::driveSkipped:
+        return "driveSkipped";
+    case RemarkCode::nothingRings:
+        return "nothingRings";
+    case RemarkCode::constantRecord:
+        return "constantRecord";
+    case RemarkCode::recordTooShort:
+        return "recordTooShort";
+    case RemarkCode::bandEdge:
+        return "bandEdge";
+    case RemarkCode::spacingTooCoarse:
+        return "spacingTooCoarse";
+    case RemarkCode::modelUnexplained:
+        return "modelUnexplained";
+    case RemarkCode::closeModes:
+        return "closeModes";
+    case RemarkCode::searchStopped:
+        return "searchStopped";
+    case RemarkCode::background:
+        return "background";
+    case RemarkCode::noiseAssumed:
+        return "noiseAssumed";
+    case RemarkCode::growingMode:
+        return "growingMode";
+    case RemarkCode::colouredNoise:
+        return "colouredNoise";
     }
     return "";
 }
@@ -95,8 +114,8 @@ void add_remarks(Result& result, const Stage& stage, double start, double spacin
                    "the line at " + number(mode.frequency) + " lies near the edge of the band and may be folded");
         else if (cycles * kCoarse > 1)
             remark(result, RemarkCode::spacingTooCoarse, 1 / (4 * std::abs(mode.frequency)),
-                   "the spacing leaves fewer than 2.5 samples a period of " + number(mode.frequency) +
-                       ": take " + number(1 / (4 * std::abs(mode.frequency))));
+                   "the spacing leaves fewer than 2.5 samples a period of " + number(mode.frequency) + ": take " +
+                       number(1 / (4 * std::abs(mode.frequency))));
         if (mode.kind == Kind::growing)
             remark(result, RemarkCode::growingMode, mode.frequency,
                    "the mode at " + number(mode.frequency) + " grows: the simulation may be unstable");

@@ -8,13 +8,14 @@ namespace tessel::modes {
 
 namespace {
 
-constexpr double kBeta = 8;     // side lobes 60 dB down
+constexpr double kBeta = 8;      // side lobes 60 dB down
 constexpr double kNearest = 2.5; // bins: from the main lobe's half on
 constexpr double kFarthest = 9;
-constexpr double kShown = 3;    // of the white noise, at kNearest: a foot that counts
+constexpr double kShown = 3; // of the white noise, at kNearest: a foot that counts
 constexpr double kPi = 3.14159265358979323846;
 
-/// Periodogram of the weighted residual, mean 1 for white noise of the series' weights; its length is that of the transform.
+/// Periodogram of the weighted residual, mean 1 for white noise of the series' weights; its length is that of the
+/// transform.
 std::vector<double> weighted_periodogram(const Series& series, std::size_t n, const std::vector<double>& residual,
                                          std::size_t& padded)
 {
@@ -74,7 +75,8 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
             if (std::abs(apart) < kNearest * resolution || std::abs(apart) > kFarthest * resolution)
                 continue;
             if (series.complex()) {
-                at = (at % static_cast<std::ptrdiff_t>(padded) + static_cast<std::ptrdiff_t>(padded)) % static_cast<std::ptrdiff_t>(padded);
+                at = (at % static_cast<std::ptrdiff_t>(padded) + static_cast<std::ptrdiff_t>(padded)) %
+                     static_cast<std::ptrdiff_t>(padded);
             } else if (at < 0 || at >= static_cast<std::ptrdiff_t>(power.size())) {
                 continue;
             }

@@ -1,7 +1,7 @@
 /// @file
 /// What rounding adds to a simulation: every step disturbs the fields by its rounding errors, which excite the modes
-/// themselves. The amplitude of each mode walks at random, and its line stands on a foot that falls with the square of the
-/// distance from it, far above the noise between lines.
+/// themselves. The amplitude of each mode walks at random, and its line stands on a foot that falls with the square of
+/// the distance from it, far above the noise between lines.
 #ifndef TESSEL_MODES_ROUNDING_H
 #define TESSEL_MODES_ROUNDING_H
 
@@ -10,7 +10,8 @@
 namespace tessel::modes {
 
 /// The feet of the lines in what a fit leaves.
-struct Feet {
+struct Feet
+{
     std::vector<double> walk;   ///< of each term: power density times the square of the distance in angle
     std::vector<double> angles; ///< of each term
     double level = 1;           ///< of the noise between the lines, over the weights'
@@ -22,8 +23,8 @@ struct Feet {
     double foot(double angle, std::size_t samples) const;
 };
 
-/// Finds the feet of the terms' lines in the residual of a fit over [0, n). None, where the feet are higher than rounding
-/// explains (Series::rounding) or do not rise above the noise at most of the lines.
+/// Finds the feet of the terms' lines in the residual of a fit over [0, n). None, where the feet are higher than
+/// rounding explains (Series::rounding) or do not rise above the noise at most of the lines.
 Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std::vector<double>& residual);
 
 /// Mean square of the weighted residual over its expectation: chi^2 per degree of freedom, feet included.

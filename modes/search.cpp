@@ -9,9 +9,9 @@ namespace tessel::modes {
 namespace {
 
 constexpr double kFalseAlarm = 1e-3;
-constexpr double kCells = 15;       // independent cells of frequency and decay, a sample
+constexpr double kCells = 15; // independent cells of frequency and decay, a sample
 constexpr double kPartOfLargest = 0.02;
-constexpr double kTail = 5;         // nepers after which a filter ends
+constexpr double kTail = 5; // nepers after which a filter ends
 constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
 
 void scan(const std::vector<double>& re, const std::vector<double>& im, bool backward, double threshold,
@@ -25,8 +25,7 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
             break;
         if (level == 0 && backward)
             continue;
-        const std::size_t length =
-            level == 0 ? n : std::min(n, static_cast<std::size_t>(kTail / g) + 1);
+        const std::size_t length = level == 0 ? n : std::min(n, static_cast<std::size_t>(kTail / g) + 1);
         std::vector<double> a(length), b(complex ? length : 0);
         const double ratio = static_cast<double>(std::exp(-static_cast<Extended>(g)));
         double e = 1, energy = 0;
@@ -83,7 +82,10 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
 
 } // namespace
 
-double chance_score(std::size_t m) { return std::log(kCells * static_cast<double>(m) / kFalseAlarm); }
+double chance_score(std::size_t m)
+{
+    return std::log(kCells * static_cast<double>(m) / kFalseAlarm);
+}
 
 std::vector<Candidate> search(const Series& series, const Terms& terms, std::size_t n, std::size_t most,
                               double inflation)

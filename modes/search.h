@@ -9,7 +9,8 @@
 namespace tessel::modes {
 
 /// A term that the residual asks for, without residue.
-struct Candidate {
+struct Candidate
+{
     Term term;
     double score = 0; ///< half the gain in chi^2
 };
@@ -17,8 +18,8 @@ struct Candidate {
 /// Least score that chance does not explain, of m samples: ln(15 m / 1e-3).
 double chance_score(std::size_t m);
 
-/// Candidates in the residual of `terms` over the samples [0, n), best first, at most `most`, all above the chance score
-/// times `inflation` and 2 % of the largest.
+/// Candidates in the residual of `terms` over the samples [0, n), best first, at most `most`, all above the chance
+/// score times `inflation` and 2 % of the largest.
 std::vector<Candidate> search(const Series& series, const Terms& terms, std::size_t n, std::size_t most,
                               double inflation);
 

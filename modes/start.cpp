@@ -19,7 +19,7 @@ constexpr std::size_t kMostNodes = 400;
 constexpr std::size_t kLeastNodes = 64; // as long as there are samples
 constexpr std::size_t kMostNodesLarge = 8192;
 constexpr Eigen::Index kMostVectors = 240;
-constexpr Eigen::Index kSpare = 8;      // vectors beyond those that count
+constexpr Eigen::Index kSpare = 8; // vectors beyond those that count
 constexpr int kSubspaceRounds = 4;
 constexpr double kRounding = 3e-15; // of the largest singular value
 
@@ -44,7 +44,8 @@ public:
             fft_.fwd(factor_, in_);
             for (std::size_t k = 0; k < factor_.size(); ++k) {
                 const Complex a = factor_[k], b = elements_[k];
-                factor_[k] = Complex(a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real());
+                factor_[k] =
+                    Complex(a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real());
             }
             fft_.inv(back_, factor_, static_cast<Eigen::Index>(in_.size()));
             for (Eigen::Index i = 0; i < h_; ++i)
@@ -60,8 +61,8 @@ private:
     std::vector<Complex> elements_, factor_;
 };
 
-/// Singular vectors of a large real Hankel matrix whose singular values are above max(noise, kRounding of the largest), by
-/// subspace iteration; as many columns as there are. Empty if there are more than kMostVectors.
+/// Singular vectors of a large real Hankel matrix whose singular values are above max(noise, kRounding of the largest),
+/// by subspace iteration; as many columns as there are. Empty if there are more than kMostVectors.
 /// @par Source  N. Halko, P. G. Martinsson, J. A. Tropp, SIAM Rev. 53 (2011) 217, algorithm 4.4.
 bool large_signal_space(const std::vector<double>& elements, Eigen::Index h, double noise, Eigen::MatrixXd& u)
 {
@@ -101,7 +102,8 @@ bool large_signal_space(const std::vector<double>& elements, Eigen::Index h, dou
 
 /// Poles of a basis U of the signal space: eigenvalues of (U1^H U1)^-1 U1^H U2, U1 without its last row, U2 without its
 /// first.
-template <class Matrix> std::vector<Complex> rotation(const Matrix& u)
+template <class Matrix>
+std::vector<Complex> rotation(const Matrix& u)
 {
     const auto h = u.rows(), p = u.cols();
     Matrix phi = u.topRows(h - 1).adjoint() * u.bottomRows(h - 1);
@@ -131,8 +133,9 @@ Start start_values(const Series& series, double highest)
 {
     Start out;
     const std::size_t m = series.size();
-    const auto stride = std::clamp<std::size_t>(static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))), 1,
-                                                std::max<std::size_t>(1, m / kLeastNodes));
+    const auto stride =
+        std::clamp<std::size_t>(static_cast<std::size_t>(1 / (kNodesPerPeriod * std::max(highest, 1e-3))), 1,
+                                std::max<std::size_t>(1, m / kLeastNodes));
     const bool large = !series.complex() && (m + stride - 1) / stride > kMostNodes;
     const std::size_t nodes = std::min(large ? kMostNodesLarge : kMostNodes, (m + stride - 1) / stride);
     const auto h = static_cast<Eigen::Index>(nodes / 2);
@@ -196,8 +199,8 @@ Start start_values(const Series& series, double highest)
         const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXcd> solver(hankel * hankel.adjoint());
         const Eigen::VectorXd values = solver.eigenvalues().cwiseMax(0).cwiseSqrt();
         const double floor = 1e-7 * values.maxCoeff();
-        const Eigen::Index p = std::min(
-            std::min(order(values, std::sqrt(2.0) * sigma), (values.array() > floor).count()), 2 * half / 3);
+        const Eigen::Index p =
+            std::min(std::min(order(values, std::sqrt(2.0) * sigma), (values.array() > floor).count()), 2 * half / 3);
         if (p == 0)
             return out;
         z = rotation(Eigen::MatrixXcd(solver.eigenvectors().rightCols(p)));

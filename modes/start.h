@@ -8,17 +8,18 @@
 namespace tessel::modes {
 
 /// Start values and the part of the series that they describe.
-struct Start {
+struct Start
+{
     Terms terms;
     std::size_t samples = 0;
     std::size_t samplesUsed = 0; ///< rows and columns of the matrix
-    bool saturated = false; ///< the matrix has full rank above the noise: no sum of few exponentials
+    bool saturated = false;      ///< the matrix has full rank above the noise: no sum of few exponentials
 };
 
 /// Poles of the first samples of `series`, whose lines end at `highest` cycles a sample.
 ///
-/// The Hankel matrix of some 2.6 samples a period of the highest line; its singular values above those of noise give the
-/// order, the shift of its singular vectors the poles (ESPRIT).
+/// The Hankel matrix of some 2.6 samples a period of the highest line; its singular values above those of noise give
+/// the order, the shift of its singular vectors the poles (ESPRIT).
 Start start_values(const Series& series, double highest);
 
 } // namespace tessel::modes
