@@ -23,8 +23,12 @@ constexpr double kDepths[] = {6e-16, 1e-9};
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
-constexpr double kColoured = 1.5; // of the noise's largest over smallest density, in amplitude
-constexpr double kCertain = 5;    // standard errors beyond which a decay differs from none
+constexpr double kWhite = 1.1;      // chi^2 per degree of freedom that chance gives
+constexpr double kDoubt = 5;        // of the significance that is required, for each unit above
+constexpr double kUnwhite = 2;      // significance that is required where the noise was made white, or walks
+constexpr double kUnexplained = 10; // and where the modes do not explain the record
+constexpr double kColoured = 1.5;   // of the noise's largest over smallest density, in amplitude
+constexpr double kCertain = 5;      // standard errors beyond which a decay differs from none
 
 void check(const Series& record, double start, double spacing, const Options& options)
 {
@@ -148,11 +152,15 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     for (const Mode& mode : modes)
         strongest = std::max(strongest, highest_amplitude(mode));
     const double least = rounding * (rounding > kDouble ? kLeastSingle : kLeastDouble);
+    // Where the noise is known less well, a mode must stand further above it.
+    double required = stage.good ? 1 + kDoubt * std::max(0.0, fit.reduced - kWhite) : kUnexplained;
+    if (stage.good && (stage.whitener.order() > 0 || fit.walks))
+        required = std::max(required, kUnwhite);
     double background = 0;
     bool slow = false;
     for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
         Mode mode = modes[j];
-        if (highest_amplitude(mode) < least * strongest)
+        if (highest_amplitude(mode) < least * strongest || fit.significance[j] < required)
             continue;
         mode.amplitude *= unit;
         mode.amplitudeError *= unit;
