@@ -16,8 +16,8 @@ constexpr double kLeastSingle =
     1e-5; // the same, of a record in single precision: rounding excites every mode of a grid
 constexpr double kSingle = 1e-10;
 
-/// Noise of a power spectrum: for each of its sixteen parts the median there or in the next above, whichever is less,
-/// so that lines that crowd a part do not count.
+} // namespace
+
 std::vector<double> floor_of(const std::vector<double>& power)
 {
     const std::size_t parts = std::min<std::size_t>(16, std::max<std::size_t>(1, power.size() / 128));
@@ -31,6 +31,8 @@ std::vector<double> floor_of(const std::vector<double>& power)
         medians[p] = std::min(medians[p], medians[p + 1]);
     return medians;
 }
+
+namespace {
 
 double highest_in(const Series& series, std::size_t first, std::size_t length)
 {

@@ -12,6 +12,11 @@ namespace tessel::modes {
 /// Inverse of a normal matrix: the covariance of the parameters at unit noise.
 ExtendedMatrix inverse_normal(const ExtendedMatrix& normal);
 
+/// One mode of the raw record, at its first sample, from the covariance of its term's parameters: those linear first, then
+/// (decay, angle). See modes_of.
+Mode mode_of(const Term& term, const ExtendedMatrix& covariance, std::size_t factor, const Whitener& whitener,
+             double spacing, double scale);
+
 /// Modes of the raw record with their standard errors.
 ///
 /// @param terms    of the decimated series

@@ -22,6 +22,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 /// Seen by hosts of the library.
@@ -75,6 +76,7 @@ enum class RemarkCode
     noiseAssumed,     ///< no empty band to measure the noise in; value: the standard deviation that was taken
     growingMode,      ///< a mode grows: the simulation may be unstable; value: its frequency
     colouredNoise,    ///< the noise is not white, and was weighted by its spectrum; value: largest over smallest level
+    recordsDiffer,    ///< a record shares no poles with the others; value: its place, from 0
 };
 
 /// The enumerator's name, such as "driveSkipped".
@@ -210,6 +212,87 @@ TESSEL_MODES_API Result analyse(const std::vector<double>& samples, double start
 /// Finds the modes of a complex record, in the same way.
 TESSEL_MODES_API Result analyse(const std::vector<std::complex<double>>& samples, double start, double spacing,
                                 const Options& options = Options());
+
+/// One record of several.
+struct Record {
+    /// The samples, of at least 8; all records are real, or all are complex.
+    std::variant<std::vector<double>, std::vector<std::complex<double>>> samples;
+    double start = 0; ///< time of the first sample
+};
+
+/// What a mode is in one record.
+struct Residue {
+    double amplitude = 0;      ///< A at the record's reference time, in the unit of the record
+    double phase = 0;          ///< p at the record's reference time, in (-pi, pi]
+    double amplitudeError = 0; ///< standard error of the amplitude; the amplitude may be smaller
+    double phaseError = 0;     ///< standard error of the phase; pi or more says nothing about it
+};
+
+/// A mode of several records: one pole, and a residue in each.
+struct JointMode {
+    double frequency = 0;      ///< as Mode has it, and so the others
+    double decay = 0;          ///< g
+    double quality = 0;        ///< pi |f| / g
+    double frequencyError = 0; ///< standard error of the frequency
+    double decayError = 0;     ///< standard error of the decay
+    double qualityError = 0;   ///< standard error of the quality factor
+    /// Rise of chi^2 without this mode, of all records or of the one that it matters most to, over that which chance
+    /// reaches once in a thousand sets: above 1 for all modes that are reported.
+    double significance = 0;
+    Kind kind = Kind::oscillating; ///< what the mode does in time
+    std::vector<Residue> residues; ///< in each record, in the order in which they were given
+};
+
+/// What was found about one record of several.
+struct JointRecord {
+    double referenceTime = 0;     ///< of its amplitudes and phases: the time of its first sample used
+    std::size_t firstSample = 0;  ///< first sample used, from 0
+    double noise = 0;             ///< standard deviation of the noise of a sample, at the first sample used
+    double reducedChiSquare = 0;  ///< its chi^2 per degree of freedom
+    bool constant = false;        ///< all its samples are equal: it was left out, and no mode shows in it
+};
+
+/// What was found in several records.
+struct JointResult {
+    std::vector<JointMode> modes;     ///< by rising frequency
+    std::vector<JointRecord> records; ///< in the order in which they were given
+    FirstSampleReason firstSampleReason = FirstSampleReason::wholeRecord; ///< why the first samples used are those
+    std::size_t decimation = 1;       ///< samples averaged into one
+    double reducedChiSquare = 0;      ///< chi^2 per degree of freedom of all records
+    double lowest = 0;                ///< band that was searched, in 1 / unit of time
+    double highest = 0;               ///< band that was searched
+    std::vector<Remark> remarks;      ///< what should be known about the result
+
+    /// Whether a remark of this kind was made.
+    bool has(RemarkCode code) const
+    {
+        for (const Remark& remark : remarks)
+            if (remark.code == code)
+                return true;
+        return false;
+    }
+};
+
+/// Finds the modes of several records of one structure, such as those of a solver's probes, together.
+///
+/// All records have the modes' frequencies and decays in common; amplitudes and phases are each record's own, and may
+/// be nothing in some. The noise of each record is found, and weighs it. A mode that is weak in every record is found by what
+/// all of them say together. Time grows linearly with the number of records.
+///
+/// @param records  at least one, of any lengths, starts and units
+/// @param spacing  time from one sample to the next, of all records
+/// @param options  as of analyse(). Options::first counts samples from the earliest start of a record; Options::noise is
+///                 that of every record
+/// @throws InputError      if the input cannot be analysed; its text names the record, from 0
+/// @throws Stopped         if Options::progress returned false; what it throws itself passes through
+/// @throws std::bad_alloc  if memory cannot be had
+/// @par Limits  White noise. A drive ends at one instant for all records. Starts are taken to the nearest sample of the
+///   earliest record's grid when that instant is looked for, and only then.
+/// @par State  None, as of analyse().
+/// @par Source  G. H. Golub, R. J. LeVeque, Proc. 1979 Army Numerical Analysis and Computers Conf., 1 (variable projection
+///   with several right sides).
+TESSEL_MODES_API JointResult analyseJointly(const std::vector<Record>& records, double spacing,
+                                            const Options& options = Options());
 
 } // namespace tessel::modes
 

@@ -24,7 +24,8 @@ void add_linear(Terms& terms, const ExtendedVector& step)
     }
 }
 
-/// Moves the poles; a pole stays where the grid can represent it.
+} // namespace
+
 void add_poles(Terms& terms, const ExtendedVector& step, std::size_t n, bool complex)
 {
     const Layout layout(terms);
@@ -59,6 +60,8 @@ void add_poles(Terms& terms, const ExtendedVector& step, std::size_t n, bool com
         }
     }
 }
+
+namespace {
 
 /// A model with the residues solved for its poles.
 struct State

@@ -29,6 +29,9 @@ Refined refine(const Series& series, Terms terms, std::size_t n, int mostSteps =
 /// Solves the residues alone.
 Refined solve_residues(const Series& series, Terms terms, std::size_t n);
 
+/// Moves the poles by the part of `step` that Layout gives them; a pole stays where the grid of n samples can represent it.
+void add_poles(Terms& terms, const ExtendedVector& step, std::size_t n, bool complex);
+
 /// Solves a symmetric positive semidefinite system after scaling its diagonal to one; directions that the precision
 /// does not resolve are held.
 ExtendedVector solve_scaled(const ExtendedMatrix& a, const ExtendedVector& b, const ExtendedVector& damping);

@@ -77,6 +77,8 @@ const char* name(RemarkCode code) noexcept
         return "growingMode";
     case RemarkCode::colouredNoise:
         return "colouredNoise";
+    case RemarkCode::recordsDiffer:
+        return "recordsDiffer";
     }
     return "";
 }

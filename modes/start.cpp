@@ -127,7 +127,39 @@ std::vector<Complex> rotation(const Matrix& u)
     return out;
 }
 
+/// Terms of one sample's step from poles of `stride` samples' step; of a real record those of positive frequency.
+Terms terms_of(const std::vector<Complex>& z, std::size_t stride, bool complex)
+{
+    Terms out;
+    const auto s = static_cast<Extended>(stride);
+    for (const Complex& value : z) {
+        const double magnitude = std::abs(value);
+        if (!(magnitude > 1e-3) || !(magnitude < 10))
+            continue;
+        Term term;
+        term.decay = -std::log(static_cast<Extended>(magnitude)) / s;
+        term.angle = std::atan2(static_cast<Extended>(value.imag()), static_cast<Extended>(value.real())) / s;
+        // growth that would leave the model's range over the record starts as none
+        if (!complex) {
+            if (value.imag() < 0)
+                continue;
+            if (value.imag() == 0) {
+                if (value.real() < 0)
+                    continue;
+                term.kind = Term::Kind::real;
+                term.angle = 0;
+            }
+        }
+        out.push_back(term);
+    }
+    return out;
+}
+
 } // namespace
+
+Terms poles_of(const Eigen::MatrixXd& basis, std::size_t stride) { return terms_of(rotation(basis), stride, false); }
+
+Terms poles_of(const Eigen::MatrixXcd& basis, std::size_t stride) { return terms_of(rotation(basis), stride, true); }
 
 Start start_values(const Series& series, double highest)
 {
@@ -205,27 +237,7 @@ Start start_values(const Series& series, double highest)
             return out;
         z = rotation(Eigen::MatrixXcd(solver.eigenvectors().rightCols(p)));
     }
-    const auto s = static_cast<Extended>(stride);
-    for (const Complex& value : z) {
-        const double magnitude = std::abs(value);
-        if (!(magnitude > 1e-3) || !(magnitude < 10))
-            continue;
-        Term term;
-        term.decay = -std::log(static_cast<Extended>(magnitude)) / s;
-        term.angle = std::atan2(static_cast<Extended>(value.imag()), static_cast<Extended>(value.real())) / s;
-        // growth that would leave the model's range over the record starts as none
-        if (!series.complex()) {
-            if (value.imag() < 0)
-                continue;
-            if (value.imag() == 0) {
-                if (value.real() < 0)
-                    continue;
-                term.kind = Term::Kind::real;
-                term.angle = 0;
-            }
-        }
-        out.terms.push_back(term);
-    }
+    out.terms = terms_of(z, stride, series.complex());
     return out;
 }
 

@@ -22,6 +22,11 @@ struct Start
 /// the order, the shift of its singular vectors the poles (ESPRIT).
 Start start_values(const Series& series, double highest);
 
+/// Terms, without residues, of the poles by which an orthonormal basis of a signal space turns from each of its rows, which
+/// stand `stride` samples apart, to the next (ESPRIT).
+Terms poles_of(const Eigen::MatrixXd& basis, std::size_t stride);
+Terms poles_of(const Eigen::MatrixXcd& basis, std::size_t stride);
+
 } // namespace tessel::modes
 
 #endif
