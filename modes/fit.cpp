@@ -171,9 +171,14 @@ std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch)
 Fit fit_series(const Series& series, double highest, std::size_t mostModes, Effort effort, const Watch& watch)
 {
     watch.tell("start", 0, 0);
-    Start start = start_values(series, highest);
-    const std::size_t m = series.size();
     Fit early;
+    if (watch.exhausted()) {
+        early.failed = early.exhausted = true;
+        return early;
+    }
+    Start start = start_values(series, highest);
+    watch.spend(start.work);
+    const std::size_t m = series.size();
     if (start.saturated || (effort == Effort::quick && start.terms.size() > start.samplesUsed / 8)) {
         early.failed = true;
         return early;

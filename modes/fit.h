@@ -55,6 +55,12 @@ public:
         for (const Watch* watch = this; watch != nullptr; watch = watch->whole_)
             watch->left_ -= work;
     }
+    /// Counts other work, in operations.
+    void spend(double work) const
+    {
+        for (const Watch* watch = this; watch != nullptr; watch = watch->whole_)
+            watch->left_ -= work;
+    }
     /// Part of the work that is done, of what is allowed.
     double spent() const { return 1 - left_ / full_; }
     double depth() const { return depth_; }

@@ -18,9 +18,10 @@ constexpr double kNodesPerPeriod = 2.6;
 constexpr std::size_t kMostNodes = 400;
 constexpr std::size_t kLeastNodes = 64; // as long as there are samples
 constexpr std::size_t kMostNodesLarge = 8192;
-constexpr Eigen::Index kMostVectors = 240;
+constexpr Eigen::Index kMostVectors = 160;
 constexpr Eigen::Index kSpare = 8; // vectors beyond those that count
 constexpr int kSubspaceRounds = 4;
+constexpr double kTransform = 300;  // operations of a product by transforms, for each row
 constexpr double kRounding = 3e-15; // of the largest singular value
 
 /// Products of a real Hankel matrix, rows and columns h, by the Fourier transform of its elements.
@@ -64,10 +65,14 @@ private:
 /// Singular vectors of a large real Hankel matrix whose singular values are above max(noise, kRounding of the largest),
 /// by subspace iteration; as many columns as there are. Empty if there are more than kMostVectors.
 /// @par Source  N. Halko, P. G. Martinsson, J. A. Tropp, SIAM Rev. 53 (2011) 217, algorithm 4.4.
-bool large_signal_space(const std::vector<double>& elements, Eigen::Index h, double noise, Eigen::MatrixXd& u)
+bool large_signal_space(const std::vector<double>& elements, Eigen::Index h, double noise, Eigen::MatrixXd& u,
+                        double& work)
 {
     HankelProduct hankel(elements, h);
     for (Eigen::Index p = std::min<Eigen::Index>(48, h / 2);; p = std::min(2 * p, kMostVectors)) {
+        // products by transforms, and orthogonal factors
+        work += kSubspaceRounds * static_cast<double>(p) * static_cast<double>(h) *
+                (kTransform + 4 * static_cast<double>(p));
         // any start that no structure of the matrix meets: the same each time
         Eigen::MatrixXd q(h, p);
         std::uint64_t state = 1;
@@ -157,9 +162,15 @@ Terms terms_of(const std::vector<Complex>& z, std::size_t stride, bool complex)
 
 } // namespace
 
-Terms poles_of(const Eigen::MatrixXd& basis, std::size_t stride) { return terms_of(rotation(basis), stride, false); }
+Terms poles_of(const Eigen::MatrixXd& basis, std::size_t stride)
+{
+    return terms_of(rotation(basis), stride, false);
+}
 
-Terms poles_of(const Eigen::MatrixXcd& basis, std::size_t stride) { return terms_of(rotation(basis), stride, true); }
+Terms poles_of(const Eigen::MatrixXcd& basis, std::size_t stride)
+{
+    return terms_of(rotation(basis), stride, true);
+}
 
 Start start_values(const Series& series, double highest)
 {
@@ -193,7 +204,7 @@ Start start_values(const Series& series, double highest)
             elements.push_back(series.re[node(k)]);
         Eigen::MatrixXd u;
         const auto hd = static_cast<double>(h);
-        out.saturated = !large_signal_space(elements, h, sigma * std::sqrt(2 * hd * std::log(hd)), u);
+        out.saturated = !large_signal_space(elements, h, sigma * std::sqrt(2 * hd * std::log(hd)), u, out.work);
         if (out.saturated || u.cols() == 0)
             return out;
         z = rotation(u);

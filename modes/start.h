@@ -12,6 +12,7 @@ struct Start
 {
     Terms terms;
     std::size_t samples = 0;
+    double work = 0;             ///< operations that it took, by estimate
     std::size_t samplesUsed = 0; ///< rows and columns of the matrix
     bool saturated = false;      ///< the matrix has full rank above the noise: no sum of few exponentials
 };
@@ -22,8 +23,8 @@ struct Start
 /// the order, the shift of its singular vectors the poles (ESPRIT).
 Start start_values(const Series& series, double highest);
 
-/// Terms, without residues, of the poles by which an orthonormal basis of a signal space turns from each of its rows, which
-/// stand `stride` samples apart, to the next (ESPRIT).
+/// Terms, without residues, of the poles by which an orthonormal basis of a signal space turns from each of its rows,
+/// which stand `stride` samples apart, to the next (ESPRIT).
 Terms poles_of(const Eigen::MatrixXd& basis, std::size_t stride);
 Terms poles_of(const Eigen::MatrixXcd& basis, std::size_t stride);
 
