@@ -2,6 +2,7 @@
 #include "modes/drive.h"
 #include "modes/errors.h"
 #include "modes/modes.h"
+#include "modes/record.h"
 #include "modes/remarks.h"
 #include "modes/rounding.h"
 
@@ -15,7 +16,6 @@ Stopped::~Stopped() = default;
 
 namespace {
 
-constexpr std::size_t kFewest = 8;
 // Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails
 // that are no sum of modes. The first that can be explained is taken.
 constexpr double kDepths[] = {6e-16, 1e-9};
@@ -29,64 +29,6 @@ constexpr double kUnwhite = 2;      // significance that is required where the n
 constexpr double kUnexplained = 10; // and where the modes do not explain the record
 constexpr double kColoured = 1.5;   // of the noise's largest over smallest density, in amplitude
 constexpr double kCertain = 5;      // standard errors beyond which a decay differs from none
-
-void check(const Series& record, double start, double spacing, const Options& options)
-{
-    if (!std::isfinite(start))
-        throw InputError(InputFault::start, 0, "the start is not finite");
-    if (!(spacing > 0) || !std::isfinite(spacing) || !std::isfinite(1 / spacing))
-        throw InputError(InputFault::spacing, 0, "the spacing is not a positive finite number");
-    for (std::size_t k = 0; k < record.size(); ++k)
-        if (!std::isfinite(record.re[k]) || (record.complex() && !std::isfinite(record.im[k])))
-            throw InputError(InputFault::notFinite, k, "sample " + std::to_string(k) + " is not finite");
-    const std::size_t first = options.first.value_or(0);
-    if (first >= record.size() || record.size() - first < kFewest)
-        throw InputError(InputFault::tooFewSamples, record.size(),
-                         "at least " + std::to_string(kFewest) + " samples are needed, there are " +
-                             std::to_string(record.size() - std::min(first, record.size())));
-    if (options.noise && !(*options.noise > 0 && std::isfinite(*options.noise)))
-        throw InputError(InputFault::option, 0, "the noise is not a positive finite number");
-    if ((options.lowest && !std::isfinite(*options.lowest)) || (options.highest && !std::isfinite(*options.highest)) ||
-        (options.lowest && options.highest && !(*options.lowest < *options.highest)))
-        throw InputError(InputFault::option, 0, "the band is empty or not finite");
-}
-
-bool constant(const Series& record)
-{
-    for (std::size_t k = 1; k < record.size(); ++k)
-        if (record.re[k] != record.re[0] || (record.complex() && record.im[k] != record.im[0]))
-            return false;
-    return true;
-}
-
-/// Scales the record by a power of two to magnitudes near one, which loses nothing.
-int normalise(Series& record)
-{
-    double peak = 0;
-    for (const double v : record.re)
-        peak = std::max(peak, std::abs(v));
-    for (const double v : record.im)
-        peak = std::max(peak, std::abs(v));
-    if (peak == 0)
-        return 0;
-    int exponent = 0;
-    std::frexp(peak, &exponent);
-    for (double& v : record.re)
-        v = std::ldexp(v, -exponent);
-    for (double& v : record.im)
-        v = std::ldexp(v, -exponent);
-    return exponent;
-}
-
-/// The relative rounding of the arithmetic that made the record: single precision if every sample is such a number.
-double rounding_of(const Series& record)
-{
-    for (const auto* part : {&record.re, &record.im})
-        for (const double v : *part)
-            if (static_cast<double>(static_cast<float>(v)) != v)
-                return kDouble;
-    return 0x1p-24;
-}
 
 /// Fits a record, behind its drive if it has one.
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)

@@ -16,7 +16,7 @@ void check(const Series& record, double start, double spacing, const Options& op
 {
     if (!std::isfinite(start))
         throw InputError(InputFault::start, 0, which + "the start is not finite");
-    if (!(spacing > 0) || !std::isfinite(spacing))
+    if (!(spacing > 0) || !std::isfinite(spacing) || !std::isfinite(1 / spacing))
         throw InputError(InputFault::spacing, 0, which + "the spacing is not a positive finite number");
     for (std::size_t k = 0; k < record.size(); ++k)
         if (!std::isfinite(record.re[k]) || (record.complex() && !std::isfinite(record.im[k])))
