@@ -45,6 +45,7 @@ Examples
   tessel-modes --column Ez --time-unit ns run.csv  one column; times in ns
   tessel-modes --dt 3.3ps samples.npy              samples without times
   tessel-modes --band 1GHz:4GHz run.h5:/probes/Ez  a dataset; a band
+  tessel-modes --joint probes.csv more.csv         probes of one structure, together
   tessel-modes --json probe.dat | jq '.modes[].q'  for programs
   tessel-modes --plot modes.png probe.dat          record, model, error and modes
   zcat probe.gz | tessel-modes -                   standard input)TEXT";
@@ -126,6 +127,9 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
     text("--axis", axis, "0|1", reading, "Axis of time in an array of two dimensions\n(default: the longer one)");
     app.add_flag("--complex", options.complexPairs, "Columns are real and imaginary parts in turn")->group(reading);
 
+    app.add_flag("--joint", options.joint,
+                 "Take all records for probes of one structure: one set\nof modes, an amplitude in each record")
+        ->group(search);
     text("--band", band, "LOW:HIGH", search, "Report modes in this band alone: 1GHz:4GHz");
     text("--start", start, "TIME", search, "Use the record from this time on\n(default: where the drive has ended)");
     text("--noise", noise, "SIGMA", search, "Standard deviation of the noise of a sample");

@@ -29,6 +29,7 @@ struct Options
     std::optional<int> axis;   ///< of time, in arrays of two dimensions
     bool complexPairs = false; ///< columns of values are real and imaginary parts in turn
     // What is looked for
+    bool joint = false; ///< all records have one set of modes
     std::optional<Quantity> lowest, highest, start;
     std::optional<double> noise;
     std::optional<std::size_t> mostModes;

@@ -11,8 +11,6 @@
 
 namespace tessel::app {
 
-namespace {
-
 std::string sentence(std::string text)
 {
     // A word that is not plain lower case, such as a name, keeps its first letter.
@@ -24,17 +22,15 @@ std::string sentence(std::string text)
     return text;
 }
 
-/// The library's sentence. It knows no units: its numbers that are the given times or frequencies of modes get them.
-std::string with_units(const modes::Remark& remark, const Outcome& outcome)
+std::string with_units(const modes::Remark& remark, const TimeUnit& unit, const std::vector<double>& frequencies)
 {
-    const TimeUnit& unit = outcome.record.unit;
     std::vector<std::pair<double, std::string>> known;
     const auto add = [&](double value, const Scale& scale) {
         known.emplace_back(value, plain_form(shifted(value, scale.shift), 6) + " " + scale.name);
     };
     const auto add_time = [&](double time) { add(time, time_scale(std::abs(time), unit)); };
-    for (const modes::Mode& mode : outcome.result->modes)
-        add(mode.frequency, frequency_scale(std::abs(mode.frequency), unit));
+    for (const double frequency : frequencies)
+        add(frequency, frequency_scale(std::abs(frequency), unit));
     if (remark.code == modes::RemarkCode::driveSkipped || remark.code == modes::RemarkCode::spacingTooCoarse)
         add_time(remark.value);
 
@@ -53,8 +49,6 @@ std::string with_units(const modes::Remark& remark, const Outcome& outcome)
     }
     return text;
 }
-
-} // namespace
 
 std::vector<std::string> notes_of(const Outcome& outcome)
 {
@@ -75,8 +69,11 @@ std::vector<std::string> notes_of(const Outcome& outcome)
 std::vector<std::string> remarks_of(const Outcome& outcome)
 {
     std::vector<std::string> texts = notes_of(outcome);
+    std::vector<double> frequencies{outcome.result->lowest, outcome.result->highest};
+    for (const modes::Mode& mode : outcome.result->modes)
+        frequencies.push_back(mode.frequency);
     for (const modes::Remark& remark : outcome.result->remarks)
-        texts.push_back(sentence(with_units(remark, outcome)));
+        texts.push_back(sentence(with_units(remark, outcome.record.unit, frequencies)));
     return texts;
 }
 

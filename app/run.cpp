@@ -3,6 +3,7 @@
 #include "app/csv.h"
 #include "app/error.h"
 #include "app/interrupt.h"
+#include "app/joint.h"
 #include "app/json.h"
 #include "app/plot.h"
 #include "app/progress.h"
@@ -102,7 +103,14 @@ private:
                 }
                 file = next_file_++;
             }
-            std::vector<Outcome> outcomes = read(options_.files[file]);
+            std::vector<Outcome> outcomes;
+            progress_.say("reading " + options_.files[file]);
+            try {
+                outcomes = read_outcomes(options_.files[file], options_);
+            } catch (const Interrupted&) {
+                stop();
+                return nullptr;
+            }
             const std::lock_guard lock(mutex_);
             for (Outcome& outcome : outcomes) {
                 slots_.push_back({std::move(outcome), false});
@@ -114,39 +122,6 @@ private:
             all_read_ = next_file_ == options_.files.size();
             changed_.notify_all();
         }
-    }
-
-    /// The records of one file, or what hinders.
-    std::vector<Outcome> read(const std::string& file)
-    {
-        std::vector<Outcome> outcomes;
-        progress_.say("reading " + file);
-        std::string error;
-        try {
-            for (Record& record : make_records(read_columns(file, options_), file, options_)) {
-                Outcome outcome;
-                outcome.samples = record.size();
-                outcome.complex = !record.complex.empty();
-                outcome.record = std::move(record);
-                outcomes.push_back(std::move(outcome));
-            }
-            return outcomes;
-        } catch (const Error& e) {
-            error = e.in(file == "-" ? "standard input" : file);
-        } catch (const Interrupted&) {
-            stop();
-            return {};
-        } catch (const std::bad_alloc&) {
-            error = file + ": too large for the memory";
-        } catch (const std::exception& e) {
-            error = file + ": " + e.what();
-        }
-        Outcome outcome;
-        outcome.record.file = file;
-        outcome.error = error;
-        outcomes.clear();
-        outcomes.push_back(std::move(outcome));
-        return outcomes;
     }
 
     void work()
@@ -168,8 +143,7 @@ private:
         std::string error;
         try {
             outcome.result = analyse(outcome.record, options_, [&](const modes::Progress& progress) {
-                progress_.say(title + ": " + progress.stage + ", " + std::to_string(progress.modes) + " modes, " +
-                              std::to_string(static_cast<int>(100 * std::clamp(progress.part, 0.0, 1.0))) + " %");
+                progress_.say(progress_text(title, progress));
                 return interrupted() == 0 && !stopped_;
             });
         } catch (const modes::Stopped&) {
@@ -230,8 +204,7 @@ private:
         progress_.clear();
         if (options_.format == Format::json && !stopped_)
             print(json(all));
-        if (std::fflush(stdout) != 0 || std::ferror(stdout))
-            throw std::runtime_error(std::string("standard output cannot be written: ") + std::strerror(errno));
+        finish_output();
         if (interrupted() != 0)
             throw Interrupted();
     }
@@ -279,31 +252,84 @@ private:
 
 } // namespace
 
-modes::Result analyse(const Record& record, const Options& options,
-                      const std::function<bool(const modes::Progress&)>& progress)
+std::vector<Outcome> read_outcomes(const std::string& file, const Options& options)
+{
+    std::vector<Outcome> outcomes;
+    std::string error;
+    try {
+        for (Record& record : make_records(read_columns(file, options), file, options)) {
+            Outcome outcome;
+            outcome.samples = record.size();
+            outcome.complex = !record.complex.empty();
+            outcome.record = std::move(record);
+            outcomes.push_back(std::move(outcome));
+        }
+        return outcomes;
+    } catch (const Error& e) {
+        error = e.in(file == "-" ? "standard input" : file);
+    } catch (const Interrupted&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        error = file + ": too large for the memory";
+    } catch (const std::exception& e) {
+        error = file + ": " + e.what();
+    }
+    Outcome outcome;
+    outcome.record.file = file;
+    outcome.error = error;
+    outcomes.clear();
+    outcomes.push_back(std::move(outcome));
+    return outcomes;
+}
+
+modes::Options library_options(const Options& options, const TimeUnit& unit,
+                               const std::function<bool(const modes::Progress&)>& progress)
 {
     modes::Options how;
     if (options.lowest)
-        how.lowest = in_inverse_unit(*options.lowest, record.unit);
+        how.lowest = in_inverse_unit(*options.lowest, unit);
     if (options.highest)
-        how.highest = in_inverse_unit(*options.highest, record.unit);
+        how.highest = in_inverse_unit(*options.highest, unit);
     how.noise = options.noise;
     how.mostModes = options.mostModes;
     how.progress = progress;
-    if (options.start) {
-        const double start = in_unit(*options.start, record.unit);
-        const double first = std::ceil((start - record.start) / record.spacing - 1e-6);
-        if (!(first < static_cast<double>(record.size())))
-            throw Error("--start lies behind the end of the record");
-        how.first = first > 0 ? static_cast<std::size_t>(first) : 0;
-    }
+    return how;
+}
+
+std::optional<std::size_t> first_sample(const Options& options, const TimeUnit& unit, double start, double spacing)
+{
+    if (!options.start)
+        return {};
+    const double first = std::ceil((in_unit(*options.start, unit) - start) / spacing - 1e-6);
+    return first > 0 ? static_cast<std::size_t>(std::min(first, 1e18)) : 0;
+}
+
+modes::Result analyse(const Record& record, const Options& options,
+                      const std::function<bool(const modes::Progress&)>& progress)
+{
+    modes::Options how = library_options(options, record.unit, progress);
+    how.first = first_sample(options, record.unit, record.start, record.spacing);
+    if (how.first.value_or(0) >= record.size())
+        throw Error("--start lies behind the end of the record");
     return record.complex.empty() ? modes::analyse(record.real, record.start, record.spacing, how)
                                   : modes::analyse(record.complex, record.start, record.spacing, how);
 }
 
+std::string progress_text(const std::string& title, const modes::Progress& progress)
+{
+    return title + ": " + progress.stage + ", " + std::to_string(progress.modes) + " modes, " +
+           std::to_string(static_cast<int>(100 * std::clamp(progress.part, 0.0, 1.0))) + " %";
+}
+
+void finish_output()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        throw std::runtime_error(std::string("standard output cannot be written: ") + std::strerror(errno));
+}
+
 int run(const Options& options)
 {
-    return Work(options).run();
+    return options.joint ? run_jointly(options) : Work(options).run();
 }
 
 } // namespace tessel::app

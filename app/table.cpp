@@ -61,40 +61,127 @@ std::string lines_of(std::vector<Field>& fields)
     return text;
 }
 
-std::string mode_lines(const Outcome& outcome)
+/// The columns that a mode of one record and a mode of several have in common.
+class Poles
 {
-    const modes::Result& result = *outcome.result;
-    double highest = 0, fastest = 0;
-    for (const modes::Mode& mode : result.modes) {
-        highest = std::max(highest, std::abs(mode.frequency));
-        fastest = std::max(fastest, std::abs(mode.decay));
+public:
+    template <typename Modes>
+    Poles(const Modes& modes, const TimeUnit& unit) : unit_(unit)
+    {
+        double highest = 0, fastest = 0;
+        for (const auto& mode : modes) {
+            highest = std::max(highest, std::abs(mode.frequency));
+            fastest = std::max(fastest, std::abs(mode.decay));
+        }
+        hertz_ = frequency_scale(highest > 0 ? highest : fastest, unit);
+        frequency.head = "frequency [" + hertz_.name + "]";
+        for (const auto& mode : modes)
+            add(mode);
     }
-    const Scale hertz = frequency_scale(highest > 0 ? highest : fastest, outcome.record.unit);
-    std::vector<Field> fields{{"frequency [" + hertz.name + "]", {}, true},
-                              {"Q", {}, true},
-                              {"amplitude", {}, true},
-                              {"phase [rad]", {}, true},
-                              {"significance", {}, true},
-                              {"", {}, false}};
-    for (const modes::Mode& mode : result.modes) {
+
+    Field frequency, quality{"Q", {}, true}, significance{"significance", {}, true}, kind{"", {}, false};
+
+private:
+    template <typename Mode>
+    void add(const Mode& mode)
+    {
+        frequency.cells.push_back(
+            short_form(shifted(mode.frequency, hertz_.shift), shifted(mode.frequencyError, hertz_.shift)));
         const bool turns = mode.kind != modes::Kind::overdamped;
-        fields[0].cells.push_back(
-            short_form(shifted(mode.frequency, hertz.shift), shifted(mode.frequencyError, hertz.shift)));
-        fields[1].cells.push_back(turns ? short_form(mode.quality, mode.qualityError) : "-");
-        fields[2].cells.push_back(short_form(mode.amplitude, mode.amplitudeError));
-        fields[3].cells.push_back(short_form(mode.phase, mode.phaseError));
-        fields[4].cells.push_back(plain_form(mode.significance, 3));
-        std::string kind;
+        quality.cells.push_back(turns ? short_form(mode.quality, mode.qualityError) : "-");
+        significance.cells.push_back(plain_form(mode.significance, 3));
+        std::string text;
         if (mode.kind != modes::Kind::oscillating) {
-            const Scale scale =
-                time_scale(std::abs(mode.decay) > 0 ? 1 / std::abs(mode.decay) : 1, outcome.record.unit);
+            const Scale scale = time_scale(std::abs(mode.decay) > 0 ? 1 / std::abs(mode.decay) : 1, unit_);
             const double decay = shifted(mode.decay, -scale.shift), error = shifted(mode.decayError, -scale.shift);
-            kind = (mode.decay < 0 ? "grows by " : "decays by ") + short_form(std::abs(decay), error) + " /" +
+            text = (mode.decay < 0 ? "grows by " : "decays by ") + short_form(std::abs(decay), error) + " /" +
                    (scale.name == "steps" ? "step" : scale.name);
         }
-        fields[5].cells.push_back(kind);
+        kind.cells.push_back(text);
     }
+
+    const TimeUnit& unit_;
+    Scale hertz_;
+};
+
+std::string mode_lines(const Outcome& outcome)
+{
+    Poles poles(outcome.result->modes, outcome.record.unit);
+    Field amplitude{"amplitude", {}, true}, phase{"phase [rad]", {}, true};
+    for (const modes::Mode& mode : outcome.result->modes) {
+        amplitude.cells.push_back(short_form(mode.amplitude, mode.amplitudeError));
+        phase.cells.push_back(short_form(mode.phase, mode.phaseError));
+    }
+    std::vector<Field> fields{poles.frequency, poles.quality, amplitude, phase, poles.significance, poles.kind};
     return lines_of(fields);
+}
+
+std::string mode_lines(const JointOutcome& joint)
+{
+    Poles poles(joint.result->modes, joint.records.front().record.unit);
+    Field records{"records", {}, true}, amplitude{"largest amplitude", {}, true}, where{"in", {}, false};
+    for (const modes::JointMode& mode : joint.result->modes) {
+        records.cells.push_back(std::to_string(std::count_if(mode.residues.begin(), mode.residues.end(), shows)));
+        const std::size_t most = strongest(mode);
+        amplitude.cells.push_back(short_form(mode.residues[most].amplitude, mode.residues[most].amplitudeError));
+        where.cells.push_back(label_of(joint, most));
+    }
+    std::vector<Field> fields{poles.frequency, poles.quality, poles.significance, records,
+                              amplitude,       where,         poles.kind};
+    return lines_of(fields);
+}
+
+std::string count_text(std::size_t count)
+{
+    return count == 0 ? "no modes" : count == 1 ? "1 mode" : std::to_string(count) + " modes";
+}
+
+/// "spacing 1 ps; used from 2 ns on".
+std::string times_text(const Record& record, double used)
+{
+    const Scale step = time_scale(record.spacing, record.unit);
+    const Scale reference = time_scale(std::max(std::abs(used), record.spacing), record.unit);
+    return "spacing " + plain_form(shifted(record.spacing, step.shift), 6) + " " + step.name + "; used from " +
+           plain_form(shifted(used, reference.shift), 6) + " " + reference.name + " on";
+}
+
+std::string remark_lines(const std::vector<std::string>& remarks)
+{
+    std::string text = remarks.empty() ? "" : "\n";
+    for (const std::string& remark : remarks)
+        text += "  * " + remark + "\n";
+    return text;
+}
+
+/// "a", or "a to b".
+std::string range(const std::string& low, const std::string& high)
+{
+    return low == high ? low : low + " to " + high;
+}
+
+/// What all records have in common, and between what they differ.
+std::string summary(const JointOutcome& joint)
+{
+    std::size_t fewest = joint.records.front().samples, most = 0;
+    double used = joint.result->records.front().referenceTime, quietest = INFINITY, loudest = 0;
+    for (const Outcome& outcome : joint.records) {
+        fewest = std::min(fewest, outcome.samples);
+        most = std::max(most, outcome.samples);
+    }
+    for (const modes::JointRecord& record : joint.result->records) {
+        used = std::min(used, record.referenceTime);
+        if (!record.constant) {
+            quietest = std::min(quietest, record.noise);
+            loudest = std::max(loudest, record.noise);
+        }
+    }
+    std::string text = "  " + range(std::to_string(fewest), std::to_string(most)) +
+                       (joint.records.front().complex ? " complex" : "") + " samples a record, " +
+                       times_text(joint.records.front().record, used);
+    if (quietest <= loudest)
+        text += "; noise " + range(plain_form(quietest, 2), plain_form(loudest, 2)) + " a sample; chi^2 " +
+                plain_form(joint.result->reducedChiSquare, 3);
+    return text + "\n";
 }
 
 } // namespace
@@ -103,31 +190,27 @@ std::string table(const Outcome& outcome, bool quiet)
 {
     if (!outcome.result)
         return "";
-    const Record& record = outcome.record;
     const modes::Result& result = *outcome.result;
-    const std::size_t count = result.modes.size();
-    std::string text = title_of(record) + ": " +
-                       (count == 0   ? "no modes"
-                        : count == 1 ? "1 mode"
-                                     : std::to_string(count) + " modes") +
-                       "\n";
-    if (!quiet) {
-        const Scale step = time_scale(record.spacing, record.unit);
-        const Scale reference = time_scale(std::max(std::abs(result.referenceTime), record.spacing), record.unit);
-        text += "  " + std::to_string(outcome.samples) + (outcome.complex ? " complex" : "") + " samples, spacing " +
-                plain_form(shifted(record.spacing, step.shift), 6) + " " + step.name + "; used from " +
-                plain_form(shifted(result.referenceTime, reference.shift), 6) + " " + reference.name + " on; noise " +
-                plain_form(result.noise, 2) + " a sample; chi^2 " + plain_form(result.reducedChiSquare, 3) + "\n";
-    }
-    if (count > 0)
+    std::string text = title_of(outcome.record) + ": " + count_text(result.modes.size()) + "\n";
+    if (!quiet)
+        text += "  " + std::to_string(outcome.samples) + (outcome.complex ? " complex" : "") + " samples, " +
+                times_text(outcome.record, result.referenceTime) + "; noise " + plain_form(result.noise, 2) +
+                " a sample; chi^2 " + plain_form(result.reducedChiSquare, 3) + "\n";
+    if (!result.modes.empty())
         text += (quiet ? "" : "\n") + mode_lines(outcome);
-    const std::vector<std::string> remarks = remarks_of(outcome);
-    if (!quiet && !remarks.empty()) {
-        text += "\n";
-        for (const std::string& remark : remarks)
-            text += "  * " + remark + "\n";
-    }
-    return text;
+    return quiet ? text : text + remark_lines(remarks_of(outcome));
+}
+
+std::string table(const JointOutcome& joint, bool quiet)
+{
+    if (!joint.result)
+        return "";
+    std::string text = title_of(joint) + " together: " + count_text(joint.result->modes.size()) + "\n";
+    if (!quiet)
+        text += summary(joint);
+    if (!joint.result->modes.empty())
+        text += (quiet ? "" : "\n") + mode_lines(joint);
+    return quiet ? text : text + remark_lines(remarks_of(joint));
 }
 
 } // namespace tessel::app

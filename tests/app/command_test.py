@@ -47,7 +47,7 @@ def finds_the_modes_in_every_kind_of_file():
 
 def gives_results_for_programs():
     both = json.loads(run("--json", "--jobs", "2", "--band", "2GHz:4GHz", "cavity.csv", "cavity.h5:/probes/all")[0])
-    assert both["format_version"] == 1 and [r.get("column") for r in both["records"]] == [
+    assert both["format_version"] == 2 and [r.get("column") for r in both["records"]] == [
         "Ez here", "Ez there", "column 1", "column 2"]
     assert all(1.9 < m["frequency"] < 4.1 for m in both["records"][0]["modes"])
     schema = json.load(open(os.path.join(ROOT, "docs", "tessel-modes.schema.json")))["$defs"]
@@ -71,6 +71,62 @@ def gives_results_for_programs():
             assert open(f"{folder}/it's.{kind}", "rb").read(5).startswith(first)
         err = run("--plot", f"{folder}/none/x.png", "cavity.dat", status=1)[1]
         assert err == f"tessel-modes: {folder}/none/x.png: cannot be written: No such file or directory\n"
+
+
+def takes_several_records_together():
+    def probe(amplitudes, seed, dt=2e-12, unit=1.0, head="", count=900):
+        noise, rows = random.Random(seed), []
+        for k in range(count):
+            y = sum(a * math.exp(-g * k) * math.cos(w * k + seed) for a, g, w in
+                    zip(amplitudes, (0.002, 0.003, 0.0025), (0.31, 0.42, 0.53)))
+            rows.append(f"{k * dt / unit:.10e} {y + 1e-3 * noise.gauss(0, 1):.9e}\n")
+        return head + "".join(rows)
+
+    # The third line shows in none of six records; one file counts in ns, one is longer; one cannot be read, one is too short.
+    expected = [w / (2 * math.pi * 2e-12) for w in (0.31, 0.42, 0.53)]
+    with tempfile.TemporaryDirectory() as folder:
+        def write(name, text):
+            with open(os.path.join(folder, name), "w") as stream:
+                stream.write(text)
+            return os.path.join(folder, name)
+
+        files = [write(f"{k}.txt", probe((1, 0 if k == 2 else 0.1, 3.5e-4), k, unit=1e-9 if k == 1 else 1.0,
+                                         head="time[ns] Ez\n" if k == 1 else "", count=900 + 100 * k)) for k in range(6)]
+        files[3:3] = [write("short.txt", probe((1, 1, 1), 9, count=5)), os.path.join(folder, "none.txt")]
+        out, err, _ = run("--json", "--joint", *files, status=1)
+        found = json.loads(out)
+        assert len(err.splitlines()) == 2 and "short.txt: at least 8" in err and "none.txt: there is no such file" in err
+        assert [os.path.basename(f["file"]) for f in found["failed"]] == ["none.txt", "short.txt"]
+        assert [r["samples"] for r in found["records"]] == [900, 1000, 1100, 1200, 1300, 1400]
+        assert found["time_unit"] == "s" and len(found["modes"]) == 3, found["modes"]
+        for mode, frequency in zip(found["modes"], expected):
+            assert abs(mode["frequency"] - frequency) < 5 * mode["frequency_se"], mode
+        for k, residue in enumerate(found["modes"][0]["residues"]):
+            assert abs(residue["amplitude"] - 1) < 5 * residue["amplitude_se"], residue
+            assert abs(math.remainder(residue["phase"] - k, 2 * math.pi)) < 5 * residue["phase_se"], residue
+        schema = json.load(open(os.path.join(ROOT, "docs", "tessel-modes.schema.json")))["$defs"]["joint"]
+        assert set(found) - {"format", "format_version", "program_version"} == set(schema["required"] + schema["oneOf"][1]["required"])
+        for part in ("records", "modes"):
+            item = schema["properties"][part]["items"]
+            assert all(set(item["required"]) <= set(object_) <= set(item["properties"]) for object_ in found[part])
+
+        lines = run("--joint", "--start", "100ps", *files, status=1)[0].splitlines()
+        assert lines[0] == "6 records of 6 files together: 3 modes" and "used from 100 ps on" in lines[1]
+        assert re.search(r" 6 +0\.9\d", lines[4]) and re.search(r" 5 +0\.08", lines[5]) and "2.txt" not in lines[5], lines
+        rows = list(csv.DictReader(io.StringIO(run("--csv", "--joint", *files, status=1)[0])))
+        assert len(rows) == 18 and [r["mode"] for r in rows[:3]] == ["1", "2", "3"]
+        assert float(rows[-1]["amplitude"]) == found["modes"][2]["residues"][5]["amplitude"]
+        run("--joint", "--plot", f"{folder}/p.svg", *files, status=1)
+        assert os.path.exists(f"{folder}/p-6.svg") and not os.path.exists(f"{folder}/p-7.svg")
+
+        for name, text, says in (("other", probe((1, 1, 1), 1, dt=3e-12), "other: spacing 3 ps, but 2 ps in "),
+                                 ("steps", "step Ez\n" + probe((1, 1, 1), 1, dt=1), "steps: times in steps, but s in "),
+                                 ("complex", "".join(l.replace("\n", " 1\n") for l in probe((1, 1, 1), 1).splitlines(True)),
+                                  "complex: complex samples, but real in ")):
+            file = write(name, ("t Re Im\n" if name == "complex" else "") + text)
+            out, err, _ = run("--joint", files[0], file, status=1)
+            assert out == "" and says in err.replace(", Ez", "").replace("Re ", "") and len(err.splitlines()) == 1, err
+            assert "error" in json.loads(run("--json", "--joint", files[0], file, status=1)[0])
 
 
 def goes_on_behind_a_bad_file():
