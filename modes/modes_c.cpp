@@ -12,10 +12,13 @@
 
 using tessel::modes::InputError;
 using tessel::modes::InputFault;
+using tessel::modes::JointMode;
+using tessel::modes::JointResult;
 using tessel::modes::Kind;
 using tessel::modes::Options;
 using tessel::modes::Remark;
 using tessel::modes::RemarkCode;
+using tessel::modes::Residue;
 using tessel::modes::Result;
 
 struct tessel_modes_result
@@ -93,32 +96,28 @@ Options options_of(const tessel_modes_options* given)
     return options;
 }
 
-/// The analysis with everything that may leave it turned into a status and a message.
-template <typename Sample>
-tessel_modes_status analyse(const Sample* samples, std::size_t count, double start, double spacing,
-                            const tessel_modes_options* given, tessel_modes_result** result, char* message,
-                            std::size_t room) noexcept
+tessel_modes_status say(tessel_modes_status status, std::string_view text, char* message, std::size_t room)
+{
+    if (message != nullptr && room > 0) {
+        const std::size_t length = std::min(text.size(), room - 1);
+        std::memcpy(message, text.data(), length);
+        message[length] = '\0';
+    }
+    return status;
+}
+
+/// Work with everything that may leave it turned into a status and a message.
+template <typename Work>
+tessel_modes_status guarded(const tessel_modes_options* given, char* message, std::size_t room,
+                            const Work& work) noexcept
 {
     const auto end = [&](tessel_modes_status status, std::string_view text) {
-        if (message != nullptr && room > 0) {
-            const std::size_t length = std::min(text.size(), room - 1);
-            std::memcpy(message, text.data(), length);
-            message[length] = '\0';
-        }
-        return status;
+        return say(status, text, message, room);
     };
-    if (result == nullptr)
-        return end(TESSEL_MODES_ARGUMENT, "there is no place for the result");
-    *result = nullptr;
-    if (samples == nullptr && count > 0)
-        return end(TESSEL_MODES_ARGUMENT, "there are no samples");
     if (const char* const text = misuse(given))
         return end(TESSEL_MODES_ARGUMENT, text);
     try {
-        const Options options = options_of(given);
-        auto made = std::make_unique<tessel_modes_result>();
-        made->found = tessel::modes::analyse(std::vector<Sample>(samples, samples + count), start, spacing, options);
-        *result = made.release();
+        work(options_of(given));
         return end(TESSEL_MODES_OK, "");
     } catch (const InputError& e) {
         return end(status_of(e.fault()), e.what());
@@ -133,6 +132,74 @@ tessel_modes_status analyse(const Sample* samples, std::size_t count, double sta
     } catch (...) {
         return end(TESSEL_MODES_FAILED, "an exception of unknown type");
     }
+}
+
+template <typename Sample>
+tessel_modes_status analyse(const Sample* samples, std::size_t count, double start, double spacing,
+                            const tessel_modes_options* given, tessel_modes_result** result, char* message,
+                            std::size_t room) noexcept
+{
+    if (result == nullptr)
+        return say(TESSEL_MODES_ARGUMENT, "there is no place for the result", message, room);
+    *result = nullptr;
+    if (samples == nullptr && count > 0)
+        return say(TESSEL_MODES_ARGUMENT, "there are no samples", message, room);
+    return guarded(given, message, room, [&](const Options& options) {
+        auto made = std::make_unique<tessel_modes_result>();
+        made->found = tessel::modes::analyse(std::vector<Sample>(samples, samples + count), start, spacing, options);
+        *result = made.release();
+    });
+}
+
+/// The part of a joint result that is about one record.
+Result part_of(const JointResult& joint, std::size_t p)
+{
+    Result part;
+    for (const JointMode& m : joint.modes) {
+        const Residue& r = m.residues[p];
+        part.modes.push_back({m.frequency, m.decay, m.quality, r.amplitude, r.phase, m.frequencyError, m.decayError,
+                              m.qualityError, r.amplitudeError, r.phaseError, m.significance, m.kind});
+    }
+    part.referenceTime = joint.records[p].referenceTime;
+    part.firstSample = joint.records[p].firstSample;
+    part.firstSampleReason = joint.firstSampleReason;
+    part.decimation = joint.decimation;
+    part.noise = joint.records[p].noise;
+    part.reducedChiSquare = joint.records[p].reducedChiSquare;
+    part.lowest = joint.lowest;
+    part.highest = joint.highest;
+    for (const Remark& remark : joint.remarks)
+        if (remark.code == RemarkCode::constantRecord  ? joint.records[p].constant
+            : remark.code == RemarkCode::recordsDiffer ? remark.value == static_cast<double>(p)
+                                                       : true)
+            part.remarks.push_back(remark);
+    return part;
+}
+
+template <typename Sample>
+tessel_modes_status analyse_jointly(const Sample* const* samples, const std::size_t* counts, const double* starts,
+                                    std::size_t records, double spacing, const tessel_modes_options* given,
+                                    tessel_modes_result** results, char* message, std::size_t room) noexcept
+{
+    if (results == nullptr && records > 0)
+        return say(TESSEL_MODES_ARGUMENT, "there is no place for the results", message, room);
+    std::fill_n(results, records, nullptr);
+    if (records > 0 && (samples == nullptr || counts == nullptr))
+        return say(TESSEL_MODES_ARGUMENT, "there are no records", message, room);
+    for (std::size_t p = 0; p < records; ++p)
+        if (samples[p] == nullptr && counts[p] > 0)
+            return say(TESSEL_MODES_ARGUMENT, "there are no samples of a record", message, room);
+    return guarded(given, message, room, [&](const Options& options) {
+        std::vector<tessel::modes::Record> set(records);
+        for (std::size_t p = 0; p < records; ++p)
+            set[p] = {std::vector<Sample>(samples[p], samples[p] + counts[p]), starts != nullptr ? starts[p] : 0.0};
+        const JointResult joint = tessel::modes::analyseJointly(set, spacing, options);
+        std::vector<std::unique_ptr<tessel_modes_result>> made;
+        for (std::size_t p = 0; p < records; ++p)
+            made.push_back(std::make_unique<tessel_modes_result>(tessel_modes_result{part_of(joint, p)}));
+        for (std::size_t p = 0; p < records; ++p)
+            results[p] = made[p].release();
+    });
 }
 
 } // namespace
@@ -154,6 +221,22 @@ tessel_modes_status tessel_modes_analyse_complex(const tessel_complex* samples, 
                                                  tessel_modes_result** result, char* message, size_t room)
 {
     return analyse(samples, count, start, spacing, options, result, message, room);
+}
+
+tessel_modes_status tessel_modes_analyse_jointly(const double* const* samples, const size_t* counts,
+                                                 const double* starts, size_t records, double spacing,
+                                                 const tessel_modes_options* options, tessel_modes_result** results,
+                                                 char* message, size_t room)
+{
+    return analyse_jointly(samples, counts, starts, records, spacing, options, results, message, room);
+}
+
+tessel_modes_status tessel_modes_analyse_jointly_complex(const tessel_complex* const* samples, const size_t* counts,
+                                                         const double* starts, size_t records, double spacing,
+                                                         const tessel_modes_options* options,
+                                                         tessel_modes_result** results, char* message, size_t room)
+{
+    return analyse_jointly(samples, counts, starts, records, spacing, options, results, message, room);
 }
 
 size_t tessel_modes_list(const tessel_modes_result* result, size_t from, tessel_mode* modes, size_t room, size_t size)

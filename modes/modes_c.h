@@ -156,6 +156,38 @@ TESSEL_MODES_C_API tessel_modes_status tessel_modes_analyse_complex(const tessel
                                                                     size_t room);
 
 /**
+ * Finds the modes of several real records of one structure, such as those of a solver's probes, together.
+ *
+ * All records have the modes' frequencies and decays in common; amplitudes and phases are each record's own, and may be
+ * nothing in some. See tessel::modes::analyseJointly.
+ *
+ * @param[in]  samples  for each record its samples, equally spaced; copied once, not modified
+ * @param[in]  counts   number of samples of each record, at least 8
+ * @param[in]  starts   time of the first sample of each record; null: 0 for all
+ * @param[in]  records  number of records, at least 1
+ * @param[in]  spacing  time from one sample to the next, of all records
+ * @param[in]  options  null: find out everything; `first` counts samples from the earliest start of a record
+ * @param[out] results  `records` pointers: for each record its part of what was found, each to be given to
+ *                      tessel_modes_free(); all null on failure. All have the same modes in the same order, with
+ *                      frequency, decay, quality, significance and kind in common, and amplitude, phase, reference
+ * time, first sample, noise and chi^2 of the record. A remark about one record stands with that record, the others with
+ * each.
+ * @param[out] message  as of tessel_modes_analyse(); names the record, from 0
+ * @param[in]  room     size of message; nothing is written if 0
+ * @return TESSEL_MODES_OK, or why there is no result
+ */
+TESSEL_MODES_C_API tessel_modes_status tessel_modes_analyse_jointly(const double* const* samples, const size_t* counts,
+                                                                    const double* starts, size_t records,
+                                                                    double spacing, const tessel_modes_options* options,
+                                                                    tessel_modes_result** results, char* message,
+                                                                    size_t room);
+
+/** Finds the modes of several complex records together, in the same way. */
+TESSEL_MODES_C_API tessel_modes_status tessel_modes_analyse_jointly_complex(
+    const tessel_complex* const* samples, const size_t* counts, const double* starts, size_t records, double spacing,
+    const tessel_modes_options* options, tessel_modes_result** results, char* message, size_t room);
+
+/**
  * Copies modes, by rising frequency.
  *
  * @param[in]  result  null counts as a result without modes

@@ -9,10 +9,10 @@
 ! Any number of threads may call at once. Nothing is kept in the library, and there is nothing to free.
 module tessel_modes
   use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_f_pointer, c_funloc, c_funptr, c_int, &
-    c_int32_t, c_int64_t, c_loc, c_null_char, c_ptr, c_size_t, c_sizeof
+    c_int32_t, c_int64_t, c_loc, c_null_char, c_null_ptr, c_ptr, c_size_t, c_sizeof
   implicit none
   private
-  public :: find_modes, modes_found, modes_progress, tessel_mode, tessel_remark
+  public :: find_modes, find_modes_jointly, modes_found, modes_progress, tessel_mode, tessel_remark
   public :: modes_ok, modes_too_few_samples, modes_not_finite, modes_spacing, modes_start, modes_option, &
     modes_stopped, modes_no_memory, modes_argument, modes_failed
   public :: mode_oscillating, mode_overdamped, mode_growing
@@ -87,6 +87,22 @@ module tessel_modes
     module procedure find_real, find_complex
   end interface
 
+  ! Finds the modes of several real or complex records of one structure together, such as those of a solver's probes.
+  ! All records have the modes' frequencies and decays in common; amplitudes and phases are each record's own.
+  !
+  !   samples     one record in each column, equally spaced, at least 8 samples
+  !   starts      time of the first sample of each record
+  !   spacing     time from one sample to the next, of all records
+  !   found       for each record its part of what was found: the same modes in the same order, with frequency, decay,
+  !               quality, significance and kind in common. A remark about one record stands with that record, the
+  !               others with each. Without modes on failure.
+  !   status, message, lowest, highest, first, noise, most_modes, progress
+  !               as of find_modes; the message counts records from 0; first counts samples from the earliest start
+  !   lengths     number of samples of each record; all rows where it is absent
+  interface find_modes_jointly
+    module procedure find_real_jointly, find_complex_jointly
+  end interface
+
   type, bind(C) :: c_options
     integer(c_size_t) :: size
     real(c_double) :: lowest, highest
@@ -132,6 +148,30 @@ module tessel_modes
       real(c_double), value :: start, spacing
       type(c_options), intent(in) :: options
       type(c_ptr), intent(out) :: res
+      character(kind=c_char), intent(out) :: message(*)
+    end function
+    integer(c_int) function c_analyse_jointly(samples, counts, starts, records, spacing, options, res, message, room) &
+        bind(C, name="tessel_modes_analyse_jointly")
+      import :: c_char, c_double, c_int, c_options, c_ptr, c_size_t
+      type(c_ptr), intent(in) :: samples(*)
+      integer(c_size_t), intent(in) :: counts(*)
+      real(c_double), intent(in) :: starts(*)
+      integer(c_size_t), value :: records, room
+      real(c_double), value :: spacing
+      type(c_options), intent(in) :: options
+      type(c_ptr), intent(out) :: res(*)
+      character(kind=c_char), intent(out) :: message(*)
+    end function
+    integer(c_int) function c_analyse_jointly_complex(samples, counts, starts, records, spacing, options, res, &
+        message, room) bind(C, name="tessel_modes_analyse_jointly_complex")
+      import :: c_char, c_double, c_int, c_options, c_ptr, c_size_t
+      type(c_ptr), intent(in) :: samples(*)
+      integer(c_size_t), intent(in) :: counts(*)
+      real(c_double), intent(in) :: starts(*)
+      integer(c_size_t), value :: records, room
+      real(c_double), value :: spacing
+      type(c_options), intent(in) :: options
+      type(c_ptr), intent(out) :: res(*)
       character(kind=c_char), intent(out) :: message(*)
     end function
     integer(c_size_t) function c_list(res, from, modes, room, size) bind(C, name="tessel_modes_list")
@@ -214,6 +254,105 @@ contains
     status = c_analyse_complex(samples, size(samples, kind=c_size_t), start, spacing, options, res, text, &
                                size(text, kind=c_size_t))
     call take(res, text, found, message)
+  end subroutine
+
+  recursive subroutine find_real_jointly(samples, starts, spacing, found, status, message, lengths, lowest, highest, &
+                                         first, noise, most_modes, progress)
+    real(c_double), intent(in), contiguous, target :: samples(:, :)
+    real(c_double), intent(in), contiguous :: starts(:)
+    real(c_double), intent(in) :: spacing
+    type(modes_found), allocatable, intent(out) :: found(:)
+    integer(c_int), intent(out) :: status
+    character(len=*), intent(out) :: message
+    integer, intent(in), optional :: lengths(:)
+    real(c_double), intent(in), optional :: lowest, highest, noise
+    integer, intent(in), optional :: first, most_modes
+    procedure(modes_progress), optional :: progress
+    type(listener), target :: ear
+    type(c_options) :: options
+    type(c_ptr), allocatable :: columns(:), res(:)
+    integer(c_size_t), allocatable :: counts(:)
+    character(kind=c_char) :: text(room)
+    integer :: p
+
+    if (present(progress)) ear%call => progress
+    options = options_of(ear, lowest, highest, first, noise, most_modes)
+    allocate (columns(size(samples, 2)), res(size(samples, 2)), found(size(samples, 2)))
+    call fits(shape(samples), size(starts), lengths, counts, status, message)
+    if (status /= modes_ok) return
+    columns = c_null_ptr
+    do p = 1, size(columns)
+      if (size(samples, 1) > 0) columns(p) = c_loc(samples(1, p))
+    end do
+    status = c_analyse_jointly(columns, counts, starts, size(columns, kind=c_size_t), spacing, options, &
+                               res, text, size(text, kind=c_size_t))
+    do p = 1, size(columns)
+      call take(res(p), text, found(p), message)
+    end do
+    if (size(columns) == 0) message = 'there is no record'
+  end subroutine
+
+  recursive subroutine find_complex_jointly(samples, starts, spacing, found, status, message, lengths, lowest, &
+                                            highest, first, noise, most_modes, progress)
+    complex(c_double_complex), intent(in), contiguous, target :: samples(:, :)
+    real(c_double), intent(in), contiguous :: starts(:)
+    real(c_double), intent(in) :: spacing
+    type(modes_found), allocatable, intent(out) :: found(:)
+    integer(c_int), intent(out) :: status
+    character(len=*), intent(out) :: message
+    integer, intent(in), optional :: lengths(:)
+    real(c_double), intent(in), optional :: lowest, highest, noise
+    integer, intent(in), optional :: first, most_modes
+    procedure(modes_progress), optional :: progress
+    type(listener), target :: ear
+    type(c_options) :: options
+    type(c_ptr), allocatable :: columns(:), res(:)
+    integer(c_size_t), allocatable :: counts(:)
+    character(kind=c_char) :: text(room)
+    integer :: p
+
+    if (present(progress)) ear%call => progress
+    options = options_of(ear, lowest, highest, first, noise, most_modes)
+    allocate (columns(size(samples, 2)), res(size(samples, 2)), found(size(samples, 2)))
+    call fits(shape(samples), size(starts), lengths, counts, status, message)
+    if (status /= modes_ok) return
+    columns = c_null_ptr
+    do p = 1, size(columns)
+      if (size(samples, 1) > 0) columns(p) = c_loc(samples(1, p))
+    end do
+    status = c_analyse_jointly_complex(columns, counts, starts, size(columns, kind=c_size_t), spacing, options, &
+                               res, text, size(text, kind=c_size_t))
+    do p = 1, size(columns)
+      call take(res(p), text, found(p), message)
+    end do
+    if (size(columns) == 0) message = 'there is no record'
+  end subroutine
+
+  ! The number of samples of each column, where starts and lengths fit the columns.
+  subroutine fits(extents, starts, lengths, counts, status, message)
+    integer, intent(in) :: extents(2), starts
+    integer, intent(in), optional :: lengths(:)
+    integer(c_size_t), allocatable, intent(out) :: counts(:)
+    integer(c_int), intent(out) :: status
+    character(len=*), intent(out) :: message
+
+    status = modes_argument
+    message = ''
+    allocate (counts(extents(2)), source=int(extents(1), c_size_t))
+    if (starts /= extents(2)) then
+      message = 'there is not one start for each record'
+    else if (present(lengths)) then
+      if (size(lengths) /= extents(2)) then
+        message = 'there is not one length for each record'
+      else if (any(lengths < 0 .or. lengths > extents(1))) then
+        message = 'a length is out of the rows'
+      else
+        counts = int(lengths, c_size_t)
+        status = modes_ok
+      end if
+    else
+      status = modes_ok
+    end if
   end subroutine
 
   ! Whether a remark of this name was made.

@@ -12,11 +12,14 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 extern "C" int fortran_find(const double* re, const double* im, int n, int first, int stop_at, tessel_mode* modes,
                             int room, double* beside, int* letters);
+extern "C" int fortran_find_jointly(const double* re, const double* im, int n, int records, int shorter,
+                                    tessel_mode* modes, int room, double* beside, int* letters);
 
 namespace {
 
@@ -26,10 +29,9 @@ using Owner = std::unique_ptr<tessel_modes_result, decltype(&tessel_modes_free)>
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// Two lines and a little noise of a plain generator, turning if complex.
-std::vector<Complex> record(std::size_t n, bool complex)
+std::vector<Complex> record(std::size_t n, bool complex, unsigned state = 1)
 {
     std::vector<Complex> y(n);
-    unsigned state = 1;
     const auto noise = [&] { return 1e-5 * ((state = state * 1664525U + 1013904223U) / 4294967296.0 - 0.5); };
     for (std::size_t k = 0; k < n; ++k) {
         const auto t = static_cast<double>(k);
@@ -162,6 +164,109 @@ TEST(ModesInC, BitsOfAComplexRecord)
     const Owner owner(result, tessel_modes_free);
     expect_result(result, r);
     expect_fortran(y, 0, r);
+}
+
+/// Three records with the lines of record(), of other amplitudes, the last one shorter, through all interfaces.
+template <typename Sample>
+void expect_joint(const std::vector<std::vector<Sample>>& set)
+{
+    constexpr std::size_t kRecords = 3;
+    std::vector<tessel::modes::Record> records;
+    std::vector<const Sample*> samples;
+    std::vector<std::size_t> counts;
+    std::vector<double> starts, re, im;
+    for (const std::vector<Sample>& y : set) {
+        starts.push_back(2.0 * static_cast<double>(starts.size() + 1));
+        samples.push_back(y.data());
+        counts.push_back(y.size());
+        records.push_back({y, starts.back()});
+        for (std::size_t k = 0; k < set[0].size(); ++k) {
+            re.push_back(k < y.size() ? std::real(y[k]) : 0);
+            im.push_back(k < y.size() ? std::imag(y[k]) : 0);
+        }
+    }
+    const tessel::modes::JointResult joint = tessel::modes::analyseJointly(records, 0.5);
+    ASSERT_EQ(joint.modes.size(), 2U);
+    std::vector<tessel_modes_result*> results(kRecords);
+    char message[100] = "unset";
+    tessel_modes_status status;
+    if constexpr (std::is_same_v<Sample, double>)
+        status = tessel_modes_analyse_jointly(samples.data(), counts.data(), starts.data(), kRecords, 0.5, nullptr,
+                                              results.data(), message, sizeof message);
+    else
+        status = tessel_modes_analyse_jointly_complex(samples.data(), counts.data(), starts.data(), kRecords, 0.5,
+                                                      nullptr, results.data(), message, sizeof message);
+    ASSERT_EQ(status, TESSEL_MODES_OK) << message;
+    EXPECT_STREQ(message, "");
+    std::vector<tessel_mode> modes(2 * kRecords);
+    std::vector<double> beside(3 * kRecords);
+    int letters = 0;
+    ASSERT_EQ(fortran_find_jointly(re.data(), im.data(), static_cast<int>(set[0].size()), kRecords,
+                                   static_cast<int>(set[2].size()), modes.data(), 2, beside.data(), &letters),
+              TESSEL_MODES_OK);
+    EXPECT_EQ(letters, 0);
+    for (std::size_t p = 0; p < kRecords; ++p) {
+        tessel::modes::Result part;
+        for (const tessel::modes::JointMode& m : joint.modes)
+            part.modes.push_back({m.frequency, m.decay, m.quality, m.residues[p].amplitude, m.residues[p].phase,
+                                  m.frequencyError, m.decayError, m.qualityError, m.residues[p].amplitudeError,
+                                  m.residues[p].phaseError, m.significance, m.kind});
+        part.referenceTime = joint.records[p].referenceTime;
+        part.firstSample = joint.records[p].firstSample;
+        part.decimation = joint.decimation;
+        part.noise = joint.records[p].noise;
+        part.reducedChiSquare = joint.records[p].reducedChiSquare;
+        part.lowest = joint.lowest;
+        part.highest = joint.highest;
+        part.remarks = joint.remarks;
+        const Owner owner(results[p], tessel_modes_free);
+        expect_result(owner.get(), part);
+        for (std::size_t j = 0; j < 2; ++j)
+            expect_mode(modes[2 * p + j], part.modes[j]);
+        EXPECT_EQ(beside[3 * p], 2);
+        EXPECT_EQ(beside[3 * p + 1], part.referenceTime);
+        EXPECT_EQ(beside[3 * p + 2], part.noise);
+    }
+}
+
+TEST(ModesInC, BitsOfSeveralRecords)
+{
+    std::vector<std::vector<Complex>> set{record(2000, true), record(2000, true, 2), record(1200, true, 3)};
+    for (Complex& v : set[1])
+        v *= Complex(0, 30);
+    expect_joint(set);
+    expect_joint(std::vector{real(set[0]), real(set[1]), real(set[2])});
+}
+
+// A constant record hears of itself alone; on failure no record has a result.
+TEST(ModesInC, SeveralRecordsHaveRemarksOfTheirOwn)
+{
+    const std::vector<double> y = real(record(2000, false)), still(50, 3.0);
+    const double* samples[] = {y.data(), still.data(), y.data()};
+    std::size_t counts[] = {y.size(), still.size(), y.size()};
+    tessel_modes_result* results[3];
+    ASSERT_EQ(tessel_modes_analyse_jointly(samples, counts, nullptr, 3, 1, nullptr, results, nullptr, 0),
+              TESSEL_MODES_OK);
+    for (std::size_t p = 0; p < 3; ++p) {
+        const Owner owner(results[p], tessel_modes_free);
+        tessel_mode modes[2];
+        EXPECT_EQ(tessel_modes_list(owner.get(), 0, modes, 2, sizeof modes[0]), 2U);
+        EXPECT_EQ(modes[0].amplitude > 0, p != 1);
+        const char* name = "";
+        tessel_modes_remark(owner.get(), 0, &name, nullptr);
+        EXPECT_EQ(std::string(name) == "constantRecord", p == 1);
+    }
+    counts[2] = 5;
+    char message[64];
+    EXPECT_EQ(tessel_modes_analyse_jointly(samples, counts, nullptr, 3, 1, nullptr, results, message, sizeof message),
+              TESSEL_MODES_TOO_FEW_SAMPLES);
+    EXPECT_EQ(std::string(message).rfind("record 2: ", 0), 0U) << message;
+    EXPECT_TRUE(results[0] == nullptr && results[2] == nullptr);
+    samples[1] = nullptr;
+    EXPECT_EQ(tessel_modes_analyse_jointly(samples, counts, nullptr, 3, 1, nullptr, results, nullptr, 0),
+              TESSEL_MODES_ARGUMENT);
+    EXPECT_EQ(tessel_modes_analyse_jointly(nullptr, nullptr, nullptr, 0, 1, nullptr, nullptr, nullptr, 0),
+              TESSEL_MODES_TOO_FEW_SAMPLES);
 }
 
 TEST(ModesInC, OptionsArePassedOn)

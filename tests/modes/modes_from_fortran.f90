@@ -43,6 +43,34 @@ contains
     end do
   end function
 
+  ! The same of the columns of an array, of which the last is shorter.
+  integer(c_int) function fortran_find_jointly(re, im, n, records, shorter, modes, room, beside, letters) bind(C)
+    integer(c_int), value :: n, records, shorter, room
+    real(c_double), intent(in) :: re(n, records), im(n, records)
+    type(tessel_mode), intent(inout) :: modes(room, records)
+    real(c_double), intent(out) :: beside(3, records)
+    integer(c_int), intent(out) :: letters
+    type(modes_found), allocatable :: found(:)
+    integer :: lengths(records), p
+    real(c_double) :: starts(records)
+    character(len=100) :: message
+
+    lengths = n
+    lengths(records) = shorter
+    starts = [(2.0_c_double * p, p=1, records)]
+    if (any(abs(im) > 0)) then
+      call find_modes_jointly(cmplx(re, im, c_double), starts, 0.5_c_double, found, fortran_find_jointly, message, &
+                              lengths=lengths)
+    else
+      call find_modes_jointly(re, starts, 0.5_c_double, found, fortran_find_jointly, message, lengths=lengths)
+    end if
+    do p = 1, records
+      modes(:min(room, size(found(p)%modes)), p) = found(p)%modes(:min(room, size(found(p)%modes)))
+      beside(:, p) = [real(size(found(p)%modes), c_double), found(p)%reference_time, found(p)%noise]
+    end do
+    letters = len_trim(message)
+  end function
+
   logical function listen(stage, held, part)
     character(len=*), intent(in) :: stage
     integer(c_int64_t), intent(in) :: held
