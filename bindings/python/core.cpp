@@ -13,6 +13,7 @@
 #include <complex>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -66,11 +67,10 @@ private:
     std::chrono::steady_clock::time_point next_{};
 };
 
-py::dict find_modes(const py::array& y, bool complex, double dt, double t0, std::optional<double> lowest,
-                    std::optional<double> highest, std::optional<std::size_t> first, std::optional<double> noise,
-                    std::optional<std::size_t> max_modes, const py::object& progress)
+/// What both analyses are told. The listener must outlive the options.
+Options options_of(Listener& listener, std::optional<double> lowest, std::optional<double> highest,
+                   std::optional<std::size_t> first, std::optional<double> noise, std::optional<std::size_t> max_modes)
 {
-    Listener listener(progress);
     Options options;
     options.lowest = lowest;
     options.highest = highest;
@@ -78,24 +78,76 @@ py::dict find_modes(const py::array& y, bool complex, double dt, double t0, std:
     options.noise = noise;
     options.mostModes = max_modes;
     options.progress = [&listener](const Progress& p) { return listener(p); };
+    return options;
+}
 
+py::list list_of(const std::vector<Remark>& remarks)
+{
+    py::list list;
+    for (const Remark& remark : remarks)
+        list.append(py::make_tuple(name(remark.code), remark.value, remark.text));
+    return list;
+}
+
+py::dict find_modes(const py::array& y, bool complex, double dt, double t0, std::optional<double> lowest,
+                    std::optional<double> highest, std::optional<std::size_t> first, std::optional<double> noise,
+                    std::optional<std::size_t> max_modes, const py::object& progress)
+{
+    Listener listener(progress);
+    const Options options = options_of(listener, lowest, highest, first, noise, max_modes);
     const auto analysed = [&](const auto& samples) {
         const py::gil_scoped_release unlocked;
         return analyse(samples, t0, dt, options);
     };
     const Result found = complex ? analysed(samples_of<std::complex<double>>(y)) : analysed(samples_of<double>(y));
 
-    py::list modes, remarks;
+    py::list modes;
     for (const Mode& m : found.modes)
         modes.append(py::make_tuple(m.frequency, m.frequencyError, m.decay, m.decayError, m.quality, m.qualityError,
                                     m.amplitude, m.amplitudeError, m.phase, m.phaseError, m.significance,
                                     name(m.kind)));
-    for (const Remark& remark : found.remarks)
-        remarks.append(py::make_tuple(name(remark.code), remark.value, remark.text));
-    return py::dict("modes"_a = modes, "remarks"_a = remarks, "reference_time"_a = found.referenceTime,
+    return py::dict("modes"_a = modes, "remarks"_a = list_of(found.remarks), "reference_time"_a = found.referenceTime,
                     "first_sample"_a = found.firstSample, "first_sample_reason"_a = name(found.firstSampleReason),
                     "decimation"_a = found.decimation, "noise"_a = found.noise, "chi2"_a = found.reducedChiSquare,
                     "band"_a = py::make_tuple(found.lowest, found.highest));
+}
+
+/// Of each record an array, whether it is complex, and its start.
+py::dict find_modes_jointly(const std::vector<std::tuple<py::array, bool, double>>& records, double dt,
+                            std::optional<double> lowest, std::optional<double> highest,
+                            std::optional<std::size_t> first, std::optional<double> noise,
+                            std::optional<std::size_t> max_modes, const py::object& progress)
+{
+    Listener listener(progress);
+    const Options options = options_of(listener, lowest, highest, first, noise, max_modes);
+    std::vector<Record> set;
+    for (const auto& [y, complex, t0] : records) {
+        Record& record = set.emplace_back();
+        if (complex)
+            record.samples = samples_of<std::complex<double>>(y);
+        else
+            record.samples = samples_of<double>(y);
+        record.start = t0;
+    }
+    const auto analysed = [&] {
+        const py::gil_scoped_release unlocked;
+        return analyseJointly(set, dt, options);
+    };
+    const JointResult found = analysed();
+
+    py::list modes, parts;
+    for (const JointMode& m : found.modes) {
+        py::list residues;
+        for (const Residue& r : m.residues)
+            residues.append(py::make_tuple(r.amplitude, r.amplitudeError, r.phase, r.phaseError));
+        modes.append(py::make_tuple(m.frequency, m.frequencyError, m.decay, m.decayError, m.quality, m.qualityError,
+                                    m.significance, name(m.kind), residues));
+    }
+    for (const JointRecord& r : found.records)
+        parts.append(py::make_tuple(r.referenceTime, r.firstSample, r.noise, r.reducedChiSquare, r.constant));
+    return py::dict("modes"_a = modes, "records"_a = parts, "remarks"_a = list_of(found.remarks),
+                    "first_sample_reason"_a = name(found.firstSampleReason), "decimation"_a = found.decimation,
+                    "chi2"_a = found.reducedChiSquare, "band"_a = py::make_tuple(found.lowest, found.highest));
 }
 
 /// The library's own routine, argument by argument. The library refuses an order that it cannot take before it writes.
@@ -142,6 +194,7 @@ PYBIND11_MODULE(_core, module)
 {
     module.attr("__version__") = TESSEL_VERSION;
     module.def("find_modes", &find_modes);
+    module.def("find_modes_jointly", &find_modes_jointly);
     module.def("prony", &prony);
     py::register_local_exception_translator([](std::exception_ptr thrown) {
         const auto raise = [](const char* type, const auto&... arguments) {

@@ -134,7 +134,7 @@ class FindModes(unittest.TestCase):
             ax.figure.canvas.draw()
 
     def test_values_with_errors_in_short(self):
-        from tessel._modes import _short
+        from tessel._modes import short
 
         for pair, text in {
             (1503091026.4, 12.3): "1.503091026(12)e+09",
@@ -148,7 +148,72 @@ class FindModes(unittest.TestCase):
             (-2.5, 0.0): "-2.5",
             (np.inf, 1.0): "inf",
         }.items():
-            self.assertEqual(_short(*pair), text)
+            self.assertEqual(short(*pair), text)
+
+
+class FindModesJointly(unittest.TestCase):
+    """Records with the lines of record(), of other lengths, starts and units; the third is constant."""
+
+    @staticmethod
+    def found(kind=float, **options):
+        rng = np.random.default_rng(2)
+        lengths, units, starts = (2000, 1200, 50, 1500), (1, 1e6, 0, 1e-3), (2, 4, 2, 6)
+        records = [unit * (record(n, kind) + 1e-5 * rng.standard_normal(n)) for n, unit in zip(lengths, units)]
+        return records, tessel.find_modes_jointly(iter(records), 0.5, t0=starts, **options)
+
+    def test_each_record_has_its_part(self):
+        for kind in (float, complex):
+            records, modes = self.found(kind)
+            self.assertEqual((len(modes), modes.amplitude.shape, modes.complex), (2, (2, 4), kind is complex))
+            self.assertEqual([r.reference_time for r in modes.records], [2, 4, 2, 6])
+            self.assertEqual([r.constant for r in modes.records], [False, False, True, False])
+            for p, y in enumerate(records):
+                part = modes.of(p)
+                self.assertIsInstance(part, tessel.Modes)
+                t = modes.records[p].reference_time + 0.5 * np.arange(len(y))
+                self.assertLess(np.abs(part.model(t) - y).max(), 1e-4 * max(np.abs(y).max(), 1e-9))
+                self.assertEqual(part.has("constantRecord"), p == 2)
+                self.assertEqual(part.frequency_se.tolist(), modes.frequency_se.tolist())
+            self.assertEqual(modes.of(-1).amplitude.tolist(), modes.amplitude[:, 3].tolist())
+            alone = tessel.find_modes(records[0], 0.5, t0=2)
+            self.assertTrue(np.all(modes.frequency_se < alone.frequency_se))
+
+    def test_results_print_and_convert(self):
+        modes = self.found()[1]
+        self.assertRegex(repr(modes), r"^2 modes in 4 records(.|\n)* 1  oscillating\nremark: record 2: all samples")
+        self.assertEqual(modes._repr_html_().count("<tr>"), 3)
+        plain = json.loads(json.dumps(modes.to_dict(), allow_nan=True))
+        self.assertEqual(plain["modes"][1]["residues"][3]["phase_se"], modes.phase_se[1, 3])
+        self.assertEqual(plain["records"][3]["noise"], modes.records[3].noise)
+        self.assertEqual(modes.to_records()["amplitude"].tolist(), modes.amplitude.tolist())
+        self.assertEqual(modes.to_records()["kind"].tolist(), ["oscillating"] * 2)
+        nothing = tessel.find_modes_jointly(np.zeros((3, 50)), 1)
+        self.assertEqual((nothing.amplitude.shape, nothing.to_records().shape), ((0, 3), (0,)))
+        try:
+            import matplotlib
+        except ImportError:
+            return
+        matplotlib.use("Agg")
+        modes.plot().figure.canvas.draw()
+
+    def test_input_errors(self):
+        y = record(200)
+        for records, options, fault, words in (
+            ([], {}, "tooFewSamples", "there is no record"),
+            ([y, [1, 2, 3]], {}, "tooFewSamples", "record 1: at least 8"),
+            ([y, np.where(np.arange(200) == 7, np.nan, y)], {}, "notFinite", "record 1: sample 7"),
+            ([y, y.astype(complex)], {}, "option", "record 1: some records are real and some complex"),
+            ([y, ["1"] * 9], {}, "samples", "record 1: y is text"),
+            (y, {}, "samples", "record 0: y must be a one-dimensional"),
+            ([y, y], {"t0": [1, 2, 3]}, "start", "t0 has 3 values for 2 records"),
+            ([y, y], {"dt": 0}, "spacing", "dt = 0.0"),
+            ([y, y], {"noise": -1}, "option", "noise = -1"),
+        ):
+            with self.subTest(words), self.assertRaisesRegex(tessel.InputError, words) as caught:
+                tessel.find_modes_jointly(records, **{"dt": 1, **options})
+            self.assertEqual(caught.exception.fault, fault)
+        with self.assertRaises(tessel.Stopped):
+            tessel.find_modes_jointly([y, y], 1, progress=lambda progress: False)
 
 
 class Progress(unittest.TestCase):
@@ -242,7 +307,7 @@ class Prony(unittest.TestCase):
 
 
 def load_tests(loader, tests, pattern):
-    for name in ("tessel", "tessel._modes", "tessel._prony", "tessel._samples"):
+    for name in ("tessel", "tessel._joint", "tessel._modes", "tessel._prony", "tessel._samples"):
         tests.addTests(doctest.DocTestSuite(importlib.import_module(name)))
     return tests
 

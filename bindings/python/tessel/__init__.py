@@ -12,19 +12,25 @@
 
 from ._core import __version__
 from ._errors import FitError, InputError, Stopped
+from ._joint import JointMode, JointModes, JointRecord, Residue, find_modes_jointly
 from ._modes import Mode, Modes, Progress, Remark, find_modes
 from ._prony import PronyFit, prony
 
 __all__ = [
     "FitError",
     "InputError",
+    "JointMode",
+    "JointModes",
+    "JointRecord",
     "Mode",
     "Modes",
     "Progress",
     "PronyFit",
     "Remark",
+    "Residue",
     "Stopped",
     "__version__",
     "find_modes",
+    "find_modes_jointly",
     "prony",
 ]

@@ -1,4 +1,4 @@
-"""The modes of a record."""
+"""The modes of a record, and what results of several have in common with them."""
 
 from __future__ import annotations
 
@@ -6,7 +6,7 @@ import math
 from collections.abc import Sequence
 from dataclasses import asdict, astuple, dataclass, fields
 from html import escape
-from typing import Any, Callable, NamedTuple, Optional, Union, overload
+from typing import Any, Callable, NamedTuple, Optional, TypeVar, Union, overload
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -52,22 +52,74 @@ class Progress(NamedTuple):
     part: float  #: of the record that is modelled, 0 to 1
 
 
-class _Column:
+class Column:
     """One quantity of all modes, as an array."""
 
     def __set_name__(self, owner: type, name: str) -> None:
         self.name = name
 
     @overload
-    def __get__(self, modes: None, owner: type) -> _Column: ...
+    def __get__(self, modes: None, owner: type) -> Column: ...
     @overload
-    def __get__(self, modes: Modes, owner: type) -> NDArray[Any]: ...
-    def __get__(self, modes: Optional[Modes], owner: type) -> Union[_Column, NDArray[Any]]:
+    def __get__(self, modes: Found[Any], owner: type) -> NDArray[Any]: ...
+    def __get__(self, modes: Optional[Found[Any]], owner: type) -> Union[Column, NDArray[Any]]:
         return self if modes is None else np.array([getattr(mode, self.name) for mode in modes])
 
 
+_M = TypeVar("_M")
+
+
+class Found(Sequence[_M]):
+    """What results of one record and of several have in common."""
+
+    modes: tuple[_M, ...]
+    remarks: tuple[Remark, ...]
+
+    def __len__(self) -> int:
+        return len(self.modes)
+
+    @overload
+    def __getitem__(self, index: int) -> _M: ...
+    @overload
+    def __getitem__(self, index: slice) -> tuple[_M, ...]: ...
+    def __getitem__(self, index: Union[int, slice]) -> Union[_M, tuple[_M, ...]]:
+        return self.modes[index]
+
+    def has(self, code: str) -> bool:
+        """Whether there is a remark with this code."""
+        return any(remark.code == code for remark in self.remarks)
+
+    @property
+    def long_enough(self) -> bool:
+        """Whether there are modes and the records are long enough for their decays."""
+        return len(self) > 0 and not self.has("recordTooShort")
+
+    def to_dict(self) -> dict[str, Any]:
+        """Plain numbers, strings, lists and dictionaries, with the names that `tessel-modes --json` uses."""
+        lists = {
+            name: [asdict(item) for item in value]
+            for name, value in vars(self).items()
+            if name in ("modes", "records", "remarks")
+        }
+        return {**vars(self), **lists, "band": list(vars(self)["band"])}
+
+    def _heading(self) -> str:
+        raise NotImplementedError
+
+    def _rows(self) -> list[list[str]]:
+        raise NotImplementedError
+
+    def __repr__(self) -> str:
+        lines = [self._heading(), *([table(self._rows())] if self.modes else [])]
+        return "\n".join(lines + [f"remark: {remark.text}" for remark in self.remarks])
+
+    def _repr_html_(self) -> str:
+        remarks = "".join(f"<li>{escape(remark.text)}</li>" for remark in self.remarks)
+        return f"<p>{self._heading()}</p>{html_table(self._rows())}<ul>{remarks}</ul>"
+
+
 @dataclass(frozen=True, eq=False, repr=False)
-class Modes(Sequence[Mode]):
+class Modes(Found[Mode]):
     """What `find_modes` found: a sequence of modes by rising frequency, and what stands beside them.
 
     The quantities of a mode are arrays here: `modes.frequency`, `modes.q_se` and so on.
@@ -84,37 +136,18 @@ class Modes(Sequence[Mode]):
     band: tuple[float, float]  #: lowest and highest frequency that were searched
     complex: bool  #: whether the record was
 
-    frequency = _Column()
-    frequency_se = _Column()
-    decay = _Column()
-    decay_se = _Column()
-    q = _Column()
-    q_se = _Column()
-    amplitude = _Column()
-    amplitude_se = _Column()
-    phase = _Column()
-    phase_se = _Column()
-    significance = _Column()
-    kind = _Column()
-
-    def __len__(self) -> int:
-        return len(self.modes)
-
-    @overload
-    def __getitem__(self, index: int) -> Mode: ...
-    @overload
-    def __getitem__(self, index: slice) -> tuple[Mode, ...]: ...
-    def __getitem__(self, index: Union[int, slice]) -> Union[Mode, tuple[Mode, ...]]:
-        return self.modes[index]
-
-    def has(self, code: str) -> bool:
-        """Whether there is a remark with this code."""
-        return any(remark.code == code for remark in self.remarks)
-
-    @property
-    def long_enough(self) -> bool:
-        """Whether there are modes and the record is long enough for their decays."""
-        return len(self) > 0 and not self.has("recordTooShort")
+    frequency = Column()
+    frequency_se = Column()
+    decay = Column()
+    decay_se = Column()
+    q = Column()
+    q_se = Column()
+    amplitude = Column()
+    amplitude_se = Column()
+    phase = Column()
+    phase_se = Column()
+    significance = Column()
+    kind = Column()
 
     def model(self, t: ArrayLike) -> NDArray[Any]:
         """The sum of the modes at times t, in the shape of t; complex if the record was."""
@@ -123,15 +156,6 @@ class Modes(Sequence[Mode]):
         for m in self:
             total += m.amplitude * np.exp(1j * m.phase + (2j * np.pi * m.frequency - m.decay) * u)
         return total if self.complex else total.real
-
-    def to_dict(self) -> dict[str, Any]:
-        """Plain numbers, strings, lists and dictionaries, with the names that `tessel-modes --json` uses."""
-        return {
-            **{key: value for key, value in vars(self).items() if key not in ("modes", "remarks")},
-            "band": list(self.band),
-            "modes": [asdict(mode) for mode in self],
-            "remarks": [asdict(remark) for remark in self.remarks],
-        }
 
     def to_records(self) -> NDArray[np.void]:
         """A structured array of NumPy, with a field for each quantity of a mode."""
@@ -158,23 +182,15 @@ class Modes(Sequence[Mode]):
         rows = [["frequency", "Q", "amplitude", "phase", "kind"]]
         for m in self:
             pairs = (m.frequency, m.frequency_se), (m.q, m.q_se), (m.amplitude, m.amplitude_se), (m.phase, m.phase_se)
-            rows.append([*(_short(*pair) for pair in pairs), m.kind])
+            rows.append([*(short(*pair) for pair in pairs), m.kind])
         return rows
 
     def _heading(self) -> str:
         count = f"{len(self) or 'no'} mode{'s' * (len(self) != 1)}"
         return f"{count}, amplitudes and phases at time {self.reference_time:g}, noise {self.noise:.3g}"
 
-    def __repr__(self) -> str:
-        lines = [self._heading(), *([table(self._rows())] if self.modes else [])]
-        return "\n".join(lines + [f"remark: {remark.text}" for remark in self.remarks])
 
-    def _repr_html_(self) -> str:
-        remarks = "".join(f"<li>{escape(remark.text)}</li>" for remark in self.remarks)
-        return f"<p>{self._heading()}</p>{html_table(self._rows())}<ul>{remarks}</ul>"
-
-
-def _short(value: float, error: float) -> str:
+def short(value: float, error: float) -> str:
     """A value with the two leading digits of its standard error in brackets: 1.503091026(12)e+09, 3.4(1.2)."""
     if not (math.isfinite(value) and math.isfinite(error) and 0 < error):
         return f"{value:.6g}"
@@ -197,6 +213,41 @@ def _count(name: str, value: Any) -> int:
     if count < 0:
         raise InputError(f"{name} is negative: {count}", "option")
     return min(count, 2**63 - 1)
+
+
+class Call:
+    """What the library is told, in its order; as a context, names the values that it finds fault with."""
+
+    def __init__(self, dt: float, t0: Any, band: Any, first: Any, noise: Any, max_modes: Any, progress: Any) -> None:
+        try:
+            low, high = (None, None) if band is None else band
+        except (TypeError, ValueError):
+            raise TypeError(f"band must be a pair of a lowest and a highest frequency, not {band!r}") from None
+        lowest, highest = (None if edge is None else number("band", edge) for edge in (low, high))
+        level = None if noise is None else number("noise", noise)
+        counts = (None if n is None else _count(name, n) for name, n in (("first", first), ("max_modes", max_modes)))
+        begin, most = counts
+
+        def listener(stage: str, modes: int, part: float) -> object:
+            return progress(Progress(stage, modes, part))
+
+        listen: Optional[Callable[[str, int, float], object]] = None if progress is None else listener
+        self.options = lowest, highest, begin, level, most, listen
+        self.arguments: dict[str, dict[str, object]] = {
+            "spacing": {"dt": dt},
+            "start": {"t0": t0},
+            "option": {"band": band, "first": first, "noise": noise, "max_modes": max_modes},
+        }
+
+    def __enter__(self) -> Call:
+        return self
+
+    def __exit__(self, kind: object, error: Optional[BaseException], trace: object) -> None:
+        if not isinstance(error, InputError):
+            return
+        given = self.arguments.get(error.fault, {})
+        values = ", ".join(f"{name} = {value}" for name, value in given.items() if value is not None)
+        raise InputError(f"{error}: {values}" if values else str(error), error.fault, error.index) from None
 
 
 def find_modes(
@@ -234,31 +285,9 @@ def find_modes(
     True
     """
     array = samples(y)
-    is_complex = array.dtype.kind == "c"
     dt, t0 = number("dt", dt), number("t0", t0)
-    try:
-        low, high = (None, None) if band is None else band
-    except (TypeError, ValueError):
-        raise TypeError(f"band must be a pair of a lowest and a highest frequency, not {band!r}") from None
-    lowest, highest = (None if edge is None else number("band", edge) for edge in (low, high))
-    level = None if noise is None else number("noise", noise)
-    begin, most = (None if n is None else _count(name, n) for name, n in (("first", first), ("max_modes", max_modes)))
-
-    def listener(stage: str, modes: int, part: float) -> object:
-        return progress is None or progress(Progress(stage, modes, part))
-
-    listen = None if progress is None else listener
-    try:
-        found = _core.find_modes(array, is_complex, dt, t0, lowest, highest, begin, level, most, listen)
-    except InputError as error:
-        arguments: dict[str, dict[str, object]] = {
-            "spacing": {"dt": dt},
-            "start": {"t0": t0},
-            "option": {"band": band, "first": first, "noise": noise, "max_modes": max_modes},
-        }
-        given = arguments.get(error.fault, {})
-        values = ", ".join(f"{name} = {value}" for name, value in given.items() if value is not None)
-        raise InputError(f"{error}: {values}" if values else str(error), error.fault, error.index) from None
+    with Call(dt, t0, band, first, noise, max_modes, progress) as call:
+        found = _core.find_modes(array, array.dtype.kind == "c", dt, t0, *call.options)
     found["modes"] = tuple(Mode(*mode) for mode in found["modes"])
     found["remarks"] = tuple(Remark(*remark) for remark in found["remarks"])
-    return Modes(**found, complex=is_complex)
+    return Modes(**found, complex=array.dtype.kind == "c")
