@@ -250,6 +250,8 @@ void add_common_remarks(const Input& input, const JointStage& joint, double spac
         own.kind = mode.kind;
     }
     single.reducedChiSquare = result.reducedChiSquare;
+    single.lowest = result.lowest;
+    single.highest = result.highest;
     Stage stage;
     stage.first = joint.from;
     stage.factor = joint.factor;

@@ -20,6 +20,28 @@ std::string number(double value)
     return text;
 }
 
+/// Whether a term was found outside the band: then it is the band that is empty, not the record.
+bool rings_outside(const Result& result, const Stage& stage, double spacing)
+{
+    const double scale = 2 * M_PI * static_cast<double>(stage.factor) * spacing;
+    for (const Term& term : stage.fit.terms) {
+        const double frequency = static_cast<double>(term.angle) / scale;
+        if (term.kind == Term::Kind::oscillating && (frequency < result.lowest || frequency > result.highest))
+            return true;
+    }
+    return false;
+}
+
+std::string nothing_rings(const Result& result, const Stage& stage, double spacing)
+{
+    if (!rings_outside(result, stage, spacing))
+        return "nothing rings in this record";
+    if (!(result.lowest < result.highest))
+        return "nothing rings in the band from " + number(result.lowest) + " on, but there are lines below";
+    return "nothing rings in the band from " + number(result.lowest) + " to " + number(result.highest) +
+           ", but there are lines outside";
+}
+
 } // namespace
 
 const char* name(Kind kind) noexcept
@@ -137,7 +159,7 @@ void add_remarks(Result& result, const Stage& stage, double start, double spacin
         }
     }
     if (result.modes.empty())
-        remark(result, RemarkCode::nothingRings, peak, "nothing rings in this record");
+        remark(result, RemarkCode::nothingRings, peak, nothing_rings(result, stage, spacing));
 }
 
 } // namespace tessel::modes

@@ -63,6 +63,7 @@ def gives_results_for_programs():
     rounded = "".join(f"{1e9 * t:.3f} {y:.9e}\n" for t, y in ringing(1000, 2.0123e-12)).encode()
     notes = json.loads(run("--json", "--time-unit", "ns", "-", given=rounded)[0])["notes"]
     assert any("times are rounded" in note for note in notes)
+    assert "* Nothing rings in the band from 8 GHz to 9 GHz, but there are lines outside." in run("--band", "8GHz:9GHz", "cavity.csv")[0]
     out, err, _ = run("-q", "cavity.dat")
     assert err == "" and out.startswith("cavity.dat, Ez: ") and "2.160 1" in out and "drive" not in out
     with tempfile.TemporaryDirectory() as folder:

@@ -69,8 +69,27 @@ TEST(Remarks, NothingRings)
     for (const std::vector<double>& y : {record({}, 3000, 1.0), pulse, step}) {
         const Result result = analyse(y, 0, 1);
         EXPECT_TRUE(result.modes.empty());
-        EXPECT_TRUE(result.has(RemarkCode::nothingRings));
+        ASSERT_TRUE(result.has(RemarkCode::nothingRings));
+        EXPECT_EQ(result.remarks.back().text, "nothing rings in this record");
     }
+}
+
+// Of a band without a line, in a record that has one.
+TEST(Remarks, NothingRingsInTheBand)
+{
+    const std::vector<double> y = record({{0.02, 1e-3, 1, 0.5}}, 2000, 1e-3);
+    const auto text = [](const auto& result) {
+        EXPECT_TRUE(result.modes.empty());
+        return result.has(RemarkCode::nothingRings) ? result.remarks.back().text : "";
+    };
+    Options options;
+    options.lowest = 0.1;
+    EXPECT_EQ(text(analyse(y, 0, 1, options)), "nothing rings in the band from 0.1 on, but there are lines below");
+    options.highest = 0.2;
+    const std::string band = "nothing rings in the band from 0.1 to 0.2, but there are lines outside";
+    EXPECT_EQ(text(analyse(y, 0, 1, options)), band);
+    EXPECT_EQ(text(analyseJointly({{y, 0}, {y, 5}}, 1, options)), band);
+    EXPECT_EQ(text(analyse(record({}, 2000, 1.0), 0, 1, options)), "nothing rings in this record");
 }
 
 TEST(Remarks, ConstantRecord)
