@@ -269,7 +269,7 @@ std::vector<std::string> remarks_of(const JointOutcome& joint)
         if (const auto named = record_in(remark.text); named && named->first < joint.records.size())
             texts.push_back(title_of(joint.records[named->first].record) + named->second + ".");
         else
-            texts.push_back(sentence(with_units(remark, joint.records.front().record.unit, frequencies)));
+            texts.push_back(sentence(remark, frequencies, joint.records.front().record.unit));
     }
     return texts;
 }

@@ -22,7 +22,7 @@ std::string sentence(std::string text)
     return text;
 }
 
-std::string with_units(const modes::Remark& remark, const TimeUnit& unit, const std::vector<double>& frequencies)
+std::string sentence(const modes::Remark& remark, const std::vector<double>& frequencies, const TimeUnit& unit)
 {
     std::vector<std::pair<double, std::string>> known;
     const auto add = [&](double value, const Scale& scale) {
@@ -47,7 +47,7 @@ std::string with_units(const modes::Remark& remark, const TimeUnit& unit, const 
                 }
         text += (text.empty() ? "" : " ") + word;
     }
-    return text;
+    return sentence(text);
 }
 
 std::vector<std::string> notes_of(const Outcome& outcome)
@@ -73,7 +73,7 @@ std::vector<std::string> remarks_of(const Outcome& outcome)
     for (const modes::Mode& mode : outcome.result->modes)
         frequencies.push_back(mode.frequency);
     for (const modes::Remark& remark : outcome.result->remarks)
-        texts.push_back(sentence(with_units(remark, outcome.record.unit, frequencies)));
+        texts.push_back(sentence(remark, frequencies, outcome.record.unit));
     return texts;
 }
 

@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tessel::app {
 
@@ -21,12 +22,11 @@ struct Outcome
     std::string error; ///< one line that names the file, if there is no result
 };
 
-/// A text as a sentence: with a capital letter and a full stop.
+/// A text with a capital and a full stop.
 std::string sentence(std::string text);
 
-/// The library's sentence. It knows no units: its numbers that are the given frequencies, or a time that the remark is
-/// about, get them.
-std::string with_units(const modes::Remark& remark, const TimeUnit& unit, const std::vector<double>& frequencies);
+/// The library's sentence. It knows no units: its numbers that are the given times or frequencies of modes get them.
+std::string sentence(const modes::Remark& remark, const std::vector<double>& frequencies, const TimeUnit& unit);
 
 /// What the reader has to say about a record with a result, as sentences.
 std::vector<std::string> notes_of(const Outcome& outcome);
