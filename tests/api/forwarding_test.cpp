@@ -1,6 +1,7 @@
 // Every argument of an operation reaches its routine: in its place, lengths behind all others and widened by zeros. The
 // routines of this program only note the words that arrive.
-#include "api/fdtd_calc_impl.h"
+#include "api/FDTDCalcAPI.h"
+#include "common/types.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +17,7 @@ using tessel::Integer;
 using tessel::Real;
 using Word = std::uintptr_t;
 
-internal::FDTDCalcImpl object;
+FDTDCalcAPI* const object = createFDTDCalcApi(); ///< for the life of the program
 Word cells[29];            ///< argument k points to cells[k], which holds what every operation accepts
 std::string routine;       ///< the last one that was called
 std::vector<Word> arrived; ///< its arguments
@@ -56,8 +57,8 @@ template <std::size_t... I>
 void call(int entry, const std::vector<Word>& words, std::index_sequence<I...>)
 {
     using Operation = void(void*, decltype(static_cast<void>(I), Word())...);
-    auto* const operation = reinterpret_cast<Operation*>((*reinterpret_cast<void***>(&object))[entry]);
-    operation(&object, words[I]...);
+    auto* const operation = reinterpret_cast<Operation*>((*reinterpret_cast<void***>(object))[entry]);
+    operation(object, words[I]...);
 }
 
 /// Calls an entry of the virtual table and compares what arrives. Arguments count from 1: `lengths` are those passed by
@@ -94,7 +95,7 @@ TEST(Forwarding, EveryArgumentReachesItsPlace)
     expect_forwarding(8, "zgesv_", 8);
     expect_forwarding(9, "dgesvd_", 16, {15, 16});
     const Integer seven = 7;
-    EXPECT_EQ(object.dpmpar(&seven), 7.0);
+    EXPECT_EQ(object->dpmpar(&seven), 7.0);
 }
 
 // A logical is true when its lowest bit is set, whatever the others; ARPACK itself takes 2 for true.
