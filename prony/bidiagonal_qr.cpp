@@ -13,19 +13,21 @@ namespace {
 /// QR steps that one singular value may take.
 constexpr Index kMaxQrSteps = 30;
 
-/// What the next turn of the iteration has to do with the block l..m of the bidiagonal matrix.
+/// What the next turn of the iteration has to do with the block first..m of the bidiagonal matrix.
 enum class Task
 {
     deflate,  ///< s(m) is negligible: chase e(m-1) out of column m
-    split,    ///< s(l-1) is negligible: chase e(l-1) out of row l-1
-    qr_step,  ///< nothing is negligible: one implicit-shift QR step
-    converged ///< e(m-1) is negligible: s(m) is a singular value
+    split,    ///< another s(k) is: chase e(k) out of row k
+    qrStep,   ///< nothing is: one implicit-shift QR step
+    converged ///< the block is s(m) alone, a singular value
 };
 
+/// What was found. Negligible are e(first-1), unless first is 1, and for the first two tasks s(zero).
 struct Turn
 {
     Task task;
-    Index l;
+    Index first;
+    Index zero;
 };
 
 /// Plane rotation with c f + s g = r, c g - s f = 0; f becomes r. The bits are those of the reference's DROTG, whose
@@ -58,48 +60,29 @@ void negate(const VectorColumns& columns, Index j)
         level1::scale(columns.rows, Complex(-1.0, 0.0), reinterpret_cast<Complex*>(column));
 }
 
-/// One iteration: the bidiagonal matrix and the columns of its vectors.
-class Iteration
+/// The bidiagonal matrix, the columns of its vectors, and what is to be done to these.
+struct Iteration
 {
-public:
-    Iteration(Index order_of_matrix, const Vector<Real>& diagonal, const Vector<Real>& superdiagonal,
-              const VectorColumns& left_columns, const VectorColumns& right_columns, const Vector<Real>& scratch)
-        : p(order_of_matrix),
-          s(diagonal),
-          e(superdiagonal),
-          order(scratch),
-          u(left_columns),
-          v(right_columns),
-          left(doubles(u), p),
-          right(doubles(v), p)
-    {}
+    Index p;
+    Vector<Real> s, e;
+    VectorColumns u, v;
+    Vector<Real> order; ///< column of the vectors of s(j) for j > m, with a minus if V's is to be negated
 
-    Index run()
-    {
-        const Index unfinished = iterate();
-        put_in_order(unfinished);
-        return unfinished;
-    }
-
-private:
-    Index iterate();
-    Turn classify(Index m);
-    void deflate(Index l, Index m);
-    void split(Index l, Index m);
-    void qr_step(Index l, Index m);
-    void accept(Index m);
-    void put_in_order(Index m);
+    RotationQueue left{doubles(u), p}, right{doubles(v), p}; ///< rotations of the columns of U and of V
 
     static DoubleColumns doubles(const VectorColumns& columns) { return {columns.a, columns.rows * columns.parts}; }
 
-    Index p;
-    Vector<Real> s, e;
-    Vector<Real> order; // column of the vectors of s(j) for j > m, with a minus if V's is to be negated
-    VectorColumns u, v;
-    RotationQueue left, right; // rotations of the columns of U and of V
+    Index iterate();
+    Turn classify(Index m) const;
+    void deflate(Index l, Index m);
+    void split(Index l, Index m);
+    void qr_step(Index l, Index m);
+    void accept(Index m) const;
+    void put_in_order(Index m);
 };
 
-/// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m.
+/// QR iteration on the real bidiagonal matrix, from its lower end up. The active part is 1..m. Returns 0, or the m at
+/// which a limit is met.
 Index Iteration::iterate()
 {
     Index steps = 0; // QR steps since the last convergence
@@ -111,16 +94,19 @@ Index Iteration::iterate()
     for (Index m = p; m > 0;) {
         if (steps >= kMaxQrSteps)
             return m;
-        const auto [task, l] = classify(m);
+        const auto [task, first, zero] = classify(m);
+        if (first > 1)
+            e(first - 1) = 0.0;
         switch (task) {
         case Task::deflate:
         case Task::split:
+            s(zero) = 0.0;
             if (chases_left-- == 0)
                 return m;
-            task == Task::deflate ? deflate(l, m) : split(l, m);
+            task == Task::deflate ? deflate(first, m) : split(zero + 1, m);
             break;
-        case Task::qr_step:
-            qr_step(l, m);
+        case Task::qrStep:
+            qr_step(first, m);
             ++steps;
             break;
         case Task::converged:
@@ -133,32 +119,24 @@ Index Iteration::iterate()
     return 0;
 }
 
-/// Finds the block l..m that the next turn works on, sets what is negligible there to zero and says what to do.
-/// Negligible is what does not change the sum of its neighbours; a NaN is never negligible.
-Turn Iteration::classify(Index m)
+/// Finds the block that ends at m and what the next turn has to do with it. Negligible is what does not change the sum
+/// of its neighbours; a NaN is never negligible.
+Turn Iteration::classify(Index m) const
 {
-    Index l = m - 1;
-    for (; l >= 1; --l) {
-        const Real neighbours = std::fabs(s(l)) + std::fabs(s(l + 1));
-        if (neighbours + std::fabs(e(l)) == neighbours) {
-            e(l) = 0.0;
-            break;
-        }
-    }
-    if (l == m - 1)
-        return {Task::converged, l};
-    ++l;
+    const auto is_negligible = [](Real value, Real neighbours) { return neighbours + std::fabs(value) == neighbours; };
 
-    for (Index ls = m; ls >= l; --ls) {
-        const Real neighbours = (ls != m ? std::fabs(e(ls)) : 0.0) + (ls != l ? std::fabs(e(ls - 1)) : 0.0);
-        if (neighbours + std::fabs(s(ls)) == neighbours) {
-            s(ls) = 0.0;
-            if (ls == m)
-                return {Task::deflate, l};
-            return {Task::split, ls + 1};
-        }
+    Index first = m;
+    while (first > 1 && !is_negligible(e(first - 1), std::fabs(s(first - 1)) + std::fabs(s(first))))
+        --first;
+    if (first == m)
+        return {Task::converged, first, 0};
+
+    for (Index k = m; k >= first; --k) {
+        const Real neighbours = (k != m ? std::fabs(e(k)) : 0.0) + (k != first ? std::fabs(e(k - 1)) : 0.0);
+        if (is_negligible(s(k), neighbours))
+            return {k == m ? Task::deflate : Task::split, first, k};
     }
-    return {Task::qr_step, l};
+    return {Task::qrStep, first, 0};
 }
 
 /// Chases e(m-1) up and out of column m, in which s(m) = 0.
@@ -244,7 +222,7 @@ void Iteration::qr_step(Index l, Index m)
 
 /// Makes the singular value s(m) positive and lets it sink to its place among those found before. No rotation to come
 /// touches their columns, so it is only noted which column belongs to a value.
-void Iteration::accept(Index m)
+void Iteration::accept(Index m) const
 {
     order(m) = static_cast<Real>(m);
     if (s(m) < 0.0) {
@@ -285,7 +263,10 @@ void Iteration::put_in_order(Index m)
 Index iterate_bidiagonal(Index p, const Vector<Real>& s, const Vector<Real>& e, const VectorColumns& u,
                          const VectorColumns& v, const Vector<Real>& order)
 {
-    return Iteration(p, s, e, u, v, order).run();
+    Iteration iteration{p, s, e, u, v, order};
+    const Index unfinished = iteration.iterate();
+    iteration.put_in_order(unfinished);
+    return unfinished;
 }
 
 } // namespace tessel

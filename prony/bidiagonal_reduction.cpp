@@ -13,51 +13,24 @@ namespace {
 
 using level1::is_zero;
 
+/// The matrix, what is made of it, and how far the work has come.
 template <class T>
-class Reduction
+struct Reduction
 {
-public:
-    Reduction(Index rows, Index columns, WantedVectors vectors, const Matrix<T>& matrix, const Matrix<T>& left_matrix,
-              const Matrix<T>& right_matrix, const Vector<T>& diagonal, const Vector<T>& superdiagonal,
-              const Vector<T>& scratch)
-        : n(rows),
-          p(columns),
-          wanted(vectors),
-          nct(std::min(n - 1, p)), // n >= p: at least p - 1
-          nrt(std::max<Index>(0, p - 2)),
-          x(matrix),
-          u(left_matrix),
-          v(right_matrix),
-          s(diagonal),
-          e(superdiagonal),
-          work(scratch)
-    {}
+    Index n, p; ///< rows and columns
+    WantedVectors wanted;
+    Matrix<T> x, u, v;
+    Vector<T> s, e, work;
 
-    bool run()
-    {
-        if (!reduce())
-            return false;
-        if (wanted.left > 0)
-            generate_left_vectors();
-        if (wanted.right)
-            generate_right_vectors();
-        return make_real();
-    }
+    Index nct = std::min(n - 1, p), nrt = std::max<Index>(0, p - 2); ///< numbers of column and of row reflections
+    bool row_update_pending = false; ///< the last row reflection is still to be applied to the rows below it
 
-private:
     bool reduce();
     bool reflect_column(Index l);
     bool reflect_row(Index l);
-    void generate_left_vectors();
-    void generate_right_vectors();
-    bool make_real();
-
-    Index n, p; // rows and columns
-    WantedVectors wanted;
-    Index nct, nrt; // numbers of column and of row reflections
-    Matrix<T> x, u, v;
-    Vector<T> s, e, work;
-    bool row_update_pending = false; // the last row reflection is still to be applied to the rows below it
+    void generate_left_vectors() const;
+    void generate_right_vectors() const;
+    bool make_real() const;
 };
 
 /// Whether a complex quotient with the divisor z could have a part that is no number where the real quotient has none:
@@ -251,7 +224,7 @@ void make_unit_column(const Matrix<T>& q, Index rows, Index j)
 }
 
 template <class T>
-void Reduction<T>::generate_left_vectors()
+void Reduction<T>::generate_left_vectors() const
 {
     const auto reflects = [this](Index l) { return !is_zero(s(l)); };
     multiply_reflections(u, n, wanted.left, 0, nct, reflects, [&](Index j) {
@@ -264,7 +237,7 @@ void Reduction<T>::generate_left_vectors()
 }
 
 template <class T>
-void Reduction<T>::generate_right_vectors()
+void Reduction<T>::generate_right_vectors() const
 {
     multiply_reflections(
         v, p, p, 1, nrt, [this](Index l) { return !is_zero(e(l)); }, [this](Index j) { make_unit_column(v, p, j); });
@@ -272,7 +245,7 @@ void Reduction<T>::generate_right_vectors()
 
 /// Moves the phases of s and e into the columns of U and V.
 template <class T>
-bool Reduction<T>::make_real()
+bool Reduction<T>::make_real() const
 {
     for (Index i = 1; i <= p; ++i) {
         if (!is_zero(s(i))) {
@@ -308,7 +281,14 @@ template <class T>
 bool reduce_to_bidiagonal(Index n, Index p, WantedVectors wanted, const Matrix<T>& x, const Matrix<T>& u,
                           const Matrix<T>& v, const Vector<T>& s, const Vector<T>& e, const Vector<T>& work)
 {
-    return Reduction<T>(n, p, wanted, x, u, v, s, e, work).run();
+    Reduction<T> reduction{n, p, wanted, x, u, v, s, e, work};
+    if (!reduction.reduce())
+        return false;
+    if (wanted.left > 0)
+        reduction.generate_left_vectors();
+    if (wanted.right)
+        reduction.generate_right_vectors();
+    return reduction.make_real();
 }
 
 template bool reduce_to_bidiagonal(Index, Index, WantedVectors, const Matrix<Real>&, const Matrix<Real>&,
