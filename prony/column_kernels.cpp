@@ -522,7 +522,7 @@ TESSEL_INLINE Index rotate_rows(Index row, Index n, double* last, Index stride, 
 }
 
 template <int count>
-void front(Index n, double* last, Index stride, const Rotation* rotation)
+void wavefront(Index n, double* last, Index stride, const Rotation* rotation)
 {
     Index row = rotate_rows<count, Widest>(0, n, last, stride, rotation);
     row = rotate_rows<count, Vector2>(row, n, last, stride, rotation);
@@ -531,7 +531,8 @@ void front(Index n, double* last, Index stride, const Rotation* rotation)
 
 } // namespace
 
-extern const Kernels TESSEL_KERNELS = {
-    kColumnKernels<RealElements>, kColumnKernels<ComplexElements>, {front<1>, front<2>, front<3>, front<4>}};
+extern const Kernels TESSEL_KERNELS = {kColumnKernels<RealElements>,
+                                       kColumnKernels<ComplexElements>,
+                                       {wavefront<1>, wavefront<2>, wavefront<3>, wavefront<4>}};
 
 } // namespace tessel

@@ -17,8 +17,8 @@ struct Rotation
     double c, s;
 };
 
-/// Most rotations of one front.
-constexpr std::ptrdiff_t kMaxFront = 4;
+/// Most rotations of one wavefront.
+constexpr std::ptrdiff_t kMaxWavefront = 4;
 
 /// Operations on `columns` columns y(0), y(1), ... of `rows` elements, column j + 1 `ld` elements behind column j. An
 /// element is one double, or two if it is complex; coefficients, sums, w and h are arrays of such elements. Columns
@@ -50,10 +50,10 @@ struct Kernels
 {
     ColumnKernels real, complex;
 
-    /// front[count - 1] applies `count` rotations, one after the other: rotation[i] to x = column k - i and
+    /// wavefront[count - 1] applies `count` rotations, one after the other: rotation[i] to x = column k - i and
     /// y = column k - i + 1. `last` is column k + 1, of n doubles; column j starts `stride` doubles behind column
     /// j - 1. Every column is loaded and stored once.
-    void (*front[kMaxFront])(std::ptrdiff_t n, double* last, std::ptrdiff_t stride, const Rotation* rotation);
+    void (*wavefront[kMaxWavefront])(std::ptrdiff_t n, double* last, std::ptrdiff_t stride, const Rotation* rotation);
 };
 
 extern const Kernels kBaselineKernels;

@@ -7,14 +7,14 @@ namespace tessel {
 RotationQueue::RotationQueue(const DoubleColumns& columns, Index count) : columns_(columns), row_(columns.length + 1)
 {
     const auto fits = [count](Index depth, Index batches) { return batches * depth * (count + depth) <= kCapacity; };
-    depth_ = count < kDeferredFrom ? 0 : kMaxFront;
+    depth_ = count < kDeferredFrom ? 0 : kMaxWavefront;
     while (depth_ > 0 && !fits(depth_, 1))
         --depth_;
     overlapped_ = depth_ > 0 && fits(depth_, 2);
     made_.rotation = rotation_;
     applied_.rotation = rotation_ + (overlapped_ ? kCapacity / 2 : 0);
-    // A slice of the rows for each sweep but one: the front is through when the next batch is there.
-    slice_ = (columns.length / (kMaxFront - 1) + 8) / 8 * 8;
+    // A slice of the rows for each sweep but one: the wavefront is through when the next batch is there.
+    slice_ = (columns.length / (kMaxWavefront - 1) + 8) / 8 * 8;
 }
 
 void RotationQueue::hand_over()
@@ -42,7 +42,7 @@ void RotationQueue::advance()
     const Index stride = columns_.a.leading_dimension();
     const Rotation* const rotation = applied_.rotation + (position_ - 1) * depth_;
     const auto apply = [&](Index i, Index count) {
-        kernels().front[count - 1](rows, columns_.a.from(row_, position_ - i + 1), stride, rotation + i);
+        kernels().wavefront[count - 1](rows, columns_.a.from(row_, position_ - i + 1), stride, rotation + i);
     };
 
     if (position_ >= full_begin_ && position_ < full_end_) {

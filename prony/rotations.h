@@ -1,16 +1,16 @@
 /// Sequences of plane rotations, applied to the columns of a matrix.
 ///
 /// A QR step rotates columns k, k+1 for k = first, first+1, ...: a sweep. A few sweeps are kept and applied together by
-/// a diagonal front that passes once through the columns, sweep i staying i columns behind the first, so that a column
-/// is loaded and stored once for all of them. Element by element the result has the bits of the rotations done one
-/// after the other, each
+/// a diagonal wavefront that passes once through the columns, sweep i staying i columns behind the first, so that a
+/// column is loaded and stored once for all of them. Element by element the result has the bits of the rotations done
+/// one after the other, each
 ///
 ///     x := c x + s y,   y := c y - s x,
 ///
 /// with two products and one sum, nothing fused; the order between rotations of different columns does not matter.
 ///
 /// The rotations of a sweep come from a recurrence, each from the one before, which leaves the vector units idle. So
-/// the work is done while the next sweeps are made: with each rotation that is handed in, the front of the sweeps
+/// the work is done while the next sweeps are made: with each rotation that is handed in, the wavefront of the sweeps
 /// before moves on by one column.
 ///
 /// Source: F. G. Van Zee, R. A. van de Geijn, G. Quintana-Orti, ACM TOMS 40 (2014) 18.
@@ -34,7 +34,7 @@ inline void rotate_columns(const DoubleColumns& columns, Index i, Index j, Rotat
 {
     Real* const x = columns.a.from(1, i);
     Real* const y = columns.a.from(1, j);
-    kernels().front[0](columns.length, y, y - x, &rotation);
+    kernels().wavefront[0](columns.length, y, y - x, &rotation);
 }
 
 /// The rotations of adjacent columns of one matrix. Columns that are used in another way must be flushed before.
@@ -72,13 +72,14 @@ private:
     static constexpr Index kDeferredFrom = 24;
     static constexpr Index kCapacity = 4096; // 64 KiB: two queues and all else fit a stack of 256 KiB
 
-    /// Sweeps that are applied together. Rotation k of sweep i lies where the front finds those of one position side
-    /// by side: position k + i, place i.
+    /// Sweeps that are applied together. Rotation k of sweep i lies where the wavefront finds those of one position
+    /// side by side: position k + i, place i.
     struct Batch
     {
         Rotation* rotation;
         Index sweeps = 0;
-        Index begins[kMaxFront], ends[kMaxFront]; ///< positions of the first rotation of a sweep and behind its last
+        Index begins[kMaxWavefront],
+            ends[kMaxWavefront]; ///< positions of the first rotation of a sweep and behind its last
 
         void begin(Index first)
         {
@@ -101,9 +102,9 @@ private:
     Index depth_;     // sweeps in a batch; 0: every rotation is applied at once
     bool overlapped_; // whether there is room for a batch that is made and one that is applied
     Batch made_, applied_;
-    Index row_, slice_;                   // the rows that the front works on: row_ is behind the last when all is done
-    Index position_ = 0;                  // of the front
-    Index begin_ = 0, end_ = 0;           // where it begins and ends
+    Index row_, slice_;         // the rows that the wavefront works on: row_ is behind the last when all is done
+    Index position_ = 0;        // of the wavefront
+    Index begin_ = 0, end_ = 0; // where it begins and ends
     Index full_begin_ = 0, full_end_ = 0; // where all sweeps take part
     alignas(64) Rotation rotation_[kCapacity];
 };
