@@ -81,7 +81,7 @@ inline void solve_quadratic(Complex& b, Complex& c) noexcept
 // last step adds the leading coefficient. That gives p(z) / z^n.
 
 /// Sum of a polynomial's terms.
-struct TermSum
+struct HornerSum
 {
     Vector<const Complex> a;
     Complex x, value;
@@ -92,7 +92,7 @@ struct TermSum
 
 /// Sum of the sizes of the terms, in the precision of T.
 template <class T>
-struct SizeSum
+struct HornerSizeSum
 {
     Vector<const Complex> a;
     T x, value;
@@ -102,7 +102,7 @@ struct SizeSum
 };
 
 /// Sum of weights that stand in the real parts of w.
-struct WeightSum
+struct HornerWeightSum
 {
     Vector<const Complex> w;
     Real x, value;
@@ -112,14 +112,14 @@ struct WeightSum
 };
 
 template <class... Sum>
-void take_upwards(Index first, Index n, Sum&... sums) noexcept
+void horner_upwards(Index first, Index n, Sum&... sums) noexcept
 {
     for (Index k = first; k <= n; ++k)
         (sums.take(k), ...);
 }
 
 template <class... Sum>
-void take_downwards(Index n, Sum&... sums) noexcept
+void horner_downwards(Index n, Sum&... sums) noexcept
 {
     for (Index k = n; k >= 1; --k)
         (sums.take(k), ...);
@@ -130,13 +130,13 @@ template <class T>
 T circle_bound(const Complex* a, Index n, T r) noexcept
 {
     if (r > T(1)) {
-        SizeSum<T> sum{Vector(a), T(1) / r, T(0)};
-        take_upwards(1, n, sum);
+        HornerSizeSum<T> sum{Vector(a), T(1) / r, T(0)};
+        horner_upwards(1, n, sum);
         sum.add(1.0);
         return sum.value;
     }
-    SizeSum<T> sum{Vector(a), r, T(1)};
-    take_downwards(n, sum);
+    HornerSizeSum<T> sum{Vector(a), r, T(1)};
+    horner_downwards(n, sum);
     return sum.value;
 }
 

@@ -15,41 +15,35 @@ inline void copy_padded(std::string_view text, char* target, CharLen length) noe
 {
     if (length <= 0)
         return;
-    const auto room = static_cast<std::size_t>(length);
-    const std::size_t kept = std::min(text.size(), room);
+    const auto size = static_cast<std::size_t>(length);
+    const std::size_t kept = std::min(text.size(), size);
     std::memcpy(target, text.data(), kept);
-    std::memset(target + kept, ' ', room - kept);
+    std::memset(target + kept, ' ', size - kept);
 }
 
-/// Whether a routine that was called has failed: only the lowest bit of its flag counts.
-inline bool has_failed(Integer flag) noexcept
+/// The status pair of one call. Nothing is written until the outcome is known. A routine that calls others gives them
+/// the members.
+struct Status
 {
-    return (flag & 1) != 0;
-}
-
-/// The status pair of one call. Nothing is written until the outcome is known.
-class Status
-{
-public:
-    Status(Integer& flag, char* message, CharLen length) noexcept : flag_(flag), message_(message), length_(length) {}
+    Integer& flag;
+    char* message;
+    CharLen length; ///< of the message
 
     void fail(std::string_view text) const noexcept
     {
-        flag_ = -1;
-        copy_padded(text, message_, length_);
+        flag = -1;
+        copy_padded(text, message, length);
     }
 
     /// Flag 0 and a message of blanks.
     void succeed() const noexcept
     {
-        flag_ = 0;
-        copy_padded(" ", message_, length_);
+        flag = 0;
+        copy_padded(" ", message, length);
     }
 
-private:
-    Integer& flag_;
-    char* message_;
-    CharLen length_;
+    /// Whether a routine that was given this status has failed: only the lowest bit of a flag counts.
+    bool has_failed() const noexcept { return (flag & 1) != 0; }
 };
 
 } // namespace tessel

@@ -29,7 +29,7 @@ extern "C" void ADAPTIVE_PRONY(const Integer& N, const Integer& NDIM, const Comp
                                Complex* RESIDUE, Complex* POLE, Integer& ErrorFlag, char* ErrorMessage,
                                CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Integer n = N, ndim = NDIM, mmin = MMIN, mmax = MMAX;
     const Real dt = DT;
     const Real tolerance[kMeasures] = {TOL_L2, TOL_RMS, TOL_PEAK, TOL_RMS_MEAN, TOL_PEAK_MEAN};
@@ -45,7 +45,7 @@ extern "C" void ADAPTIVE_PRONY(const Integer& N, const Integer& NDIM, const Comp
         M = order;
         LEASTSQ_PRONY_SVD(&n, &ndim, Y, &dt, &order, &mmax, RESIDUE, POLE, &measure[0], &measure[1], &measure[2],
                           &measure[3], &measure[4], &ErrorFlag, ErrorMessage, ErrorMessageLength);
-        if (has_failed(ErrorFlag))
+        if (status.has_failed())
             return;
         if (good_enough(measure, tolerance))
             return status.succeed();

@@ -152,7 +152,7 @@ extern "C" void SLATEC_CSVDC(const Integer& JOB, const Integer& N, const Integer
                              Complex* E, Integer& INFO, Integer& ErrorFlag, char* ErrorMessage,
                              CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Index job = JOB, n = N, p = P;
     const Matrix<Complex> x(X, LDX), u(U, LDU), v(V, LDV);
 

@@ -5,7 +5,7 @@
 #include "common/status.h"
 #include "common/views.h"
 #include "common/work_storage.h"
-#include "prony/circle_transform.h"
+#include "prony/fourier_transform.h"
 
 #include <algorithm>
 #include <bit>
@@ -59,17 +59,18 @@ struct Values
     Complex p, h;
 };
 
-/// The values at a point. Further sums over the coefficients of p may ride along, in the loop that waits anyway.
+/// The values at a point. Further sums over the coefficients of p go through
+/// the same loop, which waits for the latency of its recurrences.
 template <class... Sum>
 Values evaluate(const Complex* p, const Complex* h, Index n, const Point& at, Sum&... sums)
 {
-    TermSum ps{Vector(p), at.x, at.outside ? 0.0 : 1.0}, hs{Vector(h), at.x, 0.0};
+    HornerSum ps{Vector(p), at.x, at.outside ? 0.0 : 1.0}, hs{Vector(h), at.x, 0.0};
     if (at.outside) {
-        take_upwards(1, n, ps, hs, sums...);
+        horner_upwards(1, n, ps, hs, sums...);
         ps.add(1.0);
         (sums.add(1.0), ...);
     } else {
-        take_downwards(n, ps, hs, sums...);
+        horner_downwards(n, ps, hs, sums...);
     }
     return {ps.value, hs.value};
 }
@@ -79,7 +80,7 @@ Values evaluate(const Complex* p, const Complex* h, Index n, const Point& at, Su
 Complex divide_downwards(Vector<const Complex> p, Vector<Complex> h, Index n, const Point& at, const Values& values)
 {
     const Complex t = divide_extended(values.p, values.h);
-    TermSum sum{Vector<const Complex>(h.from(1)), at.s, 0.0};
+    HornerSum sum{Vector<const Complex>(h.from(1)), at.s, 0.0};
     Complex b = 1.0;
     for (Index k = n; k >= 2; --k) {
         const Complex c = p(k) - multiply(t, h(k));
@@ -97,7 +98,7 @@ Complex divide_downwards(Vector<const Complex> p, Vector<Complex> h, Index n, co
 Complex divide_upwards(Vector<const Complex> p, Vector<Complex> h, Index n, const Point& at, const Values& values)
 {
     const Complex w = at.x, tw = divide_extended(values.p, values.h);
-    TermSum sum{Vector<const Complex>(h.from(1)), w, 0.0};
+    HornerSum sum{Vector<const Complex>(h.from(1)), w, 0.0};
     Complex b = 0.0;
     for (Index k = 1; k < n; ++k) {
         b = multiply(w, b - p(k)) + multiply(tw, h(k));
@@ -147,32 +148,32 @@ void deflate(Vector<Complex> p, Index n, const Complex& s)
     p(n) = s;
 }
 
-/// The storage of one call, cut from one block.
-class Work
+/// The work arrays of a call, for a polynomial of degree n and circles of `most` samples.
+struct SearchArrays
 {
-public:
-    explicit Work(Index n) noexcept
-        : degree_(n), samples_(most_samples(n)), block_(static_cast<std::size_t>(4 * n + 2 + samples_ + samples_ / 2))
-    {}
+    WorkArena& arena;
+    Index n, most;
 
-    explicit operator bool() const noexcept { return static_cast<bool>(block_); }
-    Complex* h() const noexcept { return block_.data(); }
-    Complex* saved() const noexcept { return h() + degree_; }
-    Complex* mantissas() const noexcept { return saved() + degree_; }
-    Complex* samples() const noexcept { return mantissas() + degree_ + 1; }
-    Complex* transform_table() const noexcept { return samples() + samples_; }
-    Real* exponents() const noexcept { return reinterpret_cast<Real*>(transform_table() + samples_ / 2); }
+    Complex* h = arena.take(n);
+    Complex* saved = arena.take(n);                                   ///< H behind the last no-shift stage
+    Complex* mantissas = arena.take(n + 1);                           ///< of the terms of p on a circle
+    Real* exponents = reinterpret_cast<Real*>(arena.take(n / 2 + 1)); ///< the same, n + 1
+    Complex* samples = arena.take(most);
+    Complex* roots = arena.take(most / 2); ///< table of the Fourier transform
 
-private:
-    Index degree_, samples_;
-    WorkArray<Complex> block_;
+    /// No fewer elements than the arrays take.
+    static std::size_t extent(Index n, Index most)
+    {
+        constexpr Index padding = 6 * WorkArena::kLine;
+        return static_cast<std::size_t>(4 * n + most + most / 2 + padding);
+    }
 };
 
 /// The search for one zero of p, of degree n >= 3 and with a constant term that is not zero.
 class Search
 {
 public:
-    Search(const Complex* p, Index n, const Work& work, CircleTransform& transform, Complex& turn)
+    Search(const Complex* p, Index n, const SearchArrays& work, FourierTransform& transform, Complex& turn)
         : p_(p), n_(n), work_(work), transform_(transform), turn_(turn), tolerance_(static_cast<Real>(n) * kEpsilon)
     {}
 
@@ -187,11 +188,11 @@ public:
             no_shift_stage();
             const Point shift(smallest_on_circle(samples));
             switch (variable_shift_stage(shift, fixed_shift_stage(shift))) {
-            case Outcome::kFound:
+            case Outcome::found:
                 return zero_;
-            case Outcome::kFailed:
+            case Outcome::failed:
                 return std::nullopt;
-            case Outcome::kRestart:
+            case Outcome::restart:
                 break;
             }
         }
@@ -201,16 +202,16 @@ public:
 private:
     enum class Outcome
     {
-        kFound,
-        kRestart,
-        kFailed
+        found,
+        restart,
+        failed
     };
 
     /// H := p' / n, radius := |p(0)|^(1/n), the geometric mean of the moduli of the zeros. False if p is not finite.
     bool set_up()
     {
         const Vector<const Complex> p(p_);
-        const Vector<Complex> h(work_.saved());
+        const Vector<Complex> h(work_.saved);
         const Extended inverse_degree = 1.0L / static_cast<Extended>(n_);
         for (Index k = 1; k < n_; ++k) {
             const Extended factor = static_cast<Extended>(k) * inverse_degree;
@@ -223,7 +224,7 @@ private:
     }
 
     /// Steps H := (p - p(0)/H(0) H) / z: 10 in the first pass, and in every other as many as brings the count of the
-    /// search to twice what it was. The small zeros come to the fore in H, and every step bounds their size:
+    /// search to twice what it was. The small zeros come to dominate H, and every step bounds their size:
     ///
     ///     g_k = g_(k-1)^(1-1/k) |p(0)/H_k(0)|^(1/k),    radius <= g_k n^(1/k).
     ///
@@ -231,7 +232,7 @@ private:
     void no_shift_stage()
     {
         const Vector<const Complex> p(p_);
-        const Vector<Complex> h(work_.saved());
+        const Vector<Complex> h(work_.saved);
         const Real log_degree = logarithm(static_cast<Real>(n_));
         const Index end = next_step_ + steps_;
         for (Index k = next_step_; k < end; ++k) {
@@ -252,7 +253,7 @@ private:
             h(n_) = 1.0;
         }
         next_step_ = steps_ = end;
-        std::copy_n(work_.saved(), n_, work_.h());
+        std::copy_n(work_.saved, n_, work_.h);
     }
 
     /// The point of the circle, of m equally spaced ones, at which p is smallest; the later one if two are.
@@ -261,7 +262,7 @@ private:
         radius_ = exponential(log_radius_);
         radius_bound_ = tolerance_ * circle_bound<Extended>(p_, n_, radius_);
         const Complex start = multiply(radius_, turn_);
-        Complex* const sample = work_.samples();
+        Complex* const sample = work_.samples;
         fold_terms(start, sample, m);
         transform_(sample, m);
 
@@ -272,7 +273,7 @@ private:
             const Real candidate = abs1(sample[place]);
             if (candidate > size)
                 continue;
-            const Index k = CircleTransform::bit_reversed(place, m);
+            const Index k = FourierTransform::bit_reversed(place, m);
             if (candidate < size || (candidate == size && k > smallest)) { // the later of equal samples wins
                 size = candidate;
                 smallest = k;
@@ -290,8 +291,8 @@ private:
     /// mantissas and exponents are kept apart until the largest exponent is known.
     void fold_terms(const Complex& start, Complex* sample, Index m)
     {
-        const Table<Complex> mantissa(work_.mantissas());
-        const Table<Real> exponent(work_.exponents());
+        const Table<Complex> mantissa(work_.mantissas);
+        const Table<Real> exponent(work_.exponents);
         const Scaled factor = scale(start, kBase, kInverseBase);
         Scaled power{1.0, 0.0};
         Real largest = -std::numeric_limits<Real>::infinity();
@@ -314,9 +315,9 @@ private:
     /// Five H-steps at the same shift. Returns the values there.
     Values fixed_shift_stage(const Point& shift)
     {
-        Values values = evaluate(p_, work_.h(), n_, shift);
+        Values values = evaluate(p_, work_.h, n_, shift);
         for (Index step = 1; step <= kFixedSteps; ++step)
-            values.h = h_step(p_, work_.h(), n_, shift, values);
+            values.h = h_step(p_, work_.h, n_, shift, values);
         return values;
     }
 
@@ -326,33 +327,33 @@ private:
         Real last = 0.0, before_last = 0.0; // step lengths
         Index stalled = 0;                  // how many in succession were zero
         for (Index step = 1; step <= kVariableSteps; ++step) {
-            values.h = h_step(p_, work_.h(), n_, at, values);
+            values.h = h_step(p_, work_.h, n_, at, values);
             if (abs1(values.h) == 0.0)
-                return Outcome::kRestart;
+                return Outcome::restart;
             const Complex quotient = divide_extended(values.p, values.h);
             const Point next(at.s - (at.outside ? multiply(at.s, quotient) : quotient));
             const Real length = abs1(next.s - at.s);
             stalled = length == 0.0 ? stalled + 1 : 0;
             if (std::isnan(length) || stalled == kStalledSteps)
-                return Outcome::kFailed;
+                return Outcome::failed;
 
-            SizeSum<Extended> bound{Vector(p_), next.radius, 1.0L};
+            HornerSizeSum<Extended> bound{Vector(p_), next.radius, 1.0L};
             if (next.outside)
                 bound = {Vector(p_), 1.0L / next.radius, 0.0L};
-            values = evaluate(p_, work_.h(), n_, next, bound);
+            values = evaluate(p_, work_.h, n_, next, bound);
             if (is_zero(next, abs1(values.p), bound.value)) {
                 zero_ = next.s;
-                return Outcome::kFound;
+                return Outcome::found;
             }
 
             const Real recent = last + before_last;
             if ((step >= 3 && 0.5 * length > recent) || (step >= 5 && 4.0 * length > recent))
-                return Outcome::kRestart;
+                return Outcome::restart;
             before_last = last;
             last = length;
             at = next;
         }
-        return Outcome::kFailed;
+        return Outcome::failed;
     }
 
     /// Whether |p(s)| is no more than rounding may have made of zero. Outside the unit circle size and bound are those
@@ -371,8 +372,8 @@ private:
 
     const Complex* p_;
     Index n_;
-    const Work& work_;
-    CircleTransform& transform_;
+    const SearchArrays& work_;
+    FourierTransform& transform_;
     Complex& turn_; // where the circle's samples start; goes on turning from search to search
     Real tolerance_;
 
@@ -389,7 +390,7 @@ private:
 extern "C" void NAPACK_CZERO(Complex* Z, const Complex* Coef, const Integer& N, Complex* W, Integer& ErrorFlag,
                              char* ErrorMessage, CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Index degree = N;
     const Vector<Complex> z(Z);
 
@@ -403,10 +404,12 @@ extern "C" void NAPACK_CZERO(Complex* Z, const Complex* Coef, const Integer& N, 
     std::copy_n(Coef, degree, Z);
     Index n = remove_zeros_at_origin(z, degree);
     if (n > 2) {
-        const Work work(n);
-        if (!work)
+        const Index most = most_samples(n);
+        WorkArena arena(SearchArrays::extent(n, most));
+        if (!arena)
             return status.fail("Sub NAPACK_CZERO: work storage not available !");
-        CircleTransform transform(work.transform_table());
+        const SearchArrays work{arena, n, most};
+        FourierTransform transform(work.roots);
         Complex turn = 1.0;
         while (n > 2) {
             const std::optional<Complex> zero = Search(Z, n, work, transform, turn).find();

@@ -1,4 +1,4 @@
-/// Values of a polynomial on the unit circle, by a fast transform.
+/// Values of a polynomial on the unit circle, by a fast Fourier transform.
 #pragma once
 
 #include "common/complex_ops.h"
@@ -18,11 +18,11 @@ namespace tessel {
 /// The table of the constants c of a length is the beginning of that of twice the length: it only ever grows.
 ///
 /// @par Source  C. M. Fiduccia, Polynomial evaluation via the division algorithm, Proc. 4th ACM STOC (1972) 88.
-class CircleTransform
+class FourierTransform
 {
 public:
-    /// `table` has room for half of the largest length, at least 2.
-    explicit CircleTransform(Complex* table) noexcept : c_(table)
+    /// `table` holds half as many elements as the largest length, and at least 2.
+    explicit FourierTransform(Complex* table) noexcept : c_(table)
     {
         c_[0] = 1.0;
         c_[1] = stage_root_;

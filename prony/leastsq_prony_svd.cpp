@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -25,97 +26,51 @@ constexpr Integer kSvdJob = 21; // the first P left singular vectors, and the ri
 constexpr Index kPasses = 3;
 constexpr Real kSvTol[kPasses] = {5e-17, 2.23e-16, 1e-15};
 
-/// Where every routine of a fit puts its status.
-struct Call
+/// A leading dimension for so many rows: whole cache lines, since a column of a matrix, too, starts on one. Columns
+/// that are a multiple of 4096 bytes apart would all fall into the same sets of the cache.
+std::size_t leading_dimension(std::size_t rows)
 {
-    Integer& flag;
-    char* message;
-    CharLen message_length;
-};
+    const std::size_t ld = WorkArena::padded(rows);
+    return ld % (4096 / sizeof(Complex)) == 0 ? ld + WorkArena::kLine : ld;
+}
 
-/// The work arrays of a fit of n samples and m exponentials, in one block. The block is sized by the declared lengths;
-/// the arrays stand close together in it, so that no more pages are touched than the fit needs. Every array and every
-/// column of a matrix starts at a line of the cache, which the operations on columns are faster for.
-class WorkStorage
+/// No fewer elements than the arrays of a fit of ndim samples and mmax exponentials take. At most about 3 (2^31)^2,
+/// which is representable; the size in bytes may not be.
+std::size_t work_extent(std::size_t ndim, std::size_t mmax)
 {
-    static constexpr std::size_t kLine = 64 / sizeof(Complex); // a line of the cache, in elements
+    const std::size_t rows = leading_dimension(ndim), columns = leading_dimension(mmax + 1);
+    return 2 * rows * mmax + columns * mmax + 4 * rows + 8 * columns;
+}
 
-    static constexpr std::size_t lines(std::size_t count) { return (count + kLine - 1) / kLine * kLine; }
+/// A matrix in the arena.
+Matrix<Complex> take_matrix(WorkArena& arena, Index rows, Index columns)
+{
+    constexpr std::size_t most = std::numeric_limits<Integer>::max(); // that a leading dimension can be
+    const auto ld = static_cast<Index>(std::min(leading_dimension(static_cast<std::size_t>(rows)), most));
+    return {arena.take(ld * columns), ld};
+}
 
-    static std::size_t extent(std::size_t ndim, std::size_t mmax)
-    {
-        // At most 3 (2^31)^2 and some: representable. What it takes in bytes is for the allocation to refuse.
-        const std::size_t rows = leading_dimension(ndim), columns = leading_dimension(mmax + 1);
-        return 2 * rows * mmax + columns * mmax + 4 * rows + 8 * columns + kLine;
-    }
+/// The work arrays of a fit of n samples and m exponentials. The arena is sized by the declared lengths; the arrays
+/// stand close together in it, so that no more pages are touched than the fit needs.
+struct FitArrays
+{
+    WorkArena& arena;
+    Index n, m;
 
-    WorkArray<Complex> block;
-    Complex* next = align(block.data());
-
-    static Complex* align(Complex* first)
-    {
-        const auto address = reinterpret_cast<std::uintptr_t>(first); // a multiple of the size of an element
-        return first == nullptr ? nullptr : first + (lines(address / sizeof(Complex)) - address / sizeof(Complex));
-    }
-
-    Complex* take(Index count)
-    {
-        Complex* const first = next;
-        if (next != nullptr)
-            next += lines(static_cast<std::size_t>(count));
-        return first;
-    }
-
-    /// A leading dimension for so many rows. Columns that are a multiple of 4096 bytes apart would all fall into the
-    /// same sets of the cache.
-    static std::size_t leading_dimension(std::size_t rows)
-    {
-        const std::size_t ld = lines(rows);
-        return ld % (4096 / sizeof(Complex)) == 0 ? ld + kLine : ld;
-    }
-
-    Matrix<Complex> take_matrix(Index rows, Index columns)
-    {
-        constexpr std::size_t most = std::numeric_limits<Integer>::max(); // that a leading dimension can be
-        const auto ld = static_cast<Index>(std::min(leading_dimension(static_cast<std::size_t>(rows)), most));
-        return {take(ld * columns), ld};
-    }
-
-public:
-    WorkStorage(std::size_t ndim, std::size_t mmax, Index n, Index m)
-        : block(extent(ndim, mmax)),
-          a(take_matrix(n, m)),
-          f(take_matrix(n, m)),
-          v(take_matrix(m, m)),
-          b(take(n)),
-          work(take(n)),
-          product(take(n)),
-          model(take(n)),
-          sv(take(m)),
-          wt(take(m)),
-          e(take(m)),
-          zr(take(m)),
-          x(take(kPasses * m), m),
-          coef(take(m + 1)),
-          zw(take(1))
-    {}
-
-    bool available() const { return static_cast<bool>(block); }
-
-    Matrix<Complex> a;       // the Vandermonde matrix, kept for the residuals
-    Matrix<Complex> f;       // the system matrix of a stage, decomposed in place: left singular vectors
-    Matrix<Complex> v;       // right singular vectors
-    Vector<Complex> b;       // right-hand side of the prediction system
-    Vector<Complex> work;    // of the decomposition
-    Vector<Complex> product; // matrix times solution, of one pass
-    Vector<Complex> model;   // the same of the pass that is kept: after stage 2 the model at the samples
-    Vector<Complex> sv;      // singular values
-    Vector<Complex> wt;      // singular values of one pass, truncated
-    Vector<Complex> e;       // super-diagonal of the decomposition
-    Vector<Complex> zr;      // zeros of the characteristic polynomial: the discrete poles
-    Matrix<Complex> x;       // solutions, a column for each pass
-    Table<Complex> coef;     // characteristic polynomial, constant term first
-    Vector<Complex> zw;      // what the zero finder asks for
+    Matrix<Complex> a = take_matrix(arena, n, m); ///< the Vandermonde matrix, kept for the residuals
+    Matrix<Complex> f = take_matrix(arena, n, m); ///< the matrix of a stage, decomposed in place: left singular vectors
+    Matrix<Complex> v = take_matrix(arena, m, m); ///< right singular vectors
+    Vector<Complex> b{arena.take(n)};             ///< right-hand side of the prediction system
+    Vector<Complex> work{arena.take(n)};          ///< of the decomposition
+    Vector<Complex> product{arena.take(n)};       ///< matrix times solution, of one pass
+    Vector<Complex> model{arena.take(n)};         ///< the same of the pass that is kept: after stage 2 the model
+    Vector<Complex> sv{arena.take(m)};            ///< singular values
+    Vector<Complex> wt{arena.take(m)};            ///< singular values of one pass, truncated
+    Vector<Complex> e{arena.take(m)};             ///< super-diagonal of the decomposition
+    Vector<Complex> zr{arena.take(m)};            ///< zeros of the characteristic polynomial: the discrete poles
+    Matrix<Complex> x{arena.take(kPasses * m), m}; ///< solutions, a column for each pass
+    Table<Complex> coef{arena.take(m + 1)};        ///< characteristic polynomial, constant term first
+    Vector<Complex> zw{arena.take(1)};             ///< scratch that the zero finder asks for
 };
 
 /// wt := sv without what lies below the threshold. What equals the threshold, and a value that is not a number, stays.
@@ -150,7 +105,7 @@ void multiply_matrix(Index rows, Index m, const Matrix<const Complex>& a, const 
 ///
 /// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before has
 /// its solution and its residual: it cannot win and is not carried out.
-Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m, const Matrix<const Complex>& a,
+Index solve_truncated(const Status& status, FitArrays& w, Integer rows, Integer m, const Matrix<const Complex>& a,
                       const Complex* b)
 {
     for (Index j = 1; j <= m; ++j)
@@ -158,8 +113,8 @@ Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m,
     const auto ldf = static_cast<Integer>(w.f.leading_dimension()), ldv = static_cast<Integer>(w.v.leading_dimension());
     Integer info = 0; // a failure shows in the flag as well
     SLATEC_CSVDC(kSvdJob, rows, m, w.f.from(1, 1), ldf, w.f.from(1, 1), ldf, w.sv.from(1), w.v.from(1, 1), ldv,
-                 w.work.from(1), w.e.from(1), info, call.flag, call.message, call.message_length);
-    if (has_failed(call.flag))
+                 w.work.from(1), w.e.from(1), info, status.flag, status.message, status.length);
+    if (status.has_failed())
         return 0;
 
     Index best = 0, dropped_before = 0;
@@ -169,9 +124,9 @@ Index solve_truncated(const Call& call, WorkStorage& w, Integer rows, Integer m,
         if (pass > 1 && dropped == dropped_before)
             continue;
         dropped_before = dropped;
-        RECIPES_SVBKSB(w.f.from(1, 1), w.wt.from(1), w.v.from(1, 1), rows, m, ldf, ldv, b, w.x.from(1, pass), call.flag,
-                       call.message, call.message_length);
-        if (has_failed(call.flag))
+        RECIPES_SVBKSB(w.f.from(1, 1), w.wt.from(1), w.v.from(1, 1), rows, m, ldf, ldv, b, w.x.from(1, pass),
+                       status.flag, status.message, status.length);
+        if (status.has_failed())
             return 0;
 
         multiply_matrix(rows, m, a, w.x.column(pass), w.product.from(1));
@@ -238,8 +193,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
                        std::int32_t* ErrorFlag, char* ErrorMessage, std::int32_t ErrorMessageLength)
 {
     using namespace tessel;
-    const Status status(*ErrorFlag, ErrorMessage, ErrorMessageLength);
-    const Call call{*ErrorFlag, ErrorMessage, ErrorMessageLength};
+    const Status status{*ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Integer n = *N, m = *M;
     const Integer ndim = *NDIM, mmax = *MMAX;
     const Real dt = *DT;
@@ -249,16 +203,17 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     if (n < 2 || n > ndim || dt < kMinTimeStep || m < 1 || m > mmax || 2 * Index{m} > n)
         return status.fail("Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !");
 
-    WorkStorage w(static_cast<std::size_t>(ndim), static_cast<std::size_t>(mmax), n, m);
-    if (!w.available())
+    WorkArena arena(work_extent(static_cast<std::size_t>(ndim), static_cast<std::size_t>(mmax)));
+    if (!arena)
         return status.fail("Sub LEASTSQ_PRONY_SVD: work storage not available !");
+    FitArrays w{arena, n, m};
 
     // Stage 1, linear prediction: sum_j a_j y(m+i-j) = -y(m+i), i = 1..n-m. Element (i, j) of this matrix is y(m+i-j):
     // the samples from y(m) on, with a leading dimension of -1.
     const Matrix<const Complex> prediction(y.from(m), -1);
     for (Index i = 1; i <= n - m; ++i)
         w.b(i) = -y(m + i);
-    Index best = solve_truncated(call, w, n - m, m, prediction, w.b.from(1));
+    Index best = solve_truncated(status, w, n - m, m, prediction, w.b.from(1));
     if (best == 0)
         return;
 
@@ -267,8 +222,8 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     w.coef(m) = 1.0;
     for (Index j = 1; j <= m; ++j)
         w.coef(m - j) = w.x(j, best);
-    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), call.flag, call.message, call.message_length);
-    if (has_failed(call.flag))
+    NAPACK_CZERO(w.zr.from(1), &w.coef(0), m, w.zw.from(1), status.flag, status.message, status.length);
+    if (status.has_failed())
         return;
     for (Index j = 1; j <= m; ++j) {
         const Complex logarithm = tessel::logarithm(w.zr(j));
@@ -278,7 +233,7 @@ void LEASTSQ_PRONY_SVD(const std::int32_t* N, const std::int32_t* NDIM, const te
     // Stage 2, residues: sum_j c_j z_j^(k-1) = y(k), k = 1..n. The product of this matrix with the residues is the
     // model at the samples: it is made of the discrete poles, not of exp(pole dt).
     build_vandermonde(n, m, w.zr, w.a);
-    best = solve_truncated(call, w, n, m, w.a, Y);
+    best = solve_truncated(status, w, n, m, w.a, Y);
     if (best == 0)
         return;
     std::copy_n(w.x.from(1, best), m, residue.from(1));

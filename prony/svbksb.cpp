@@ -42,7 +42,7 @@ extern "C" void RECIPES_SVBKSB(const Complex* U, const Complex* W, const Complex
                                const Integer& MP, const Integer& NP, const Complex* B, Complex* X, Integer& ErrorFlag,
                                char* ErrorMessage, CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Index m = M, n = N;
     const Matrix<const Complex> u(U, MP), v(V, NP);
     const Vector<const Complex> w(W), b(B);

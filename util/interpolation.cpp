@@ -43,7 +43,7 @@ extern "C" void FIND_INTERVAL(const Real* X, const Integer& N, const Real& XV, I
 extern "C" void LAGRANGE_COEFF(const Real& X, const Real* XN, const Integer& N, Real* W, Integer& ErrorFlag,
                                char* ErrorMessage, CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Real x = X;
     const Index n = N;
     const Table<const Real> node(XN);

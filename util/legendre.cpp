@@ -47,7 +47,7 @@ extern "C" void NEW_PN0UOX(const Real& X, const Integer& N1, const Integer& N2, 
                            const Logical& CONT, Real* P, Integer& ErrorFlag, char* ErrorMessage,
                            CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Real x = X;
 
     const bool in_range = std::fabs(x) <= 1.0; // false for an x that is not a number
@@ -60,7 +60,7 @@ extern "C" void NEW_PN0UOZ(const Complex& Z, const Integer& N1, const Integer& N
                            const Logical& CONT, Complex* P, Integer& ErrorFlag, char* ErrorMessage,
                            CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Complex z = Z;
 
     if (!tabulate(z, N1, N2, NMAX, is_true(CONT), Table<Complex>(P)))

@@ -29,21 +29,21 @@ extern "C" void CPOLY_EVAL_STEP(const Complex* A, const Complex* H, const Comple
     const Complex z = Z;
     const Real r = modulus(z);
 
-    TermSum p{Vector(A), z, 1.0}, h{Vector(H), z, 0.0}, g{Vector(G), z, 0.0};
-    WeightSum bound{Vector(W), r, 1.0};
+    HornerSum p{Vector(A), z, 1.0}, h{Vector(H), z, 0.0}, g{Vector(G), z, 0.0};
+    HornerWeightSum bound{Vector(W), r, 1.0};
     if (r > 1.0) {
         const Complex u(z.real() / (r * r), -z.imag() / (r * r)); // 1 / z
         p = {Vector(A), u, A[0]};
         h = {Vector(H), u, H[0]};
         g = {Vector(G), u, G[0]};
         bound = {Vector(W), 1.0 / r, W[0].real()};
-        take_upwards(2, n, p, h, g, bound);
+        horner_upwards(2, n, p, h, g, bound);
         p.add(1.0);
         h.value = multiply(h.value, u);
         g.value = multiply(g.value, u);
         bound.add(1.0);
     } else {
-        take_downwards(n, p, h, g, bound);
+        horner_downwards(n, p, h, g, bound);
     }
 
     PZ = p.value;

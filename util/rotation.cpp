@@ -17,7 +17,7 @@ constexpr Real kHalfPi = 1.5707963267948966;
 extern "C" void IHE_orig_ROT3D(const Real& THETA, const Real& PHI, const Real& PSI, Real* R, Integer& ErrorFlag,
                                char* ErrorMessage, CharLen ErrorMessageLength)
 {
-    const Status status(ErrorFlag, ErrorMessage, ErrorMessageLength);
+    const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Real theta = THETA, phi = PHI, psi = PSI;
     const Matrix<Real> r(R, 3);
 

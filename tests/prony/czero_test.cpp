@@ -1,6 +1,6 @@
 #include "prony/czero.h"
 
-#include "prony/circle_transform.h"
+#include "prony/fourier_transform.h"
 #include "tests/support/message.h"
 #include "tests/support/polynomials.h"
 #include "tests/support/random.h"
@@ -187,11 +187,11 @@ TEST(HStep, DividesOutTheShift)
     EXPECT_TRUE(std::all_of(far.begin(), far.end(), [](const Complex& a) { return std::isfinite(a.real()); }));
 }
 
-TEST(CircleTransform, IsTheDiscreteFourierTransform)
+TEST(FourierTransform, IsTheDiscreteFourierTransform)
 {
     Random random(20);
     Values table(128);
-    CircleTransform transform(table.data());
+    FourierTransform transform(table.data());
     for (const Index m : {16, 64, 32, 256}) { // the table grows, and serves shorter lengths too
         const Values a = random.complexes(static_cast<std::size_t>(m));
         Values values = a;
@@ -199,7 +199,7 @@ TEST(CircleTransform, IsTheDiscreteFourierTransform)
         for (Index k = 0; k < m; ++k) {
             const auto turns = static_cast<long double>(k) / static_cast<long double>(m);
             const Wide expected = value_at(a, std::polar(1.0L, 2.0L * std::numbers::pi_v<long double> * turns), 0.0L);
-            const auto place = static_cast<std::size_t>(CircleTransform::bit_reversed(k, m));
+            const auto place = static_cast<std::size_t>(FourierTransform::bit_reversed(k, m));
             EXPECT_LE(std::abs(expected - Wide(values[place])), 1e-15 * static_cast<Real>(m)) << k << " of " << m;
         }
     }
