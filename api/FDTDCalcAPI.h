@@ -22,7 +22,7 @@
 /// Threads: `dnaupd` and `dneupd` keep their progress in storage of the process: one eigen-problem at a time, whatever
 /// the number of objects. Two interleaved solves end with wrong eigenvalues, whatever INFO says, and may write outside
 /// their arrays. All other operations may run on any number of threads at once, on one object or on several, and give
-/// the bits of a serial run.
+/// the same bits as a serial run.
 ///
 /// Memory: loading reserves 128 MiB of address space for the solvers. Each further thread that is inside LAPACK at the
 /// same time reserves 128 MiB more, which are kept until the library is closed. Only what a call writes to takes
@@ -126,8 +126,8 @@ public:
     /// @param[in,out] INFO   on entry 0 for a random start vector, 1 for that in RESID; on return see Errors
     ///
     /// Modes: 1 OP = A; 2 OP = B^-1 A; 3 OP = Re((A - sigma B)^-1 B); 4 OP = Im((A - sigma B)^-1 B).
-    /// The random start vector goes on from one solve to the next, so that a second solve of a process differs from the
-    /// first in its last bits; a start vector of the host (INFO = 1) makes a solve reproducible.
+    /// The generator of random start vectors is not reset between solves, so that a second solve of a process differs
+    /// from the first in its last bits; a start vector of the host (INFO = 1) makes a solve reproducible.
     ///
     /// @par Errors  INFO = 0 on success, 1 if IPARAM(3) was reached, 3 if no shift could be applied (enlarge NCV);
     ///              < 0 as published: -1 N, -2 NEV, -3 NCV, -4 IPARAM(3), -5 WHICH, -6 BMAT, -7 LWORKL, -8 LAPACK
@@ -225,7 +225,7 @@ public:
     /// @param[out]    INFO  see Errors
     ///
     /// @par Errors  INFO = 0 on success; -k if argument k is illegal, which is also reported in a line on the standard
-    ///              output; i > 0 if U(i, i) is exactly zero: the factors are there, B is as it was.
+    ///              output; i > 0 if U(i, i) is exactly zero: the factors are computed, B is unchanged.
     /// @par State   None.
     /// @par Source  E. Anderson et al., LAPACK Users' Guide, 3rd ed., SIAM 1999.
     virtual void zgesv(const std::int32_t* N, const std::int32_t* NRHS, std::complex<double>* A,
@@ -244,7 +244,7 @@ public:
 /// A new object, independent of every other. The caller owns it and ends it with `delete`.
 ///
 /// @returns the object; a null pointer only if the host has replaced operator new by one that returns null
-/// @throws std::bad_alloc  if memory cannot be had, after the installed new-handler has been tried
+/// @throws std::bad_alloc  if memory cannot be allocated, after the installed new-handler has been called
 extern "C" __attribute__((visibility("default"))) FDTDCalcAPI* createFDTDCalcApi();
 
 #endif

@@ -43,7 +43,7 @@ private:
     std::shared_ptr<void> library_;
 };
 
-/// Owner of one object. It may outlive the Library that made it: the library's code stays until the last owner is gone.
+/// Owner of one object. It may outlive the Library that made it: the library stays open until the last owner is gone.
 using Api = std::unique_ptr<FDTDCalcAPI, ObjectDeleter>;
 
 /// The library, open for the life of this object, of its copies and of the objects that they made. Copies share one
@@ -57,7 +57,7 @@ public:
     ///
     /// @param path  file to load, or a name for the system's loader to search for
     /// @throws LoadError       if the file cannot be loaded or lacks an export; nothing stays loaded then
-    /// @throws std::bad_alloc  if memory cannot be had
+    /// @throws std::bad_alloc  if memory cannot be allocated
     explicit Library(const std::string& path = "libtessel.so.1")
     {
         void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -70,11 +70,11 @@ public:
 
     /// Shares the handle.
     Library(const Library&) = default;
-    /// Lets go of the library and shares the handle of another.
+    /// Releases the library and shares the handle of another.
     Library& operator=(const Library&) = default;
-    /// Takes the handle over and leaves the other without one.
+    /// Takes over the handle and leaves the other without one.
     Library(Library&& other) noexcept { swap(other); }
-    /// Lets go of the library and takes the handle of another over.
+    /// Releases the library and takes over the handle of another.
     Library& operator=(Library&& other) noexcept
     {
         Library taken(std::move(other));
@@ -98,7 +98,7 @@ public:
 
     /// A new object of the interface in <tessel/FDTDCalcAPI.h>, independent of every other.
     ///
-    /// @throws std::bad_alloc  if memory cannot be had
+    /// @throws std::bad_alloc  if memory cannot be allocated
     Api create() const
     {
         FDTDCalcAPI* const object = create_();
@@ -107,7 +107,7 @@ public:
         return Api(object, ObjectDeleter(handle_));
     }
 
-    /// Lets go of the library now. It is unloaded when no copy and no object of it is left.
+    /// Releases the library now. It is unloaded when no copy and no object of it is left.
     void close() noexcept { Library(std::move(*this)); }
 
     /// Exchanges the handles of the two.

@@ -16,9 +16,9 @@
 
 namespace fortran = tessel::fortran;
 
-/// ARPACK's trace levels: the output unit, the number of digits, and a level for each of 22 routines. All zero, and out
-/// of every host's reach: no eigen-solve prints. ARPACK's own block, which this one replaces, starts with unit 6 and is
-/// aligned alike.
+/// ARPACK's trace levels: the output unit, the number of digits, and a level for each of 22 routines. All zero, and
+/// hidden from every host: no eigen-solve prints. ARPACK's own block, which this one replaces, starts with unit 6 and
+/// has the same alignment.
 alignas(32) tessel::Integer tessel::fortran::debug_[24] = {};
 
 namespace internal {
@@ -67,7 +67,7 @@ public:
     }
 
     // HYBRJ1 makes the same tests, but forms N (N + 13) in 32 bits: from N = 46335 on it would accept any LWA. A TOL
-    // that is not a number passes.
+    // of NaN passes.
     void hybrj1(HybridFunction FCN, const Integer* N, Real* X, Real* FVEC, Real* FJAC, const Integer* LDFJAC,
                 const Real* TOL, Integer* INFO, Real* WA, const Integer* LWA) override
     {
@@ -116,8 +116,8 @@ static_assert(sizeof(FDTDCalcImpl) == sizeof(void*), "an object is its virtual-t
 
 } // namespace internal
 
-/// The library's ordinary allocation: it goes through the new-handler, and its std::bad_alloc passes to the host. A
-/// host may have put its own operator new in its place, one that returns null.
+/// Allocates by the ordinary operator new: it calls the new-handler, and its std::bad_alloc passes to the host. A host
+/// may have replaced it by one that returns null.
 FDTDCalcAPI* createFDTDCalcApi()
 {
     void* const volatile allocated = ::operator new(sizeof(internal::FDTDCalcImpl)); // volatile keeps the test below

@@ -1,9 +1,9 @@
-// How long the fit and the zero finder take for values of any kind: hostile_times [COUNT], 100000 of each by default.
+// How long the fit and the zero finder take for values of any kind: slow_inputs [COUNT], 100000 of each by default.
 // Prints, for each size, the longest time as a multiple of the median time of ordinary values, and the seed of the
 // call. No call may run without end.
 #include "prony/czero.h"
 #include "prony/leastsq_prony_svd.h"
-#include "tests/support/hostile.h"
+#include "tests/support/extreme_values.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -88,7 +88,7 @@ void report(const Subject& subject, int calls)
     for (int i = 0; i < calls; ++i) {
         const auto seed = static_cast<std::uint64_t>(i);
         Random random(seed);
-        const std::vector<Complex> values = hostile_complexes(random, count);
+        const std::vector<Complex> values = extreme_complexes(random, count);
         double seconds = subject.time(values, flag);
         failures += flag != 0;
         for (int again = 0; again < 3 && seconds > worst; ++again) // a call is as slow as its fastest run

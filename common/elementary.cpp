@@ -32,8 +32,8 @@ struct LogRow
 constexpr Constant<Real> kLog2 = {0x0.b17217f7d1cp+0, 0x0.f79abc9e3b398p-44}; // high part in units of 2^-42
 constexpr Extended kInverseLog2 = 0x0.b8aa3b295c17f0bcp+1L;
 
-// By the nearest 1 + j/32 to a number in 1..2, j = 0..32: its reciprocal to eight bits, but none but 1 next to 1 and 2.
-// From the place of sqrt(2) on the logarithm is that of half the number. In units of 2^-42.
+// By the nearest 1 + j/32 to a number in 1..2, j = 0..32: its reciprocal to eight bits, next to 1 and 2 exactly.
+// From sqrt(2) on the logarithm is that of half the number. In units of 2^-42.
 constexpr LogRow kLogs[] = {
     {256 / 256.0,                 0.0,                     0.0},
     {256 / 256.0,                 0.0,                     0.0},
@@ -111,7 +111,7 @@ std::uint64_t bits_of(Real x) noexcept
     return std::bit_cast<std::uint64_t>(x);
 }
 
-/// 26 bits of the mantissa are left.
+/// The upper 26 bits of the mantissa.
 Real upper_part(Real x) noexcept
 {
     return std::bit_cast<Real>(bits_of(x) >> 27 << 27);
@@ -218,7 +218,7 @@ Real exponential(Real x) noexcept
     const Real series = polynomial(kSeries[0], square) + r * polynomial(kSeries[1], square);
     const Real sum = 1.0 + r, sum_low = r - (sum - 1.0);
     const Real value = sum + (sum_low + (r_low + square * series));
-    return value * power_of_two(n / 2) * power_of_two(n - n / 2); // 2^n alone may lie outside the range
+    return value * power_of_two(n / 2) * power_of_two(n - n / 2); // 2^n alone may be out of range
 }
 
 /// Of the smaller part over the larger, t = c + (t - c) with c the nearest sixteenth:

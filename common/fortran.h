@@ -1,5 +1,5 @@
-/// The foreign calling convention, in one place: every BLAS, LAPACK, ARPACK and MINPACK routine that the library or
-/// its tests call is declared here and nowhere else.
+/// The Fortran calling convention: every BLAS, LAPACK, ARPACK and MINPACK routine that the library or its tests call is
+/// declared here and nowhere else.
 ///
 /// The provider's compiler (gfortran 8 and later) appends one underscore to lower-case names, passes every argument
 /// by reference, takes the length of each character argument as a std::size_t, by value, after all other arguments,

@@ -1,33 +1,33 @@
-/// What makes the packaged serial OpenBLAS fit for a host's process. The linker puts these functions in the place of
-/// OpenBLAS's own (`--wrap`); the build file `cmake/dependencies.cmake` lists the remedies that need no code.
+/// Makes Debian's serial OpenBLAS safe inside a host process. The linker substitutes these functions for OpenBLAS's own
+/// (`--wrap`); the build file `cmake/dependencies.cmake` lists the remedies that need no code.
 ///
 /// Work buffers. The serial build scans its table of buffers outside its lock, so two threads can be given one buffer
-/// and compute wrong results without any error flag; it spins for ever when a buffer cannot be mapped, and complains
-/// on the standard output when the table is full. Here is a pool of our own in its place:
+/// and compute wrong results without any error flag; it loops for ever when a buffer cannot be mapped, and prints on
+/// the standard output when the table is full. This pool replaces it:
 ///
-///   - A place is taken by one atomic exchange. No lock: nothing is left locked in the child of a fork.
-///   - The first buffer lies in the library's own zero-initialised storage, so it is there since the library was
-///     loaded: if it cannot be had, loading fails, and no call does later. A call that cannot have another one waits
-///     for one to come back. That ends: none of OpenBLAS's routines that takes a buffer calls another one that does, or
-///     anything of the host. The price is 128 MiB of address space, of which a host that locks all its memory pays all.
+///   - A buffer is taken by one atomic exchange. There is no lock that could stay locked in the child of a fork.
+///   - The first buffer is zero-initialised static storage of the library: if it cannot be allocated, loading fails,
+///     not a later call. A call that cannot map a further one waits until one is returned. The wait ends: no routine of
+///     OpenBLAS that takes a buffer calls another one that does, or any code of the host. The cost is 128 MiB of
+///     address space, which a host that locks all its memory pays in full.
 ///   - A buffer that was mapped is kept for the next call, and unmapped with the library. Only pages that a call writes
 ///     to take memory.
-///   - In the child of a fork no other thread lives, so every buffer is free again; after a bare `_Fork` or `clone`,
-///     which run no handlers, those of the other threads stay lent.
+///   - The child of a fork has no other threads, so every buffer is free again; after a bare `_Fork` or `clone`, which
+///     run no handlers, those of the other threads stay taken.
 ///
 /// Environment. OpenBLAS reads it when it is loaded: OPENBLAS_CORETYPE changes the kernels and so the bits of every
-/// result, OPENBLAS_VERBOSE makes it print. The host's environment is not ours to act on: it reads as empty.
+/// result, OPENBLAS_VERBOSE makes it print. Both are ignored: for OpenBLAS the environment is empty.
 ///
 /// Products of a matrix and a vector. The kernels of ZGEMV for AVX, AVX2 and AVX-512, all made from one source, read
 /// x(n + 1), at the stride of x, when A x is formed and m mod 4 = 2; the value is not used. Where x is the last row or
-/// column of an array of the host, as in ZGESVD, nothing may be there to read. Here x goes to them as a copy with an
-/// element to spare: n loads and stores beside m n products, and the bits of the kernels. Of what else reaches these
+/// column of an array of the host, as in ZGESVD, nothing may be there to read. Here they get a copy of x that is one
+/// element longer: n loads and stores beside m n products, and the same bits. Of what else reaches these
 /// kernels, inside OpenBLAS, ZGETRF takes x from a column of A that goes on behind it, and ZTRMV has a triangle of
 /// LAPACK's own; ZTRSV is not called.
 ///
-/// Reports. XERBLA writes a line on the standard output. Of the routines that the interface names the host wants that,
-/// beside INFO = -k. Of those behind them it does not: a NaN that an operator gave to ARPACK is no illegal value,
-/// though DLASCL calls it one, and no eigen-solve prints. Their INFO goes its way without the line.
+/// Reports. XERBLA writes a line on the standard output. For the routines of the interface that is documented, beside
+/// INFO = -k. For the routines that they call it is suppressed: DLASCL reports a NaN that an operator gave to ARPACK as
+/// an illegal value, but no eigen-solve may print. Their INFO is returned without the line.
 
 #include "common/openblas_guard.h"
 
@@ -53,14 +53,14 @@ decltype(tessel::fortran::zgemv_) __real_zgemv_, __wrap_zgemv_;
 namespace tessel {
 namespace {
 
-/// A place in the pool, on a cache line of its own.
+/// An entry of the pool, on its own cache line.
 struct alignas(64) Place
 {
     std::atomic<void*> buffer = nullptr; ///< set by the first taker, kept from then on
     std::atomic<bool> taken = false;
 
-    /// The buffer, mapped if need be and `may_map`, or null if the place is taken or no memory can be had; that clears
-    /// `may_map`.
+    /// The buffer, mapped first if necessary and if `may_map`; null if the entry is taken or the mapping fails, which
+    /// clears `may_map`.
     void* take(bool& may_map) noexcept
     {
         if ((buffer == nullptr && !may_map) || taken.exchange(true, std::memory_order_acquire))
@@ -83,7 +83,7 @@ struct alignas(64) Place
 alignas(4096) std::byte first_buffer[kWorkBufferSize];
 constinit Place places[kWorkBuffers] = {{first_buffer}};
 
-/// Number of buffers that came back, modulo 2^32; a caller that found none waits for it to change.
+/// Number of buffers returned so far, modulo 2^32; a caller that finds no free one waits for it to change.
 constinit std::atomic<int> returns = 0;
 
 [[gnu::constructor]] void prepare_for_fork()
@@ -94,7 +94,7 @@ constinit std::atomic<int> returns = 0;
     });
 }
 
-/// A buffer in use, by a thread that still computes while the process ends, stays.
+/// A buffer that another thread still uses while the process ends is left mapped.
 [[gnu::destructor]] void unmap_idle_buffers()
 {
     for (Place& place : places) {
@@ -113,7 +113,7 @@ void* __wrap_blas_memory_alloc(int)
 {
     using namespace tessel;
     for (;;) {
-        const int seen = returns; // before the search: a buffer that comes back during it ends the wait
+        const int seen = returns; // before the search: a buffer returned during it ends the wait
         bool may_map = true;      // one refusal is enough for a search
         for (Place& place : places)
             if (void* const buffer = place.take(may_map))
@@ -149,8 +149,8 @@ void __wrap_xerbla_(const char* name, const tessel::Integer* position, std::size
             return __real_xerbla_(name, position, length);
 }
 
-// Copied are the last elements of x; before them, what is read too far is the first of these. What ends the call at
-// once, or does not read x, stays ZGEMV's own affair.
+// Only the last elements of x are copied: for the others, the element read too far is one of x. Calls that return at
+// once, or do not read x, go to ZGEMV unchanged.
 void __wrap_zgemv_(const char* trans, const tessel::Integer* m, const tessel::Integer* n, const tessel::Complex* alpha,
                    const tessel::Complex* a, const tessel::Integer* lda, const tessel::Complex* x,
                    const tessel::Integer* incx, const tessel::Complex* beta, tessel::Complex* y,

@@ -1,4 +1,4 @@
-/// Rules for monic complex polynomials, p(z) = z^n + a(n) z^(n-1) + ... + a(2) z + a(1), each written once.
+/// Operations on monic complex polynomials, p(z) = z^n + a(n) z^(n-1) + ... + a(2) z + a(1).
 ///
 /// The size of a complex value is |re| + |im| (`abs1`) throughout.
 #pragma once
@@ -26,9 +26,8 @@ struct Scaled
 };
 
 /// Splits z so that 1/base < size of mantissa <= 1. Zero keeps exponent 0; so does a size that is not finite, which no
-/// scaling would ever bring into the range. Exact if the base is a power of two and no part becomes subnormal. A size
-/// that a multiplication leaves as it is ends the scaling where it stands: a subnormal one and a base below 1.5 do
-/// that.
+/// scaling would ever bring into the range. Exact if the base is a power of two and no part becomes subnormal. The
+/// scaling ends when a multiplication no longer changes the size, as with a subnormal one and a base below 1.5.
 inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
 {
     Real size = abs1(z), exponent = 0.0;
@@ -52,7 +51,7 @@ inline Scaled scale(Complex z, Real base, Real inverse_base) noexcept
 ///     w = -b +- sqrt(b^2 - 4 c) with the sign that does not cancel,    b := w / 2,    c := 2 c / w.
 ///
 /// Extended precision throughout, one rounding at the end: b^2 and |w|^2 neither overflow nor underflow, so nothing
-/// needs scaling. Of two signs that serve equally well the plus is taken. b = c = 0 stays as it is.
+/// needs scaling. A tie between the signs takes the plus. b = c = 0 is left unchanged.
 inline void solve_quadratic(Complex& b, Complex& c) noexcept
 {
     using Wide = std::complex<Extended>;

@@ -1,4 +1,4 @@
-/// One-based, column-major views of the caller's arrays: the code line is the formula.
+/// One-based, column-major views of arrays, so that a line of code reads like its formula.
 ///
 /// A view is a pointer and, for a matrix, its leading dimension; it owns nothing, checks nothing and compiles to the
 /// bare address arithmetic.

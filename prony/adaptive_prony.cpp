@@ -12,7 +12,7 @@ namespace {
 constexpr Real kMinTolerance = 1e-15;
 constexpr int kMeasures = 5;
 
-/// Whether no measure is greater than its tolerance; a measure that is not a number is not greater.
+/// Whether no measure is greater than its tolerance; NaN is not greater.
 bool good_enough(const Real (&measure)[kMeasures], const Real (&tolerance)[kMeasures])
 {
     for (int i = 0; i < kMeasures; ++i)

@@ -6,7 +6,7 @@
 namespace tessel {
 
 /// Fits N samples with orders MMIN, MMIN + 1, ... up to min(MMAX, N/2) and stops at the first fit whose five error
-/// measures all are within their tolerances. If MMIN exceeds N/2, the one order tried is N/2.
+/// measures are all within their tolerances. If MMIN exceeds N/2, the one order tried is N/2.
 ///
 /// @param[in]  N     number of samples, 2 <= N <= NDIM
 /// @param[in]  NDIM  declared length of Y
@@ -16,8 +16,8 @@ namespace tessel {
 /// @param[in]  MMAX  highest order allowed; declared length of RESIDUE and POLE
 /// @param[in]  TOL_L2, TOL_RMS, TOL_PEAK, TOL_RMS_MEAN, TOL_PEAK_MEAN
 ///                   tolerances, each at least 1e-15, of the measures ERR_... of LEASTSQ_PRONY_SVD. A measure fails if
-///                   it is greater; a measure that is not a number passes (all-zero samples do), and so does any
-///                   measure beside a tolerance that is not a number
+///                   it is greater; a measure that is NaN passes (all-zero samples give such), and so does any measure
+///                   whose tolerance is NaN
 /// @param[out] M        order of the last fit made
 /// @param[out] RESIDUE  its residues, MMAX complex values of which M are written; in the unit of Y
 /// @param[out] POLE     its poles, MMAX complex values of which M are written; in 1 / units of DT
@@ -33,7 +33,7 @@ namespace tessel {
 ///   "Sub ADAPTIVE_PRONY: best Prony fit is not good enough !": no order meets the tolerances; the outputs are those of
 ///   the highest order.
 ///   The text of LEASTSQ_PRONY_SVD or of a routine beneath it, if a fit fails: that ends the search. M is the order of
-///   that fit; RESIDUE and, if the fit came to its poles, POLE are as it left them: not a pair.
+///   that fit; RESIDUE and POLE are as it left them, and do not belong together.
 /// @par State    None.
 /// @par Source   S. L. Marple, Digital Spectral Analysis, 1987, ch. 11 (the fit, and choosing its order by the
 /// residual).

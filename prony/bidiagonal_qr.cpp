@@ -31,7 +31,7 @@ struct Turn
 };
 
 /// Plane rotation with c f + s g = r, c g - s f = 0; f becomes r. The bits are those of the reference's DROTG, whose
-/// reconstruction value nobody needs here.
+/// reconstruction value is not needed.
 inline Rotation make_rotation(Real& f, Real g)
 {
     constexpr Real kSmallest = 0x1p-1022, kLargest = 0x1p1023;
@@ -44,13 +44,14 @@ inline Rotation make_rotation(Real& f, Real g)
     }
     const Real scale = std::min(kLargest, std::max({kSmallest, f_size, g_size}));
     const Real x = f / scale, y = g / scale;
-    const Real r = std::copysign(scale * std::sqrt(x * x + y * y), f_size > g_size ? f : g); // of a tie g's
+    const Real r =
+        std::copysign(scale * std::sqrt(x * x + y * y), f_size > g_size ? f : g); // a tie takes the sign of g
     const Rotation rotation{f / r, g / r};
     f = r;
     return rotation;
 }
 
-/// Multiplies a column by -1, as a value of its kind.
+/// Multiplies a column by -1, in the arithmetic of its elements.
 void negate(const VectorColumns& columns, Index j)
 {
     Real* const column = columns.a.from(1, j);
@@ -88,7 +89,7 @@ Index Iteration::iterate()
     Index steps = 0; // QR steps since the last convergence
 
     // Deflations and splits do not count as QR steps. With finite values each singular value takes part in at most one
-    // of each; values that are not numbers would repeat them for ever.
+    // of each; NaN would repeat them for ever.
     Index chases_left = 2 * p;
 
     for (Index m = p; m > 0;) {
@@ -220,8 +221,8 @@ void Iteration::qr_step(Index l, Index m)
     e(m - 1) = f;
 }
 
-/// Makes the singular value s(m) positive and lets it sink to its place among those found before. No rotation to come
-/// touches their columns, so it is only noted which column belongs to a value.
+/// Makes the singular value s(m) positive and inserts it in order among those found before. Later rotations do not
+/// change their columns, so it is only recorded which column belongs to a value.
 void Iteration::accept(Index m) const
 {
     order(m) = static_cast<Real>(m);
@@ -235,7 +236,7 @@ void Iteration::accept(Index m) const
     }
 }
 
-/// Applies what is pending and moves the columns of the singular values m+1..p to their places.
+/// Applies the pending rotations and moves the columns of the singular values m+1..p to their places.
 void Iteration::put_in_order(Index m)
 {
     left.flush();

@@ -13,7 +13,7 @@ namespace {
 
 using level1::is_zero;
 
-/// The matrix, what is made of it, and how far the work has come.
+/// The matrix and the results, while it is reduced.
 template <class T>
 struct Reduction
 {
@@ -33,8 +33,8 @@ struct Reduction
     bool make_real() const;
 };
 
-/// Whether a complex quotient with the divisor z could have a part that is no number where the real quotient has none:
-/// real arithmetic may then go another way.
+/// Whether a complex quotient with the divisor z could have a NaN part where the real quotient is a number, so that
+/// real arithmetic would not give the same result.
 bool leaves_range(const Complex&)
 {
     return false;
@@ -166,7 +166,7 @@ bool Reduction<T>::reflect_row(Index l)
 /// `start(j)` makes column j of the product with the reflections from j on.
 ///
 /// Columns are finished from the last to the first, a few at a time, so that they stay in the cache while the vectors
-/// pass by; a reflection is applied with the products of the next.
+/// are read; a reflection is applied in the same pass as the products of the next.
 template <class T, class Reflects, class Start>
 void multiply_reflections(const Matrix<T>& q, Index rows, Index columns, Index offset, Index reflections,
                           Reflects reflects, Start start)

@@ -25,7 +25,7 @@ struct WantedVectors
 /// @param[out]    e     super-diagonal of B, p; the last element is zero
 /// @param[out]    work  scratch, n
 /// @return  true. False if T is Real and the square of a divisor underflows to zero or is not finite: complex quotients
-///          then have parts that are not numbers, real ones have none. The matrix is to be reduced as a complex one.
+///          then have NaN parts, real ones have not. The matrix is to be reduced as a complex one.
 /// @par Source  G. H. Golub, W. Kahan, SIAM J. Numer. Anal. B 2 (1965) 205.
 template <class T>
 bool reduce_to_bidiagonal(Index n, Index p, WantedVectors wanted, const Matrix<T>& x, const Matrix<T>& u,

@@ -3,8 +3,8 @@
 //     TESSEL_KERNELS       the name of the table
 //     TESSEL_VECTOR_BYTES  the width of a vector
 //
-// All is in an unnamed namespace and nothing else is included that has code: an inline function that these objects
-// shared with others could be linked in its wide form and run on a machine that lacks it.
+// Everything is in an unnamed namespace, and no other header with code is included: the linker could otherwise choose
+// the wide version of a shared inline function, which then runs on a machine without these units.
 
 #include "prony/column_kernels.h"
 
@@ -362,8 +362,8 @@ TESSEL_INLINE void for_all_rows(const double* column, Index n, Body body)
     body(Narrow{}, i, n);
 }
 
-/// The widest vector whose rows divide the number of columns. Real elements take no more than four lanes: what eight
-/// save in sums they lose in transposes.
+/// The widest vector whose rows divide the number of columns. Real elements take at most four lanes: eight
+/// cost more in transposes than they save in sums.
 template <class Elements, int count>
 constexpr int kGroupBytes = []() {
     int bytes = TESSEL_VECTOR_BYTES < 32 * Elements::kParts ? TESSEL_VECTOR_BYTES : 32 * Elements::kParts;
@@ -421,7 +421,7 @@ void update_sum_block(Index n, double* y, Index stride, const double* h, const d
 // All columns, in blocks.
 
 /// Whether columns at this distance, in doubles, fall into the same sets of the innermost cache: eight of them and the
-/// vectors beside them would then drive each other out.
+/// vectors beside them would then evict each other.
 bool share_sets(Index stride)
 {
     constexpr Index page = 4096 / sizeof(double), line = 64 / sizeof(double);

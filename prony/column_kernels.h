@@ -1,10 +1,9 @@
-/// The kernels of the decomposition: what is done to columns of real or complex elements, one set for each width of the
-/// vector units.
+/// The kernels of the decomposition: operations on columns of real or complex elements, one set for each vector width.
 ///
-/// Every kernel has the bits of the operations of the published reference BLAS on which it is made, done one after the
-/// other: a sum runs in the order of its elements, a product is rounded before it is added, and nothing is fused. What
-/// makes them fast is that they work on several columns at once. A vector holds a few elements of one column while
-/// products are formed and a few columns at one row while sums of products are.
+/// Every kernel has the bits of the corresponding operations of the published reference BLAS, done one after the other:
+/// a sum runs in the order of its elements, a product is rounded before it is added, and nothing is fused. They are
+/// fast because they work on several columns at once: a vector holds a few elements of one column while products are
+/// formed, and one row of a few columns while these are summed.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +23,7 @@ constexpr std::ptrdiff_t kMaxWavefront = 4;
 /// element is one double, or two if it is complex; coefficients, sums, w and h are arrays of such elements. Columns
 /// do not overlap, nor does anything else with them.
 ///
-/// A coefficient of zero is not skipped, as ZAXPY would: whoever calls does that.
+/// A coefficient of zero is not skipped, unlike in ZAXPY: the caller does that.
 struct ColumnKernels
 {
     /// y(j) := y(j) + a(j) w, then d(j) := d(j) + h^H y(j). From the last columns to the first.
@@ -68,9 +67,9 @@ enum class VectorWidth
     avx512
 };
 
-/// The widest of them on this machine, which is in use from load on.
+/// The widest of them on this machine, which is selected when the library is loaded.
 VectorWidth widest_vectors();
-/// Changes the one in use, for comparisons. Not while another thread is in a routine; never wider than the machine's.
+/// Selects another one, for comparisons; never wider than the machine's. No other thread may be in a routine.
 void use_vectors(VectorWidth width);
 /// The kernels in use.
 const Kernels& kernels();

@@ -65,16 +65,16 @@ void drop_signs_of_zeros(Index count, Real* x)
         x[i] = x[i] == 0.0 ? 0.0 : x[i];
 }
 
-/// What a matrix is made of.
+/// Properties of the elements of a matrix.
 struct Elements
 {
     bool real = true; ///< no imaginary parts
-    /// Real parts that are numbers, not huge, and not flushed to zero by a sum: the cheap modulus of a complex value is
-    /// one, that of a real value is not. Of a real matrix.
+    /// Of a real matrix: no element is NaN, huge, or flushed to zero by an addition, which the cheap modulus of a
+    /// complex value is, unlike that of a real value.
     bool moderate = true;
 };
 
-Elements look_at_elements(const Problem& a)
+Elements classify_elements(const Problem& a)
 {
     Elements elements;
     for (Index j = 1; j <= a.p && elements.real; ++j) {
@@ -91,9 +91,9 @@ Elements look_at_elements(const Problem& a)
     return elements;
 }
 
-/// Reduces a real matrix in real arithmetic, in the same storage: of each column the first half holds what
-/// is worked on and the second half the matrix as it came, so that the complex way is still open. Returns whether it
-/// was not needed; the vectors are then real ones, at the beginning of their columns.
+/// Reduces a real matrix in real arithmetic, in the same storage: the first half of each column is worked on, the
+/// second half keeps the original, so that complex arithmetic can start from it if real arithmetic fails. Returns
+/// whether it succeeded; the vectors are then real, at the beginning of their columns.
 bool reduce_real(const Problem& a)
 {
     const Matrix<Real> x = as_real(a.x);
@@ -106,7 +106,7 @@ bool reduce_real(const Problem& a)
         return true;
     for (Index j = 1; j <= a.p; ++j)
         for (Index i = 1; i <= a.n; ++i)
-            a.x(i, j) = x(a.n + i, j); // from the first on: no element is read after it was written
+            a.x(i, j) = x(a.n + i, j); // in this order no element is overwritten before it is read
     return false;
 }
 
@@ -115,23 +115,23 @@ Index decompose(const Problem& a)
 {
     const Vector<Real> s = as_real(a.s), e = as_real(a.e);
     const Matrix<Real> u = as_real(a.u), v = as_real(a.v);
-    const auto [real, moderate] = look_at_elements(a);
-    const bool short_way = real && moderate && reduce_real(a);
-    if (!short_way) {
+    const auto [real, moderate] = classify_elements(a);
+    const bool in_reals = real && moderate && reduce_real(a);
+    if (!in_reals) {
         reduce_to_bidiagonal(a.n, a.p, a.wanted, a.x, a.u, a.v, a.s, a.e, a.work);
         compress(a.p, s.from(1));
         compress(a.p, e.from(1));
     }
 
-    const Index parts = short_way ? 1 : 2;
+    const Index parts = in_reals ? 1 : 2;
     const Index unfinished = iterate_bidiagonal(a.p, s, e, {u, a.n, parts, a.wanted.left > 0},
                                                 {v, a.p, parts, a.wanted.right}, as_real(a.work));
     if (real) {
-        // Real arithmetic cannot tell the signs of zeros that complex products make: they are all plus.
-        const auto finish = [parts, short_way = short_way](Index rows, Index columns, const Matrix<Real>& vectors) {
+        // Real arithmetic cannot reproduce the signs of the zeros that complex products give: they are all plus.
+        const auto finish = [parts, in_reals = in_reals](Index rows, Index columns, const Matrix<Real>& vectors) {
             for (Index j = 1; j <= columns; ++j) {
                 drop_signs_of_zeros(rows * parts, vectors.from(1, j));
-                if (short_way)
+                if (in_reals)
                     expand(rows, vectors.from(1, j));
             }
         };

@@ -28,8 +28,9 @@ namespace tessel {
 /// @param[in]     ErrorMessageLength  characters of ErrorMessage, by value
 ///
 /// Entries must lie within about 1e-153..1e153: quotients are not rescaled. P < 1 returns at once with success. Each
-/// singular value gets at most 30 QR steps. Matrices that fall over some tens of decades from the first row and column
-/// to the last, of 40 columns and more, can reach that limit; so do a few small ones, because of the sign of the shift.
+/// singular value gets at most 30 QR steps. Matrices of 40 columns or more whose elements decrease by some tens of
+/// decades from the first row and column to the last can reach that limit; so do a few small ones, because of the sign
+/// of the shift.
 /// No allocation, no state; about 150 KiB of stack.
 ///
 /// The results have the same bits on every processor: those of the steps done one after the other on the published

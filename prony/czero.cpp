@@ -28,8 +28,8 @@ constexpr Index kFixedSteps = 5;        // steps at the shift that the circle gi
 constexpr Index kSamplesBefore = 8;     // doubled on entry of every pass
 constexpr Index kUnlimitedPasses = 5;   // passes that every search may make
 constexpr Index kSamplesPerDegree = 32; // no further pass once there are more
-constexpr Index kVariableSteps = 4000;  // step lengths that shrink at all reach zero long before
-constexpr Index kStalledSteps = 50;     // steps that move nothing: the zero is too small a number
+constexpr Index kVariableSteps = 4000;  // step lengths that decrease reach zero long before
+constexpr Index kStalledSteps = 50;     // successive steps of length zero: the zero is too small a number
 
 /// The largest number of samples that a search of degree n can come to.
 Index most_samples(Index n)
@@ -114,7 +114,7 @@ Complex divide_upwards(Vector<const Complex> p, Vector<Complex> h, Index n, cons
 /// H(s) have made it shift up. Returns the new H(s).
 Complex h_step(const Complex* p, Complex* h, Index n, const Point& at, Values& values)
 {
-    // H := z H cut to degree n - 1, until H(s) is not zero. n turns leave nothing of H; its quotient is not a number.
+    // H := z H cut to degree n - 1, until H(s) is not zero. After n turns H is zero and its quotient NaN.
     for (Index turn = 1; turn <= n && abs1(values.h) == 0.0; ++turn) {
         std::copy_backward(h, h + n - 1, h + n);
         h[0] = 0.0;
@@ -256,7 +256,7 @@ private:
         std::copy_n(work_.saved, n_, work_.h);
     }
 
-    /// The point of the circle, of m equally spaced ones, at which p is smallest; the later one if two are.
+    /// Of m equally spaced points of the circle the one at which p is smallest; the later one on a tie.
     Complex smallest_on_circle(Index m)
     {
         radius_ = exponential(log_radius_);
@@ -274,7 +274,7 @@ private:
             if (candidate > size)
                 continue;
             const Index k = FourierTransform::bit_reversed(place, m);
-            if (candidate < size || (candidate == size && k > smallest)) { // the later of equal samples wins
+            if (candidate < size || (candidate == size && k > smallest)) { // of equal samples the later one
                 size = candidate;
                 smallest = k;
                 root = transform_.root(place);
@@ -325,7 +325,7 @@ private:
     Outcome variable_shift_stage(Point at, Values values)
     {
         Real last = 0.0, before_last = 0.0; // step lengths
-        Index stalled = 0;                  // how many in succession were zero
+        Index stalled = 0;                  // how many successive ones were zero
         for (Index step = 1; step <= kVariableSteps; ++step) {
             values.h = h_step(p_, work_.h, n_, at, values);
             if (abs1(values.h) == 0.0)
@@ -374,7 +374,7 @@ private:
     Index n_;
     const SearchArrays& work_;
     FourierTransform& transform_;
-    Complex& turn_; // where the circle's samples start; goes on turning from search to search
+    Complex& turn_; // where the circle's samples start; turned further with every circle of the call
     Real tolerance_;
 
     Index next_step_ = 1, steps_ = kFirstSteps; // of the no-shift stage

@@ -51,7 +51,7 @@ Matrix<Complex> take_matrix(WorkArena& arena, Index rows, Index columns)
 }
 
 /// The work arrays of a fit of n samples and m exponentials. The arena is sized by the declared lengths; the arrays
-/// stand close together in it, so that no more pages are touched than the fit needs.
+/// are adjacent in it, so that no more pages are touched than the fit needs.
 struct FitArrays
 {
     WorkArena& arena;
@@ -73,7 +73,7 @@ struct FitArrays
     Vector<Complex> zw{arena.take(1)};             ///< scratch that the zero finder asks for
 };
 
-/// wt := sv without what lies below the threshold. What equals the threshold, and a value that is not a number, stays.
+/// wt := sv without what lies below the threshold. Values equal to the threshold, and NaN, stay.
 /// Returns the number of values left out.
 Index truncate(Index m, Real tolerance, const Vector<Complex>& sv, const Vector<Complex>& wt)
 {
@@ -100,11 +100,11 @@ void multiply_matrix(Index rows, Index m, const Matrix<const Complex>& a, const 
 }
 
 /// Solves A x = b, in the work arrays of a fit, with each of the thresholds and returns the column of w.x
-/// that holds the solution to keep: the one of the smallest residual, the lower pass on a tie; a residual that is not a
-/// number never wins. Its product A x is left in w.model. Returns 0 if a routine failed, whose status then stands.
+/// that holds the solution to keep: the one of the smallest residual, the lower pass on a tie; a NaN is never the
+/// smallest. Its product A x is left in w.model. Returns 0 if a routine failed, whose status then stands.
 ///
-/// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before has
-/// its solution and its residual: it cannot win and is not carried out.
+/// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before
+/// would give the same solution and is skipped.
 Index solve_truncated(const Status& status, FitArrays& w, Integer rows, Integer m, const Matrix<const Complex>& a,
                       const Complex* b)
 {
@@ -142,7 +142,7 @@ Index solve_truncated(const Status& status, FitArrays& w, Integer rows, Integer 
     return best;
 }
 
-/// a(i, j) := z_j^(i-1), i = 1..n: running products. Several columns side by side hide the latency of the products.
+/// a(i, j) := z_j^(i-1), i = 1..n, by running products, of several columns at once to hide the latency.
 void build_vandermonde(Index n, Index m, const Vector<Complex>& zr, const Matrix<Complex>& a)
 {
     constexpr Index kBlock = 8;
@@ -164,7 +164,7 @@ struct Measures
     Real l2, rms, peak, rms_mean, peak_mean;
 };
 
-/// Quotients are not guarded: all-zero samples give values that are not numbers. A NaN never becomes a maximum.
+/// Quotients are not guarded: all-zero samples give NaN. The maxima ignore NaN.
 Measures measure_error(Index n, const Vector<const Complex>& y, const Vector<Complex>& model)
 {
     Real sum_y = 0.0, sum_y2 = 0.0, max_y = 0.0, sse = 0.0, max_e = 0.0;

@@ -35,7 +35,7 @@ typedef double _Complex tessel_complex;
  * A pole s stands for the frequency Im(s) / (2 pi) (in 1 / units of DT), the decay -Re(s) and the quality factor
  * |Im(s)| / (-2 Re(s)). Frequencies above 1 / (2 DT) fold.
  *
- * Every argument is passed by reference, but for the last. With e(k) = model(k) - y(k) and SSE = sum |e(k)|^2:
+ * Every argument but the last is passed by reference. With e(k) = model(k) - y(k) and SSE = sum |e(k)|^2:
  *
  * @param[in]  N              number of samples, 2 <= N <= NDIM and N >= 2 M
  * @param[in]  NDIM           declared length of Y; the work storage is sized by it
@@ -60,21 +60,21 @@ typedef double _Complex tessel_complex;
  *
  * @par Errors
  *   - "Sub LEASTSQ_PRONY_SVD: input parameters out of bounds !": an argument breaks the limits above; nothing else is
- *     written. A DT that is not a number passes this test.
+ *     written. A DT of NaN passes this test.
  *   - "Sub LEASTSQ_PRONY_SVD: work storage not available !": nothing else is written. About
  *     32 NDIM MMAX + 16 MMAX^2 bytes are reserved, of which only what N and M need is touched.
  *   - "Sub RECIPES_SVBKSB: input parameters out of bounds !": M exceeds 5000.
  *   - "Sub SLATEC_CSVDC: not all singular values are correct !", "Sub NAPACK_CZERO: too many iterations necessary !",
  *     "Sub NAPACK_CZERO: work storage not available !": an iteration or a storage limit was met. A failure of the
  *     second stage leaves the new POLE; RESIDUE and the measures keep their old contents. The decomposition can meet
- *     its limit when the samples fall over more than about 25 decades and M is 40 or more: end the record where the
- *     signal has died away. It does so, too, when samples lie outside the magnitudes above.
+ *     its limit when the samples decay over more than about 25 decades and M is 40 or more: end the record where the
+ *     signal has decayed. The same happens when samples lie outside the magnitudes above.
  * @par Not an error
- *   All-zero samples give measures that are not numbers, samples with NaN or infinite values give such results, both
- *   with success unless an iteration limit is met. ERR_PEAK is formed from a maximum that a NaN never wins.
+ *   All-zero samples give measures that are NaN, and samples with NaN or infinite values give such results, both with
+ *   success unless an iteration limit is met. The maximum in ERR_PEAK ignores NaN.
  * @par State
  *   None; work storage belongs to the call, which needs about 160 KiB of stack besides. Any number of threads may call
- *   at once and get the bits of serial calls. Nothing is printed and no exception leaves.
+ *   at once and get the bits of serial calls. Nothing is printed and nothing is thrown.
  * @par Reproducible
  *   The same arguments give the same bits on every x86-64 processor, in the same mode of rounding. Samples without
  *   imaginary parts are fitted faster.

@@ -1,6 +1,6 @@
 /// Operations on columns of real or complex elements, each with the bits of the published reference BLAS: the kernels
-/// of `column_kernels.h` for elements of type T, and the exceptions that the routines of the reference make for
-/// coefficients of zero and of one.
+/// of `column_kernels.h` for elements of type T, with the special cases of the reference routines for coefficients of
+/// zero and one.
 ///
 /// T is Real or Complex. Of real matrices both give the same values: the imaginary zeros of complex arithmetic add
 /// nothing to any sum.

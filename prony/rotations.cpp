@@ -13,7 +13,7 @@ RotationQueue::RotationQueue(const DoubleColumns& columns, Index count) : column
     overlapped_ = depth_ > 0 && fits(depth_, 2);
     made_.rotation = rotation_;
     applied_.rotation = rotation_ + (overlapped_ ? kCapacity / 2 : 0);
-    // A slice of the rows for each sweep but one: the wavefront is through when the next batch is there.
+    // A slice of the rows for each sweep but one: the wavefront finishes before the next batch is complete.
     slice_ = (columns.length / (kMaxWavefront - 1) + 8) / 8 * 8;
 }
 

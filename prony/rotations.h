@@ -9,9 +9,9 @@
 ///
 /// with two products and one sum, nothing fused; the order between rotations of different columns does not matter.
 ///
-/// The rotations of a sweep come from a recurrence, each from the one before, which leaves the vector units idle. So
-/// the work is done while the next sweeps are made: with each rotation that is handed in, the wavefront of the sweeps
-/// before moves on by one column.
+/// The rotations of a sweep come from a recurrence, which leaves the vector units idle. The previous sweeps are
+/// therefore applied while the next ones are computed: with each rotation passed in, their wavefront advances by one
+/// column.
 ///
 /// Source: F. G. Van Zee, R. A. van de Geijn, G. Quintana-Orti, ACM TOMS 40 (2014) 18.
 #pragma once
@@ -37,7 +37,7 @@ inline void rotate_columns(const DoubleColumns& columns, Index i, Index j, Rotat
     kernels().wavefront[0](columns.length, y, y - x, &rotation);
 }
 
-/// The rotations of adjacent columns of one matrix. Columns that are used in another way must be flushed before.
+/// The pending rotations of adjacent columns of one matrix. Call flush() before the columns are used otherwise.
 class RotationQueue
 {
 public:
@@ -100,7 +100,7 @@ private:
 
     DoubleColumns columns_;
     Index depth_;     // sweeps in a batch; 0: every rotation is applied at once
-    bool overlapped_; // whether there is room for a batch that is made and one that is applied
+    bool overlapped_; // whether a batch that is made and one that is applied both fit
     Batch made_, applied_;
     Index row_, slice_;         // the rows that the wavefront works on: row_ is behind the last when all is done
     Index position_ = 0;        // of the wavefront

@@ -13,7 +13,7 @@ namespace {
 /// Most unknowns that one call takes: the size of its temporary.
 constexpr Index kMaxUnknowns = 5000;
 
-/// Whether a component takes part in the solution. A part that is not a number counts as different from zero.
+/// Whether a component takes part in the solution. NaN counts as different from zero.
 bool is_nonzero(const Complex& w)
 {
     return w.real() != 0.0 || w.imag() != 0.0;
@@ -54,7 +54,7 @@ extern "C" void RECIPES_SVBKSB(const Complex* U, const Complex* W, const Complex
     // y := diag(1/w) U^H b. A zero singular value drops its component: this is the truncation.
     alignas(Complex) std::byte storage[kMaxUnknowns * sizeof(Complex)]; // bytes: left uninitialised
     const Vector<Complex> y(reinterpret_cast<Complex*>(storage));
-    constexpr Index kSideBySide = 4; // dropped components too: it is cheaper than to leave them out
+    constexpr Index kSideBySide = 4; // including dropped components, which is cheaper than skipping them
     Index j = 1;
     for (; j + kSideBySide - 1 <= n; j += kSideBySide)
         inner_products<kSideBySide>(m, u, j, b, y);

@@ -1,6 +1,6 @@
 /// The level-1 operations of the plain routines, with unit stride: those of the published reference BLAS, or with
-/// TESSEL_PLAIN_ON_OPENBLAS those of the BLAS at hand. The rotation is written here, without the complex products that
-/// the reference makes of its real factors.
+/// TESSEL_PLAIN_ON_OPENBLAS those of the BLAS that is linked. The rotation is written here, without the complex
+/// products that the reference forms with its real factors.
 #pragma once
 
 #include "common/fortran.h"

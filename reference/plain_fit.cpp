@@ -18,7 +18,7 @@ namespace {
 using Values = std::vector<Complex>;
 
 /// The solution of A x = b of smallest residual, of the three that leave out singular values below a threshold. A tie
-/// goes to the lower threshold; a residual that is not a number never wins. Empty if the decomposition met its limit.
+/// goes to the lower threshold; a NaN is never the smallest. Empty if the decomposition met its limit.
 Values solve_truncated(Integer rows, Integer m, const Values& a, const Values& b)
 {
     const auto count = static_cast<std::size_t>(m), height = static_cast<std::size_t>(rows);
@@ -28,7 +28,7 @@ Values solve_truncated(Integer rows, Integer m, const Values& a, const Values& b
     Real least = 0.0;
     for (const Real tolerance : {5e-17, 2.23e-16, 1e-15}) {
         Values w = sv, product(height);
-        for (Complex& value : w) // what equals the threshold, and a value that is not a number, stays
+        for (Complex& value : w) // values equal to the threshold, and NaN, stay
             if (modulus(value) < tolerance * modulus(sv[0]))
                 value = 0.0;
         plain_back_substitution(u.data(), w.data(), v.data(), rows, m, rows, m, b.data(), x.data());
@@ -46,7 +46,7 @@ Values solve_truncated(Integer rows, Integer m, const Values& a, const Values& b
     return best;
 }
 
-/// Quotients are not guarded: all-zero samples give values that are not numbers. A NaN never becomes a maximum.
+/// Quotients are not guarded: all-zero samples give NaN. The maxima ignore NaN.
 void measure_error(Index n, const Complex* y, const Values& model, Real* measures)
 {
     Real sum_y = 0.0, sum_y2 = 0.0, max_y = 0.0, sse = 0.0, max_e = 0.0;

@@ -1,5 +1,5 @@
-/// The plain least-squares Prony fit: matrices built element by element, three passes a stage, the model evaluated
-/// anew. The oracle of the fast one, bit for bit, and its peer in the benchmarks.
+/// The unoptimised least-squares Prony fit: matrices built element by element, three passes a stage, the model
+/// evaluated from the poles. The bit-for-bit oracle of the fast one, and its baseline in the benchmarks.
 #pragma once
 
 #include "common/types.h"

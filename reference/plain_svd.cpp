@@ -58,8 +58,8 @@ struct Decomposition
     Vector<Complex> s, e, work;
     Index nct = std::min(n - 1, p), nrt = std::max<Index>(0, p - 2); // numbers of column and of row reflections
 
-    /// Of a real matrix all imaginary parts stay zero, unless a quotient leaves the range of its formula. Zeros of such
-    /// a matrix have the sign plus: real arithmetic could not tell those of the complex products.
+    /// Of a real matrix all imaginary parts stay zero, unless a quotient leaves the range of its formula. All its
+    /// zeros have the sign plus: real arithmetic cannot reproduce those of the complex products.
     bool is_real() const
     {
         for (Index j = 1; j <= p; ++j)
@@ -186,7 +186,7 @@ struct Decomposition
     /// which a limit is met, or 0.
     Index iterate()
     {
-        Index steps = 0, chases_left = 2 * p; // values that are not numbers would be chased for ever
+        Index steps = 0, chases_left = 2 * p; // NaN would be chased for ever
         for (Index m = p; m > 0;) {
             if (steps >= kMaxQrSteps)
                 return m;
@@ -290,7 +290,7 @@ struct Decomposition
         set_e(m - 1, f);
     }
 
-    /// Makes the singular value s(m) positive and lets it sink to its place among those found before.
+    /// Makes the singular value s(m) positive and inserts it in order among those found before.
     void accept(Index m) const
     {
         if (sr(m) < 0.0) {

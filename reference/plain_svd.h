@@ -1,5 +1,5 @@
-/// The plain complex singular value decomposition: rotation by rotation, BLAS call by BLAS call, in the order in which
-/// the method is written down. The oracle of the fast one, bit for bit, and its peer in the benchmarks.
+/// The unoptimised complex singular value decomposition: rotation by rotation and BLAS call by BLAS call, in the order
+/// of the published method. The bit-for-bit oracle of the fast one, and its baseline in the benchmarks.
 #pragma once
 
 #include "common/types.h"

@@ -35,7 +35,7 @@ constexpr Real kLargestParameter = 0.999999999999999;
 using Powers = std::array<Real, 5>; ///< m1^0 .. m1^4
 
 /// Powers of the complementary parameter m1 = 1 - x, by successive multiplication. An x out of range ends the process;
-/// one that is not a number passes.
+/// NaN passes.
 Powers complementary_powers(Real x, const char* range_message)
 {
     if (x < 0.0 || x > kLargestParameter)

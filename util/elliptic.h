@@ -7,7 +7,7 @@
 ///
 /// The derivatives are those of the approximations, to rounding; they are not bound by the 2e-8.
 ///
-/// An argument that is not a number gives a result that is not a number.
+/// NaN gives NaN.
 #pragma once
 
 #include "common/types.h"

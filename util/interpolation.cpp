@@ -12,7 +12,7 @@ extern "C" void FIND_INTERVAL(const Real* X, const Integer& N, const Real& XV, I
     const Real xv = XV;
     const Vector<const Real> x(X);
 
-    if (n < 1 || x(1) >= x(n)) // false when an end is not a number: such a table is accepted
+    if (n < 1 || x(1) >= x(n)) // false if an end is NaN: such a table is accepted
         stop("Sub FIND_INTERVAL: input error !");
     if (xv < x(1)) {
         I = 0;
@@ -23,7 +23,7 @@ extern "C" void FIND_INTERVAL(const Real* X, const Integer& N, const Real& XV, I
         return;
     }
 
-    // Keeps x(lo) <= xv <= x(hi). An xv that is not a number goes to the left, down to the first interval.
+    // Keeps x(lo) <= xv <= x(hi). A NaN goes to the left, down to the first interval.
     Index lo = 1, hi = n;
     while (hi - lo > 1) {
         const Index mid = (lo + hi) / 2;
@@ -33,7 +33,7 @@ extern "C" void FIND_INTERVAL(const Real* X, const Integer& N, const Real& XV, I
             hi = mid;
     }
 
-    // Negated, so that a value that is not a number passes.
+    // Negated, so that NaN passes.
     const bool holds = lo < n && !(x(lo) > xv) && !(xv > x(lo + 1));
     if (!holds)
         stop("Sub FIND_INTERVAL: fatal error in algorithm !");
@@ -49,7 +49,7 @@ extern "C" void LAGRANGE_COEFF(const Real& X, const Real* XN, const Integer& N, 
     const Table<const Real> node(XN);
     const Table<Real> w(W);
 
-    if (n < 0 || node(0) > x || x > node(n)) // an x that is not a number passes
+    if (n < 0 || node(0) > x || x > node(n)) // NaN passes
         return status.fail("Sub LAGRANGE_COEFF: abszissa x out of range x0...xN !");
 
     // The factors of a weight enter in ascending order, the product before the quotient: the bits depend on it.

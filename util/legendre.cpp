@@ -50,7 +50,7 @@ extern "C" void NEW_PN0UOX(const Real& X, const Integer& N1, const Integer& N2, 
     const Status status{ErrorFlag, ErrorMessage, ErrorMessageLength};
     const Real x = X;
 
-    const bool in_range = std::fabs(x) <= 1.0; // false for an x that is not a number
+    const bool in_range = std::fabs(x) <= 1.0; // false for NaN
     if (!in_range || !tabulate(x, N1, N2, NMAX, is_true(CONT), Table<Real>(P)))
         return status.fail("Sub NEW_PN0UOX: input parameters out of bounds !");
     status.succeed();

@@ -9,7 +9,7 @@ namespace tessel {
 ///
 ///     n P_n = (2n - 1) x P_(n-1) - (n - 1) P_(n-2),      P_0 = 1, P_1 = x.
 ///
-/// @param[in]     X     argument, |X| <= 1; one that is not a number is refused
+/// @param[in]     X     argument, |X| <= 1; NaN is refused
 /// @param[in]     N1    first degree when continuing, 0 <= N1 <= N2, and >= 2 when continuing; checked in every call
 /// @param[in]     N2    last degree
 /// @param[in]     NMAX  highest degree that P can hold, >= N2

@@ -17,8 +17,7 @@ namespace tessel {
 /// For |z| > 1 all values are divided by z^N (the bound by |z|^N) and formed through the reversed polynomials, which
 /// cannot overflow; the step does not depend on the common factor. 1/z is formed as conj(z) / |z|^2: from |z| = 1e154
 /// on it is zero, and z stays as it is. The quotients of the step are plain ones; a divisor whose modulus lies outside
-/// 1e-153..1e153 may give a step that is zero or not a number. A z that is not finite gives values that are not
-/// numbers.
+/// 1e-153..1e153 may give a step that is zero or NaN. A z that is not finite gives NaN.
 ///
 /// @param[in]     A      coefficients of p, N, constant term first, leading 1 left out
 /// @param[in]     H      coefficients of h, N

@@ -20,7 +20,7 @@ extern "C" Real CSIZE(const Complex& Z);
 ///
 /// Where the size of B exceeds sqrt(size(4 C)), B is divided out of the root by its size: B^2 may overflow, size(B) and
 /// 4 C may not. The quotient is the plain one, which wants |w| between 1e-153 and 1e153: beyond, the smaller zero comes
-/// out as zero or as not a number. C = 0 gives -B and 0 at any magnitude.
+/// out as zero or NaN. C = 0 gives -B and 0 at any magnitude.
 ///
 /// @param[in,out] B  coefficient of z; on return the zero of the larger size. Two equally large: the one with the plus
 /// @param[in,out] C  constant term; on return the other zero. B = C = 0 stay as they are
@@ -51,7 +51,7 @@ extern "C" void CSCALE_EXP(const Complex* A, Complex* M, Complex* EXPO, const In
 ///
 /// @param[in]  A      coefficients, N, constant term first
 /// @param[in]  N      degree, at least 1
-/// @param[in]  R      radius; a negative one, or one that is not a number, goes into the first formula
+/// @param[in]  R      radius; the first formula also takes a negative one and NaN
 /// @param[out] BOUND  the bound
 extern "C" void CPOLY_BOUND(const Complex* A, const Integer& N, const Real& R, Real& BOUND);
 

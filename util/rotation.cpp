@@ -21,7 +21,7 @@ extern "C" void IHE_orig_ROT3D(const Real& THETA, const Real& PHI, const Real& P
     const Real theta = THETA, phi = PHI, psi = PSI;
     const Matrix<Real> r(R, 3);
 
-    if (std::fabs(theta) > kHalfPi) // an angle that is not a number passes
+    if (std::fabs(theta) > kHalfPi) // NaN passes
         return status.fail("Sub IHE_orig_ROT3D: input parameters out of bounds !");
 
     const auto [cT, sT] = sine_cosine(kHalfPi - theta); // of the complementary angle: sine and cosine change places

@@ -16,8 +16,8 @@ namespace tessel {
 /// @param[in]  THETA  elevation in radians, |THETA| <= pi/2 (the bound, 1.5707963267948966, included)
 /// @param[in]  PHI    azimuth in radians, any value
 /// @param[in]  PSI    roll in radians, any value
-/// @param[out] R      3 x 3, column-major; untouched on failure. An angle that is not a number, and an infinite PHI or
-///                    PSI, make entries that are not numbers, with success.
+/// @param[out] R      3 x 3, column-major; untouched on failure. An angle of NaN, and an infinite PHI or PSI, give
+///                    entries of NaN, with success.
 /// @param[out] ErrorFlag           0 on success, -1 on failure
 /// @param[out] ErrorMessage        blanks on success, the text of the failure otherwise
 /// @param[in]  ErrorMessageLength  characters of ErrorMessage, by value

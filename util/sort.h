@@ -1,4 +1,4 @@
-/// Sort of an array that carries a companion array along.
+/// Sort of an array, with a companion array in the same order.
 #pragma once
 
 #include "common/stop.h"
@@ -10,13 +10,13 @@ namespace tessel {
 /// keys may change their order.
 ///
 /// @param[in]     N    number of elements; N <= 1 changes nothing
-/// @param[in,out] ARR  keys, N; ascending on return. Among keys that are not numbers the order is unspecified, and with
-///                     it that of the whole; both arrays still hold what they held, in pairs.
+/// @param[in,out] ARR  keys, N; ascending on return. With NaN among the keys the order of all is unspecified; both
+///                     arrays still hold the same pairs.
 /// @param[in,out] BRR  companions, N; typically 1..N on entry, and so the permutation on return
 ///
 /// @par Errors   Ends the process with "Sub RECIPES_SORT2: workspace array ISTACK() too small !" should more than 50
-///               pieces wait at once. As the larger piece waits and is at least as long as the one in hand, at most
-///               log2(N) do, which for a 32-bit N is below 31.
+///               pieces wait at once. As the larger piece waits and is at least as long as the one being sorted, at
+///               most log2(N) do, which for a 32-bit N is below 31.
 /// @par State    None: the stack belongs to the call.
 /// @par Source   W. H. Press et al., Numerical Recipes, 2nd ed., sec. 8.2; R. Sedgewick, Implementing Quicksort
 ///               Programs, Comm. ACM 21 (1978) 847-857.

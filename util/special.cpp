@@ -76,7 +76,7 @@ extern "C" Complex FRESNEL_CS(const Real& X)
 extern "C" Real CPHASE(const Complex& Z)
 {
     const Complex z = Z;
-    if (modulus_extended(z) < 1e-300) // false for a modulus that is not a number
+    if (modulus_extended(z) < 1e-300) // false for NaN
         return 0.0;
     return arc_tangent(z.imag(), z.real());
 }

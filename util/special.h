@@ -12,7 +12,7 @@ namespace tessel {
 /// sin(x) / x, and 1 for |x| < 1e-30.
 ///
 /// @param[in] X  argument in radians
-/// @return       sin(x) / x; not a number if X is infinite or none
+/// @return       sin(x) / x; NaN if X is infinite or NaN
 ///
 /// @par Errors   None.
 /// @par State    None.
@@ -23,7 +23,7 @@ extern "C" Real SINC(const Real& X);
 ///     C(x) = integral of cos(pi t^2 / 2) from 0 to x,      S(x) the same of the sine; both odd.
 ///
 /// @param[in] X  argument, without unit
-/// @return       C(x) in the real part, -S(x) in the imaginary part; not a number if pi X^2 overflows or is none
+/// @return       C(x) in the real part, -S(x) in the imaginary part; NaN if pi X^2 overflows or is NaN
 ///
 /// @par Errors   None.
 /// @par State    None.
@@ -33,7 +33,7 @@ extern "C" Complex FRESNEL_CS(const Real& X);
 /// Phase of a complex number.
 ///
 /// @param[in] Z  any value
-/// @return       atan2(Im Z, Re Z) in radians, -pi..pi; 0 if |Z| < 1e-300; not a number if a part is none
+/// @return       atan2(Im Z, Re Z) in radians, -pi..pi; 0 if |Z| < 1e-300; NaN if a part is NaN
 ///
 /// @par Errors   None.
 /// @par State    None.

@@ -20,7 +20,7 @@ struct Subject
     std::vector<CavityMode> exact;
 };
 
-/// All that is found out about it.
+/// All results for it.
 struct Findings
 {
     tessel::modes::Result result; ///< from the record alone
@@ -34,7 +34,7 @@ struct Findings
 using Progress = std::function<void(const std::string&)>;
 
 /// Finds the modes of the record, as it is and with nothing chosen; then those of the cavity, without the record.
-/// `progress` is told what is being done.
+/// `progress` is called with the name of each step.
 Findings analyse(FDTDCalcAPI& api, const Subject& subject, const Progress& progress);
 
 } // namespace resonator

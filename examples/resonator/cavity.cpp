@@ -13,7 +13,7 @@ constexpr double kMu0 = 4e-7 * std::numbers::pi;
 constexpr double kEpsilon0 = 1.0 / (kMu0 * kLightSpeed * kLightSpeed);
 
 /// The pulse is cut this many standard deviations before and behind its peak, where it has fallen to 1e-14: the step
-/// of the cut must not excite what the fit would see. Its spectrum, a Gaussian too, falls as fast.
+/// of the cut must not excite modes that the fit would find. Its spectrum, a Gaussian too, falls as fast.
 constexpr double kPulseReach = 8.0;
 
 double pulse_deviation(const Cavity& cavity)

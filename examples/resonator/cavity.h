@@ -51,8 +51,8 @@ struct Cavity
 };
 
 /// A mode of the discrete cavity with m and n half waves along x and y. What the probe sees of it, from the end of the
-/// pulse on, is residue * exp(pole * t) plus the complex conjugate. In extended precision: the record tells a strong
-/// mode better than a double can say.
+/// pulse on, is residue * exp(pole * t) plus the complex conjugate. In extended precision: the record determines a
+/// strong mode more precisely than a double holds.
 struct CavityMode
 {
     Index m, n;

@@ -131,8 +131,8 @@ Eigensolve eigenmodes(FDTDCalcAPI& api, const Cavity& cavity, double lowest, dou
     const double shift_real = sigma.real(), shift_imaginary = sigma.imag();
     double tolerance = 0.0; // the machine precision
 
-    // A start vector of one's own makes the result the same every time. This one is a disordered electric field: all
-    // static magnetic fields are eigenvectors for z = 1, and none of them ever enters.
+    // A given start vector makes the result reproducible. This one is a disordered electric field: all static magnetic
+    // fields are eigenvectors for z = 1, and it has no component along them.
     Vector start = Vector::Zero(n);
     for (Index k = 0; k < step.electric(); ++k)
         start[n - 1 - k] = 1.0 + static_cast<double>(k * 7919 % 1009) / 1009.0;

@@ -12,12 +12,12 @@ namespace resonator {
 
 /// The Hankel matrix H(i, j) = samples(i + j) of a real signal and its singular values, H = left diag(values) right.
 ///
-/// A sum of n exponentials gives a matrix of rank n, two for each mode: the singular values fall off a cliff behind the
-/// n-th, onto the noise.
+/// A sum of n exponentials gives a matrix of rank n, two for each mode: behind the n-th the singular values drop
+/// steeply to the noise.
 struct Hankel
 {
     Index rank = 0;         ///< number of singular values above the noise
-    Eigen::VectorXd values; ///< falling
+    Eigen::VectorXd values; ///< descending
     Eigen::MatrixXd left;   ///< a column for each value
     Eigen::MatrixXd right;  ///< a row for each value
 };

@@ -1,5 +1,5 @@
-// Simulates a cavity, gives the record of its probe as it is to the library of modes, and finds the same modes without
-// the record through the solvers of the other library; reports all beside the exact modes, and draws.
+// Simulates a cavity, passes the raw record of its probe to the library of modes, and finds the same modes without the
+// record with the solvers of the other library; compares all with the exact modes, and draws.
 
 #include "examples/resonator/analysis.h"
 #include "examples/resonator/output.h"
@@ -53,7 +53,7 @@ within 1e-6). 1 if not; 2 if something hinders.
   --help            print this
 )";
 
-/// Says on a terminal what is being done, in place of what was said before; nothing clears the line.
+/// Prints the current step on a terminal, over the previous one; nothing clears the line.
 void progress(const std::string& text)
 {
     static const bool watched = isatty(STDERR_FILENO) != 0;
@@ -76,7 +76,7 @@ Subject simulate_cavity()
 /// Returns whether all is well.
 bool run(const std::string& prefix)
 {
-    make_folder(prefix); // a wrong one is found before the work
+    make_folder(prefix); // fails before the work if it cannot be made
     const std::unique_ptr<FDTDCalcAPI> api(createFDTDCalcApi());
     if (!api)
         throw std::bad_alloc();

@@ -21,7 +21,7 @@ namespace {
 
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
-/// A file that is being written; whatever goes wrong is found when it is finished.
+/// A file that is being written; errors are reported when it is finished.
 class File
 {
 public:
@@ -119,7 +119,7 @@ void write_response(const std::string& path, const Response& response)
     file.finish();
 }
 
-/// Draws one picture by the script of that name beside this program. Returns what hindered it, or nothing.
+/// Draws one picture by the script of that name beside this program. Returns the reason if that fails.
 std::string draw(const char* name, const std::string& prefix)
 {
     std::error_code ignored;

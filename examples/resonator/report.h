@@ -7,10 +7,10 @@
 
 namespace resonator {
 
-/// The cavity, its pulse, and how near the record is to the sum of the exact modes.
+/// The cavity, its pulse, and the difference of the record from the sum of the exact modes.
 void print_subject(const Subject& subject);
 
-/// What the library says of the record.
+/// The library's result for the record.
 void print_result(const Subject& subject, const tessel::modes::Result& result);
 
 void print_eigensolve(const Eigensolve& solve);
@@ -28,7 +28,7 @@ void print_estimates(const std::vector<Pair>& pairs);
 /// of the exact one and has a peak at each of the eight lowest.
 bool print_verdicts(const Findings& findings);
 
-/// Where the files are; `hindrance` is what kept the pictures from being drawn, if anything did.
+/// Where the files are; `hindrance` is the reason why no pictures were drawn, if so.
 void print_files(const std::string& prefix, const std::string& hindrance);
 
 } // namespace resonator

@@ -42,7 +42,7 @@ StateSpace realise(const Hankel& h, const std::vector<double>& samples)
 }
 
 /// spacing sum_k sample(k) exp(-2 pi i f t(k)) over the samples of the window, those a whole number of strides before
-/// it, and all that the system foretells.
+/// it, and all that the system predicts.
 Complex spectrum_at(FDTDCalcAPI& api, const StateSpace& system, const Record& record, const Window& window,
                     double frequency)
 {
@@ -61,7 +61,7 @@ Complex spectrum_at(FDTDCalcAPI& api, const StateSpace& system, const Record& re
 
     Complex sum = system.c * x;
     Index k = window.first;
-    while (k >= window.stride) { // what came before the window, by Horner's rule
+    while (k >= window.stride) { // the samples before the window, by Horner's rule
         k -= window.stride;
         sum = sum * back + record.at(k);
     }

@@ -23,13 +23,13 @@ struct Response
 };
 
 /// The field at the probe for each ampere of a current that oscillates for ever, at frequencies over the band of the
-/// modes and closely around each: the spectrum of the record, as if it had been recorded until nothing rings any more,
-/// by that of the pulse. What lies before the window is taken as it is, the rest from a linear system
+/// modes and closely around each: the spectrum of the record, as if it had been recorded until the field has decayed,
+/// divided by that of the pulse. Samples before the window are used directly, the rest comes from a linear system
 ///
 ///     x(k+1) = A x(k), sample(k) = c x(k):    sum_(k >= 0) c A^k x(0) z^-k = c (1 - A/z)^-1 x(0),
 ///
 /// realised from the Hankel matrix (J.-N. Juang, R. S. Pappa, J. Guidance 8 (1985) 620, eqs. 11 to 15) and solved by
-/// slot zgesv. It shares no step with the search for modes.
+/// slot zgesv. It is independent of the search for modes.
 Response driven_response(FDTDCalcAPI& api, const Cavity& cavity, const Record& record, const Window& window,
                          const Hankel& hankel, const std::vector<tessel::modes::Mode>& modes);
 

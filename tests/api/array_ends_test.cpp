@@ -1,4 +1,4 @@
-// The solvers keep inside their arrays with every set of BLAS kernels that this processor can run: arrays begin behind
+// The solvers stay inside their arrays with every set of BLAS kernels that this processor can run: arrays begin behind
 // an inaccessible page or end before one, and reading one element too far ends the program.
 #include "common/fortran.h"
 #include "tests/support/guarded.h"
@@ -30,14 +30,14 @@ struct Arrays
     static constexpr std::size_t most = 1 << 16; ///< real elements
 
     bool at_begin;
-    Guarded<Real> room[6]{Guarded<Real>(most), Guarded<Real>(most), Guarded<Real>(most),
-                          Guarded<Real>(most), Guarded<Real>(most), Guarded<Real>(most)};
+    Guarded<Real> block[6]{Guarded<Real>(most), Guarded<Real>(most), Guarded<Real>(most),
+                           Guarded<Real>(most), Guarded<Real>(most), Guarded<Real>(most)};
 
     template <class T>
     T* take(int which, Index count) const
     {
         const auto size = static_cast<std::size_t>(count) * sizeof(T) / sizeof(Real);
-        return reinterpret_cast<T*>(at_begin ? room[which].first() : room[which].last(size));
+        return reinterpret_cast<T*>(at_begin ? block[which].first() : block[which].last(size));
     }
     template <class T>
     T* draw(int which, Index count, Random& random) const
@@ -116,7 +116,7 @@ protected:
     Arrays arrays{GetParam()};
 };
 
-// The lengths take every remainder of the kernels' blocks; 256 and more elements of x take more than one call.
+// The lengths cover every remainder of the kernels' blocks; 256 and more elements of x need more than one call.
 TEST_P(ArrayEnds, AreKeptByProductsOfAMatrixAndAVector)
 {
     ASSERT_TRUE(runs_as_asked());
@@ -151,8 +151,7 @@ TEST_P(ArrayEnds, AreKeptByTheSolversOfTheInterface)
 INSTANTIATE_TEST_SUITE_P(Side, ArrayEnds, ::testing::Bool(),
                          [](const auto& side) { return side.param ? "Begin" : "End"; });
 
-/// A set of kernels, and whether this processor can run it. Here is one of each generation that the archive holds, and
-/// all from AVX on.
+/// A set of kernels, and whether this processor can run it: one of each generation in the archive, and all from AVX on.
 struct KernelSet
 {
     const char* name;

@@ -1,5 +1,5 @@
-// Every argument of an operation reaches its routine: in its place, lengths behind all others and widened by zeros. The
-// routines of this program only note the words that arrive.
+// Every argument of an operation reaches its routine: in the right place, lengths behind all others and widened by
+// zeros. The routines of this program only record the words that they get.
 #include "api/FDTDCalcAPI.h"
 #include "common/types.h"
 
@@ -52,7 +52,7 @@ extern "C" Real dpmpar_(const Integer* i)
 
 namespace {
 
-/// An operation takes its arguments off the front of the words.
+/// Calls an operation; it takes as many of the words as it has arguments.
 template <std::size_t... I>
 void call(int entry, const std::vector<Word>& words, std::index_sequence<I...>)
 {

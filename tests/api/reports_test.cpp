@@ -1,5 +1,5 @@
-// What the solver slots report of calls that they cannot carry out, what they leave alone then, and what is printed.
-// Their numbers are judged by the conformance program.
+// What the solver slots report for invalid or failing calls, which outputs they then leave untouched, and what is
+// printed. Their numerical results are checked by the conformance program.
 #include "tests/support/arnoldi.h"
 #include "tests/support/child.h"
 #include "tests/support/library.h"
@@ -181,7 +181,7 @@ TEST(Hybrj1, RefusesArgumentsOutOfBoundsAndTouchesNothing)
     // N (N + 13) does not fit in 32 bits: 46335 is the first such N; for 65536 it is 851968 modulo 2^32.
     EXPECT_EQ(hybrj1(46335, 46335, 1073767289, 1e-8), 0);
     EXPECT_EQ(hybrj1(65536, 65536, 425984, 1e-8), 0);
-    EXPECT_NE(hybrj1(10, 10, 115, NAN, 20), 0) << "a tolerance that is not a number passes";
+    EXPECT_NE(hybrj1(10, 10, 115, NAN, 20), 0) << "a tolerance of NaN passes";
 }
 
 TEST(Hybrj1, ANegativeIflagEndsTheSolveAndIsReported)

@@ -3,9 +3,9 @@
 // Prints a line for each group: the number of cases, the worst figure, the bound that it must not exceed. A figure is
 // an error, scaled as its name says, or a number of breaches. The exit status is 0 if all groups pass.
 #include "tests/conformance/group.h"
+#include "tests/support/call_arrays.h"
 #include "tests/support/child.h"
-#include "tests/support/hostile.h"
-#include "tests/support/room.h"
+#include "tests/support/extreme_values.h"
 #include "tests/support/signals.h"
 #include "tests/support/slots.h"
 
@@ -86,20 +86,20 @@ Group recovers_exponentials(const Subject& subject)
 Group keeps_its_contract(const Subject& subject)
 {
     Group group{"fit: any values", "breaches", 0.0};
-    Room room;
+    CallArrays arrays;
     for (std::uint64_t seed = 0; seed < 3000; ++seed) {
         Random random(seed);
-        room.begin();
+        arrays.begin();
         const Integer n = 2 + random.below(40), m = 1 + random.below(n / 2 + 1), length = random.below(100) - 10;
-        const Real dt = random.below(2) == 0 ? 1.0 : std::fabs(hostile_value(random, Values::mixed));
+        const Real dt = random.below(2) == 0 ? 1.0 : std::fabs(extreme_value(random, Values::mixed));
         const bool valid = 2 * m <= n && !(dt < 1e-102);
         const Integer ndim = n + random.below(3), mmax = m + random.below(3);
-        const std::vector<Complex> samples = hostile_complexes(random, size_of(ndim));
-        const Complex* const y = room.take(samples);
-        Complex *const residue = room.take<Complex>(size_of(mmax)), *const pole = room.take<Complex>(size_of(mmax));
-        Real* const e = room.take<Real>(5);
-        Integer* const flag = room.take<Integer>(1);
-        char* const message = room.take<char>(size_of(length));
+        const std::vector<Complex> samples = extreme_complexes(random, size_of(ndim));
+        const Complex* const y = arrays.take(samples);
+        Complex *const residue = arrays.take<Complex>(size_of(mmax)), *const pole = arrays.take<Complex>(size_of(mmax));
+        Real* const e = arrays.take<Real>(5);
+        Integer* const flag = arrays.take<Integer>(1);
+        char* const message = arrays.take<char>(size_of(length));
         subject.library.fit(&n, &ndim, y, &dt, &m, &mmax, residue, pole, &e[0], &e[1], &e[2], &e[3], &e[4], flag,
                             message, length);
         const auto says = [&](std::string text) {
@@ -112,10 +112,10 @@ Group keeps_its_contract(const Subject& subject)
                             says("Sub NAPACK_CZERO: too many iterations necessary !");
         const bool told = success ? valid && says("") : *flag == -1 && (valid ? failed : refused);
         const bool kept = std::memcmp(y, samples.data(), samples.size() * sizeof(Complex)) == 0 &&
-                          Room::untouched(pole, size_of(m), size_of(mmax)) &&
-                          Room::untouched(residue, size_of(m), size_of(mmax)) && (valid || room.untouched({pole})) &&
-                          (success || room.untouched({residue, e}));
-        room.end(); // throws if anything was written beside an array
+                          CallArrays::untouched(pole, size_of(m), size_of(mmax)) &&
+                          CallArrays::untouched(residue, size_of(m), size_of(mmax)) &&
+                          (valid || arrays.untouched({pole})) && (success || arrays.untouched({residue, e}));
+        arrays.end(); // throws if anything was written beside an array
         group.count(told && kept);
     }
     return group;
@@ -179,7 +179,7 @@ bool run(const char* path)
     Group unloading{"unloading", "libraries left", 0.0};
     unloading.count(!is_loaded(path));
     groups.push_back(unloading);
-    const Outcome again = run_in_child([path] { return check_all(path).empty(); }, 300); // its streams caught
+    const Outcome again = run_in_child([path] { return check_all(path).empty(); }, 560);
     Group silence{"standard output and error stream", "bytes written", 0.0};
     silence.add(again.well ? static_cast<Real>(again.output.size()) : INFINITY);
     groups.push_back(silence);

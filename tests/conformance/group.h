@@ -17,7 +17,7 @@ inline std::size_t size_of(Integer count)
     return static_cast<std::size_t>(std::max(count, 0));
 }
 
-/// The larger of two figures; one that is not a number is the largest.
+/// The larger of two figures; NaN is the largest.
 inline Real worse(Real a, Real b)
 {
     return a <= b || std::isnan(b) ? b : a;
@@ -42,7 +42,7 @@ struct Group
     bool passes() const { return cases > 0 && worst <= bound; }
 };
 
-/// What the checks reach: the fit through the library's export, all else through an object.
+/// What is checked: the fit through the library's export, everything else through an object.
 struct Subject
 {
     const Library& library;

@@ -2,7 +2,7 @@
 // reading one element too far ends the program.
 #include "tests/conformance/group.h"
 #include "tests/support/arnoldi.h"
-#include "tests/support/room.h"
+#include "tests/support/call_arrays.h"
 #include "tests/support/signals.h"
 #include "tests/support/slots.h"
 
@@ -64,18 +64,18 @@ Real decomposition_error(FDTDCalcAPI& api, const Matrix& matrix, const char* job
             scaled.push_back(original.back() * matrix.size);
             norm = std::hypot(norm, std::abs(original.back()));
         }
-    static Room room;
-    room.begin();
-    T *const a = room.take(scaled), *const u = room.take<T>(size_of(m * columns)),
-             *const vt = room.take<T>(size_of(ldvt * n));
-    Real *const s = room.take<Real>(size_of(p)), *const rwork = room.take<Real>(size_of(5 * p));
+    static CallArrays arrays;
+    arrays.begin();
+    T *const a = arrays.take(scaled), *const u = arrays.take<T>(size_of(m * columns)),
+             *const vt = arrays.take<T>(size_of(ldvt * n));
+    Real *const s = arrays.take<Real>(size_of(p)), *const rwork = arrays.take<Real>(size_of(5 * p));
     T best = 0.0;
     Integer info = 77;
     gesvd(api, jobs[0], jobs[1], m, n, a, m, s, u, m, vt, ldvt, &best, -1, rwork, info);
     const Integer fewest = std::is_same_v<T, Real> ? std::max(3 * p + q, 5 * p) : 2 * p + q,
                   lwork = least ? fewest : static_cast<Integer>(std::real(best));
-    gesvd(api, jobs[0], jobs[1], m, n, a, m, s, u, m, vt, ldvt, room.take<T>(size_of(lwork)), lwork, rwork, info);
-    room.end(); // throws if anything was written beside an array
+    gesvd(api, jobs[0], jobs[1], m, n, a, m, s, u, m, vt, ldvt, arrays.take<T>(size_of(lwork)), lwork, rwork, info);
+    arrays.end(); // throws if anything was written beside an array
     if (info != 0 || !std::is_sorted(s, s + p, std::greater<>()))
         return INFINITY;
     if (matrix.size == 0.0)
@@ -133,16 +133,16 @@ Group decomposes(const Subject& subject)
 Group solves_systems(const Subject& subject)
 {
     Group group{"zgesv", "|A X - B| / |A| |X| n eps", 50.0};
-    Room room;
+    CallArrays arrays;
     for (Integer n = 1; n <= 300; n += n < 70 ? 1 : 23)
         for (const Integer sides : {0, 1, 5, 20}) {
             Random random(size_of(n));
             const auto a = random.complexes(size_of(n * n)), b = random.complexes(size_of(n * sides));
-            room.begin();
-            Complex *const lu = room.take(a), *const x = room.take(b);
+            arrays.begin();
+            Complex *const lu = arrays.take(a), *const x = arrays.take(b);
             Integer info = 77;
-            subject.api.zgesv(&n, &sides, lu, &n, room.take<Integer>(size_of(n)), x, &n, &info);
-            room.end(); // throws if anything was written beside an array
+            subject.api.zgesv(&n, &sides, lu, &n, arrays.take<Integer>(size_of(n)), x, &n, &info);
+            arrays.end(); // throws if anything was written beside an array
             const bool factored = n == 1 || !std::equal(a.begin(), a.end(), lu); // without sides too
             Real worst = info == 0 && factored ? 0.0 : INFINITY, largest = 1.0;
             for (Integer j = 0; j < sides; ++j)
@@ -329,18 +329,18 @@ Group solves_nonlinear_systems(const Subject& subject)
                  {broyden, std::vector<Real>(60, -1.0)},
                  {rosenbrock, {-1.2, 1.0}},
                  {powell_singular, {3.0, -1.0, 0.0, 1.0}, 4}}; // no good progress towards a singular zero
-    Room room;
+    CallArrays arrays;
     for (const auto& [system, start, expected] : cases) {
         const auto n = static_cast<Integer>(start.size());
         const Integer ldfjac = n + 2, lwa = n * (n + 13) / 2;
         const Real tol = 1e-10;
-        room.begin();
+        arrays.begin();
         std::vector<Real> at_x(start);
-        Real *const x = room.take(start), *const f = room.take<Real>(start.size());
+        Real *const x = arrays.take(start), *const f = arrays.take<Real>(start.size());
         Integer info = 77, task = 1;
-        subject.api.hybrj1(system, &n, x, f, room.take<Real>(size_of(ldfjac * n)), &ldfjac, &tol, &info,
-                           room.take<Real>(size_of(lwa)), &lwa);
-        room.end(); // throws if anything was written beside an array
+        subject.api.hybrj1(system, &n, x, f, arrays.take<Real>(size_of(ldfjac * n)), &ldfjac, &tol, &info,
+                           arrays.take<Real>(size_of(lwa)), &lwa);
+        arrays.end(); // throws if anything was written beside an array
         system(&n, x, at_x.data(), nullptr, &ldfjac, &task);
         Real worst = info == expected && std::equal(f, f + n, at_x.begin()) ? 0.0 : INFINITY;
         for (Integer k = 0; k < n; ++k)

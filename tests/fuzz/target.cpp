@@ -10,8 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     using namespace tessel::testing;
-    static Room room;
+    static CallArrays arrays;
     Random random({data, size});
-    TESSEL_EXERCISE(random, room);
+    TESSEL_EXERCISE(random, arrays);
     return 0;
 }

@@ -1,5 +1,5 @@
-// A host that was compiled apart from the library: C++11, the public headers, and nothing of the library at link time.
-// The build compiles this file with every compiler that it finds; all of them load the same library.
+// A host that is compiled separately from the library: C++11, the public headers, and nothing of the library at link
+// time. The build compiles this file with every compiler that it finds; all of them load the same library.
 #include <tessel/Loader.h>
 
 #include <cxxabi.h>

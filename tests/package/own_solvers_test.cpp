@@ -1,5 +1,5 @@
-// A host that brings its own solvers, under the names of those inside the library, and its own allocator. Nothing of
-// the library may reach the solvers, and every object comes from and goes back to the allocator.
+// A host that defines its own solvers, under the names of those inside the library, and its own allocator. The library
+// must not call these solvers, and must allocate and release every object with this allocator.
 #include "tests/support/arnoldi.h"
 #include "tests/support/child.h"
 #include "tests/support/library.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-std::atomic<int> poisoned_calls = 0;
+std::atomic<int> stray_calls = 0;
 
 thread_local enum { ordinary, throwing, null } allocator = ordinary; ///< what the allocator does
 thread_local long blocks = 0;                                        ///< that are in use
@@ -22,22 +22,22 @@ thread_local std::size_t latest_size = 0;
 
 } // namespace
 
-// The poison, of every archive and of the library itself. All are exported (the build links this program with its
-// symbols visible to libraries).
-#define TESSEL_POISON(name)                                                    \
-    extern "C" [[gnu::visibility("default")]] void poison_##name() asm(#name); \
-    void poison_##name()                                                       \
-    {                                                                          \
-        ++poisoned_calls;                                                      \
+// Replacements that count their calls, for every archive and for the library itself. All are exported (the build links
+// this program with its symbols visible to libraries).
+#define TESSEL_OWN(name)                                                    \
+    extern "C" [[gnu::visibility("default")]] void own_##name() asm(#name); \
+    void own_##name()                                                       \
+    {                                                                       \
+        ++stray_calls;                                                      \
     }
-TESSEL_POISON(zgesvd_)
-TESSEL_POISON(zgesv_)
-TESSEL_POISON(zgemm_)
-TESSEL_POISON(xerbla_)
-TESSEL_POISON(dnaupd_)
-TESSEL_POISON(hybrj1_)
-TESSEL_POISON(blas_memory_alloc)
-TESSEL_POISON(LEASTSQ_PRONY_SVD)
+TESSEL_OWN(zgesvd_)
+TESSEL_OWN(zgesv_)
+TESSEL_OWN(zgemm_)
+TESSEL_OWN(xerbla_)
+TESSEL_OWN(dnaupd_)
+TESSEL_OWN(hybrj1_)
+TESSEL_OWN(blas_memory_alloc)
+TESSEL_OWN(LEASTSQ_PRONY_SVD)
 extern "C" {
 [[gnu::visibility("default")]] int debug_[24] = {6, -3, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9,
                                                  9, 9,  9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
@@ -66,7 +66,7 @@ extern "C" {
 namespace tessel::testing {
 namespace {
 
-TEST(HostileHost, NoSolverOfTheHostIsReached)
+TEST(HostWithItsOwnSolvers, NoSolverOfTheHostIsCalled)
 {
     std::memset(timing_, 0x5a, sizeof timing_);
     const Outcome calls = run_in_child([] {
@@ -75,14 +75,14 @@ TEST(HostileHost, NoSolverOfTheHostIsReached)
         call_slots(api(), 80, 1);
         EXPECT_EQ(problem.post_info, 0);
         EXPECT_EQ(timing_[0], 0x5a) << "the statistics are the library's own";
-        EXPECT_EQ(poisoned_calls, 0);
+        EXPECT_EQ(stray_calls, 0);
         return ::testing::Test::HasFailure();
     });
     EXPECT_TRUE(calls.well);
-    EXPECT_EQ(calls.output, "") << "the host's trace levels do not count";
+    EXPECT_EQ(calls.output, "") << "the host's trace levels have no effect";
 }
 
-TEST(HostileHost, ObjectsComeFromTheAllocatorOfTheHostAndGoBackToIt)
+TEST(HostWithItsOwnSolvers, ObjectsUseTheAllocatorOfTheHost)
 {
     void* const library = dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr);
@@ -104,7 +104,7 @@ TEST(HostileHost, ObjectsComeFromTheAllocatorOfTheHostAndGoBackToIt)
     allocator = null;
     FDTDCalcAPI* const none = create();
     allocator = ordinary;
-    EXPECT_TRUE(caught) << "out of memory passes from the factory";
+    EXPECT_TRUE(caught) << "the factory passes std::bad_alloc";
     EXPECT_EQ(none, nullptr) << "an operator new that returns null gives a null object";
     dlclose(library);
 }

@@ -1,4 +1,4 @@
-// The library as a guest in a process: loading and unloading, memory that cannot be had, forks, the environment.
+// The library inside a host process: loading and unloading, memory that cannot be mapped, forks, the environment.
 #include "common/openblas_guard.h"
 #include "tests/support/address_space.h"
 #include "tests/support/arnoldi.h"
@@ -34,7 +34,7 @@ TEST(Process, LoadingAndUnloadingLeavesNothing)
             sample_problem().solve(*object);
         }
     };
-    load_and_unload(); // the dynamic linker's own tables grow at first
+    load_and_unload(); // the dynamic linker's own tables grow in the first cycle
     EXPECT_FALSE(is_loaded(TESSEL_LIBRARY));
     if (kSanitized)
         GTEST_SKIP() << "memory is not counted under a sanitizer";
@@ -45,12 +45,12 @@ TEST(Process, LoadingAndUnloadingLeavesNothing)
         load_and_unload();
         least_growth = std::min(least_growth, std::max(mallinfo2().uordblks, heap) - heap);
     }
-    EXPECT_LT(least_growth, cycles * smallest_block) << "a block a cycle was left";
-    EXPECT_LE(address_space(), space + kWorkBufferSize / 2) << "a work buffer was left";
+    EXPECT_LT(least_growth, cycles * smallest_block) << "each cycle leaks a block";
+    EXPECT_LE(address_space(), space + kWorkBufferSize / 2) << "a work buffer was not unmapped";
 }
 
-// OpenBLAS would spin for ever when a work buffer cannot be mapped. The child of a fork has only the thread that
-// forked: buffers and locks of the others must not be missing there.
+// OpenBLAS itself loops for ever when a work buffer cannot be mapped. The child of a fork has only the forking thread:
+// it must not wait for buffers and locks of the others.
 TEST(Process, SolvesGoOnWithoutMemoryAndInTheChildOfAFork)
 {
     if (kSanitized)
@@ -63,7 +63,7 @@ TEST(Process, SolvesGoOnWithoutMemoryAndInTheChildOfAFork)
         std::vector<std::thread> workers;
         for (int t = 0; t < 3; ++t)
             workers.emplace_back([&] {
-                const std::vector<std::byte> heap(1 << 20); // the thread's own heap is there before the limit
+                const std::vector<std::byte> heap(1 << 20); // the thread's own heap is mapped before the limit is set
                 start.arrive_and_wait();
                 start.arrive_and_wait();
                 while (!stop)
@@ -76,14 +76,14 @@ TEST(Process, SolvesGoOnWithoutMemoryAndInTheChildOfAFork)
         start.arrive_and_wait();
         int failures = 0;
         for (int i = 0; i < 60 && failures == 0; ++i)
-            failures += !run_in_child([&] { return solve().empty(); }, 10).well;
+            failures += !run_in_child([&] { return solve().empty(); }).well;
         stop = true;
         for (std::thread& worker : workers)
             worker.join();
         return failures;
     };
     const Outcome outcome = run_in_child(solve_and_fork);
-    EXPECT_TRUE(outcome.well) << "a call never came back, or failed";
+    EXPECT_TRUE(outcome.well) << "a call hung or failed";
     EXPECT_EQ(outcome.output, "");
 }
 

@@ -54,8 +54,8 @@ long peak_memory(bool reset)
     return -1;
 }
 
-/// 3.2 GB are declared; what is touched goes with the samples and the order.
-TEST(OrderSearch, DoesNotTouchWhatIsOnlyDeclared)
+/// 3.2 GB are declared; the memory touched depends on the samples and the order.
+TEST(OrderSearch, DoesNotTouchMemoryThatIsOnlyDeclared)
 {
     if (kSanitized)
         GTEST_SKIP() << "memory is not counted under a sanitizer";

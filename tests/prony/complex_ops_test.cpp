@@ -1,5 +1,5 @@
 #include "common/complex_ops.h"
-#include "tests/support/hostile.h"
+#include "tests/support/extreme_values.h"
 
 #include <gtest/gtest.h>
 
@@ -35,7 +35,7 @@ TEST(ComplexOperations, TheModulusOfARealNumberIsItsAbsoluteValue)
 {
     testing::Random random(1);
     for (int i = 0; i < 100000; ++i) {
-        const Real x = testing::hostile_value(random, testing::Values::bits);
+        const Real x = testing::extreme_value(random, testing::Values::bits);
         ASSERT_TRUE(modulus({x, 0.0}) == std::fabs(x) || std::isnan(x)) << x;
     }
 }

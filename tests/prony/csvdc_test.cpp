@@ -31,7 +31,7 @@ struct Svd
     }
 
     /// The larger of |A - U B V^H| / |A|, with S and E on the diagonals of B, and the departure of U and V from
-    /// unitary matrices; in units of n eps. Infinite if a value that is said to be found is none.
+    /// unitary matrices; in units of n eps. Infinite if a value reported as converged is not a singular value in order.
     Real error() const
     {
         Real worst = 0.0;
@@ -71,7 +71,7 @@ TEST(ComplexSvd, AgreesWithLapackAndReproducesTheMatrix)
             for (Index k = 0; k < p && svd.info == 0; ++k)
                 EXPECT_NEAR(svd.s(k, 0).real(), reference[static_cast<std::size_t>(k)], 50.0 * kEps * n * reference[0]);
         }
-    EXPECT_LE(limited, 1); // repeated values can meet the iteration limit: it hangs on the last bits of level 1
+    EXPECT_LE(limited, 1); // repeated values can meet the iteration limit: it depends on the last bits of level 1
 }
 
 TEST(ComplexSvd, OneElementKeepsItsPhaseInU)
@@ -85,7 +85,7 @@ TEST(ComplexSvd, OneElementKeepsItsPhaseInU)
 }
 
 /// The sign of the shift leaves a few special matrices without convergence; so does the limit itself where the entries
-/// fall over tens of decades. That is part of the contract, and the report must be right: S(INFO+1..P) are singular
+/// decrease over tens of decades. That is part of the contract, and the report must be right: S(INFO+1..P) are singular
 /// values, and U^H A V is bidiagonal with S and E. How many of these matrices it takes depends on the last bits of the
 /// level-1 operations.
 TEST(ComplexSvd, ReportsTheIterationLimit)
@@ -112,7 +112,7 @@ TEST(ComplexSvd, ReportsTheIterationLimit)
     falling.fill([&](Index i, Index j) { return std::pow(10.0, -0.3 * static_cast<Real>(i + j)) * random.complex(); });
     EXPECT_EQ(Svd(falling).message, kNotCorrect);
     splitting.fill([](Index i, Index j) { return i + j == 2 ? std::numeric_limits<Real>::quiet_NaN() : 0.0; });
-    EXPECT_EQ(Svd(splitting).message, kNotCorrect) << "for ever, were its turns not counted";
+    EXPECT_EQ(Svd(splitting).message, kNotCorrect) << "endless if its turns were not counted";
 }
 
 } // namespace

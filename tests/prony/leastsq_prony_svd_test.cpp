@@ -154,7 +154,7 @@ TEST(Prony, ApproachesTheCertifiedResidual)
     EXPECT_LE(sse, 20.0 * kLanczos2Floor);
 }
 
-TEST(Prony, RefusesWhatItHasNoRoomFor)
+TEST(Prony, ReportsSizesThatItCannotHandle)
 {
     Fit fit(lanczos1(), 3);
     std::vector<Integer> extents = {2000000000, 2147483647};
@@ -173,7 +173,7 @@ TEST(Prony, RefusesWhatItHasNoRoomFor)
               "Sub RECIPES_SVBKSB: input parameters out of bounds !");
 }
 
-/// Shared passes, the model taken from the kept product and the fast decomposition change no bit.
+/// Skipped passes, the model taken from the kept product and the fast decomposition change no bit.
 TEST(Prony, HasTheBitsOfThePlainFit)
 {
     Random random(31);

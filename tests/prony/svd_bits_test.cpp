@@ -238,8 +238,8 @@ TEST(SvdBits, KernelsEqualPlainLoops)
     });
 }
 
-/// Sweeps with ragged starts and ends, over all row counts, against single rotations: with columns so few that none is
-/// kept, with room for one batch beside another, for one alone, and for none.
+/// Sweeps with ragged starts and ends, over all row counts, against single rotations: with so few columns that none is
+/// deferred, with space for two batches, for one, and for none.
 TEST(SvdBits, SweepsEqualSingleRotations)
 {
     Random random(8);

@@ -1,5 +1,5 @@
-// Every own routine over shapes and values of any kind: within its contract and the bounds of its arrays, alone and
-// beside others, in any floating-point environment of its host, of which nothing is changed.
+// Every own routine with shapes and values of any kind: it keeps its contract and the bounds of its arrays, alone and
+// concurrently, in any floating-point environment, and leaves the state of the process unchanged.
 #include "tests/support/exercises.h"
 
 #include <gtest/gtest.h>
@@ -36,12 +36,12 @@ protected:
     /// Hashes of what the calls number `first`, `first` + 1, ... give.
     static std::vector<std::uint64_t> run(std::uint64_t first, std::uint64_t count)
     {
-        Room room;
+        CallArrays arrays;
         std::vector<std::uint64_t> hashes;
         for (std::uint64_t seed = first; seed < first + count; ++seed) {
             Random random(seed);
             try {
-                hashes.push_back(GetParam().exercise(random, room));
+                hashes.push_back(GetParam().exercise(random, arrays));
             } catch (const Breach& breach) {
                 ADD_FAILURE() << breach.what() << ", seed " << seed;
             }
@@ -66,10 +66,10 @@ TEST_P(Contract, HoldsForCallsThatOverlap)
     for (std::thread& thread : threads)
         thread.join();
     for (const auto& hashes : together)
-        EXPECT_TRUE(hashes == alone) << "not the bits of calls made alone";
+        EXPECT_TRUE(hashes == alone) << "other bits than serial calls";
 }
 
-/// What a host has set up and must find again: all but the flags that arithmetic raises.
+/// Process state that a call must preserve: everything except the floating-point exception flags.
 struct HostState
 {
     HostState()

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/types.h"
-#include "tests/support/room.h"
+#include "tests/support/call_arrays.h"
 
 #include <tessel/FDTDCalcAPI.h>
 
@@ -57,12 +57,12 @@ struct Arnoldi
         if (resid.empty())
             for (std::size_t i = 0; i < size; ++i)
                 resid.push_back(1.0 + static_cast<Real>(i * 7 % 11) / 3.0);
-        static Room room;
-        room.begin();
-        Real *const residual = room.take(resid), *const v = room.take<Real>(size * width),
-                    *const workd = room.take<Real>(3 * size), *const workl = room.take<Real>(work),
-                    *const workev = room.take<Real>(3 * width), *const vectors = room.take<Real>(size * z_columns);
-        Logical* const select = room.take<Logical>(width);
+        static CallArrays arrays;
+        arrays.begin();
+        Real *const residual = arrays.take(resid), *const v = arrays.take<Real>(size * width),
+                    *const workd = arrays.take<Real>(3 * size), *const workl = arrays.take<Real>(work),
+                    *const workev = arrays.take<Real>(3 * width), *const vectors = arrays.take<Real>(size * z_columns);
+        Logical* const select = arrays.take<Logical>(width);
         const Real sigmar = sigma.real(), sigmai = sigma.imag();
         Real tol = 0.0;
         Integer ipntr[14] = {}, ido = 0;
@@ -98,7 +98,7 @@ struct Arnoldi
                        &post_info);
             z.assign(vectors, vectors + size * z_columns);
         }
-        room.end(); // throws if anything was written beside an array
+        arrays.end(); // throws if anything was written beside an array
     }
 
     /// Number of eigenvalues that were found.

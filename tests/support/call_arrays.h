@@ -1,4 +1,4 @@
-/// Arrays that cannot be overrun unseen: an inaccessible page on one side, canaries on the other.
+/// Arrays with overrun detection: an inaccessible page on one side, a checked margin on the other.
 #pragma once
 
 #include "tests/support/guarded.h"
@@ -15,7 +15,7 @@
 
 namespace tessel::testing {
 
-/// A call did what its contract rules out.
+/// A call broke its contract.
 struct Breach : std::logic_error
 {
     using std::logic_error::logic_error;
@@ -27,25 +27,25 @@ inline void require(bool holds, const char* what)
         throw Breach(what);
 }
 
-/// The arrays of one call at a time. They are placed in turn behind the inaccessible page and before it.
-class Room
+/// The arrays of one call at a time, alternately placed directly behind the inaccessible page and directly before it.
+class CallArrays
 {
 public:
-    /// Forgets the arrays of the last call; those of this one start at the other side.
+    /// Starts a call: releases the arrays of the last one and begins with the other side.
     void begin()
     {
         taken_.clear();
         turn_ = !turn_;
     }
 
-    /// `count` elements of sentinels: a byte pattern that no result has.
+    /// `count` elements filled with a byte pattern that no result has.
     template <class T>
     T* take(std::size_t count)
     {
         const std::size_t place = taken_.size(), bytes = count * sizeof(T);
         if (place == blocks_.size())
             blocks_.push_back(std::make_unique<Guarded<std::byte>>(kBytes));
-        require(bytes + kMargin <= kBytes, "an array is too large for its room");
+        require(bytes + kMargin <= kBytes, "an array is too large");
         const bool at_end = (place % 2 == 0) == turn_;
         std::byte* const first = at_end ? blocks_[place]->last(bytes) : blocks_[place]->first();
         std::byte* const margin = at_end ? first - kMargin : first + bytes;
@@ -64,9 +64,9 @@ public:
     }
 
     /// Whether nothing was written to these arrays of this call.
-    bool untouched(std::initializer_list<const void*> arrays) const
+    bool untouched(std::initializer_list<const void*> wanted) const
     {
-        return std::all_of(arrays.begin(), arrays.end(), [this](const void* array) {
+        return std::all_of(wanted.begin(), wanted.end(), [this](const void* array) {
             const auto taken = std::find_if(taken_.begin(), taken_.end(),
                                             [array](const Taken& other) { return other.first == array; });
             return untouched(taken->first, 0, taken->bytes);
@@ -81,7 +81,7 @@ public:
                            [](std::byte byte) { return byte == kSentinel; });
     }
 
-    /// Ends a call: the margins must be intact. Returns a hash (FNV-1a) of all arrays.
+    /// Ends a call and checks the margins. Returns a hash (FNV-1a) of all arrays.
     std::uint64_t end() const
     {
         std::uint64_t hash = 0xcbf29ce484222325u;

@@ -1,4 +1,4 @@
-/// A piece of a test in a process of its own, with its streams caught and a limit on its time.
+/// A part of a test in a separate process, with its output captured.
 #pragma once
 
 #include <cstdio>
@@ -17,9 +17,9 @@ struct Outcome
 };
 
 /// Runs `body()`, which returns the number of its failures, in a child that ends as a host does: buffers of every
-/// runtime are flushed. A child that hangs is killed after `seconds`.
+/// runtime are flushed. A child that hangs is killed after `seconds`, just before the time limit of the test.
 template <class Body>
-Outcome run_in_child(Body body, unsigned seconds = 60)
+Outcome run_in_child(Body body, unsigned seconds = 280)
 {
     // Not 0: a solver that ends the process by a plain STOP leaves that.
     constexpr int all_well = 42;

@@ -1,4 +1,4 @@
-/// Values that a routine must come back from: not finite, subnormal, huge, tiny, of every exponent, and mixtures.
+/// Values for which every routine must return: not finite, subnormal, huge, tiny, of every exponent, and mixtures.
 #pragma once
 
 #include "common/types.h"
@@ -19,9 +19,9 @@ enum class Values
     few,       ///< small integers: ties, cancellation, exact zeros
     special,   ///< zeros, infinities, NaN, the ends of the range, thresholds
     subnormal, ///< and zero
-    wide,      ///< every exponent alike
+    wide,      ///< every exponent equally likely
     bits,      ///< any pattern
-    mixed      ///< each value of another kind
+    mixed      ///< each value of a random kind
 };
 constexpr int kValueKinds = 7;
 
@@ -30,7 +30,7 @@ inline Values any_kind(Random& random)
     return static_cast<Values>(random.below(kValueKinds));
 }
 
-inline Real hostile_value(Random& random, Values kind)
+inline Real extreme_value(Random& random, Values kind)
 {
     static constexpr Real inf = std::numeric_limits<Real>::infinity(), nan = std::numeric_limits<Real>::quiet_NaN(),
                           least = std::numeric_limits<Real>::denorm_min(), normal = std::numeric_limits<Real>::min(),
@@ -53,27 +53,27 @@ inline Real hostile_value(Random& random, Values kind)
     case Values::mixed:
         break;
     }
-    return hostile_value(random, static_cast<Values>(random.below(kValueKinds - 1)));
+    return extreme_value(random, static_cast<Values>(random.below(kValueKinds - 1)));
 }
 
-inline Complex hostile_complex(Random& random, Values kind)
+inline Complex extreme_complex(Random& random, Values kind)
 {
-    const Real re = hostile_value(random, kind);
-    return {re, random.below(4) == 0 ? 0.0 : hostile_value(random, kind)};
+    const Real re = extreme_value(random, kind);
+    return {re, random.below(4) == 0 ? 0.0 : extreme_value(random, kind)};
 }
 
-inline std::vector<Real> hostile_reals(Random& random, std::size_t n)
+inline std::vector<Real> extreme_reals(Random& random, std::size_t n)
 {
     const Values kind = any_kind(random);
     std::vector<Real> values(n);
     for (Real& value : values)
-        value = hostile_value(random, kind);
+        value = extreme_value(random, kind);
     return values;
 }
 
-/// An array: a sum of exponentials, an impulse, or values of one kind; scaled as a whole, and with a few of its
-/// elements exchanged for those of another kind, each in one case of several.
-inline std::vector<Complex> hostile_complexes(Random& random, std::size_t n)
+/// An array: a sum of exponentials, an impulse, or values of one kind; in some cases scaled as a whole,
+/// in some with a few elements replaced by values of another kind.
+inline std::vector<Complex> extreme_complexes(Random& random, std::size_t n)
 {
     std::vector<Complex> values(n);
     switch (const int shape = random.below(4); shape) {
@@ -91,12 +91,12 @@ inline std::vector<Complex> hostile_complexes(Random& random, std::size_t n)
     case 1:
         if (n > 0)
             values[static_cast<std::size_t>(random.below(static_cast<int>(n)))] =
-                hostile_complex(random, Values::mixed);
+                extreme_complex(random, Values::mixed);
         break;
     default:
         const Values kind = any_kind(random);
         for (Complex& value : values)
-            value = hostile_complex(random, kind);
+            value = extreme_complex(random, kind);
     }
     if (random.below(3) == 0) {
         const Real scale = std::ldexp(1.0, random.below(2098) - 1073);
@@ -106,7 +106,7 @@ inline std::vector<Complex> hostile_complexes(Random& random, std::size_t n)
     if (n > 0 && random.below(3) == 0)
         for (int count = 1 + random.below(3); count > 0; --count)
             values[static_cast<std::size_t>(random.below(static_cast<int>(n)))] =
-                hostile_complex(random, Values::special);
+                extreme_complex(random, Values::special);
     return values;
 }
 

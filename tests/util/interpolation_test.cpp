@@ -24,7 +24,7 @@ TEST(FindInterval, BelongsToItsLeftNode)
     for (const auto& [xv, i] :
          {std::pair{-0.5, 0}, {0.0, 1}, {0.5, 1}, {1.0, 2}, {2.5, 3}, {3.0, 3}, {3.5, 4}, {kNaN, 1}})
         EXPECT_EQ(interval({0.0, 1.0, 2.0, 3.0}, xv), i) << xv;
-    EXPECT_EQ(interval({kNaN, 1.0, 2.0, 3.0}, 2.5), 3) << "an end that is not a number passes";
+    EXPECT_EQ(interval({kNaN, 1.0, 2.0, 3.0}, 2.5), 3) << "NaN at an end passes";
     EXPECT_EQ(interval({0.0, 1.0, 2.0, kNaN}, 7.0), 3);
 }
 
@@ -33,7 +33,7 @@ TEST(FindIntervalDeathTest, BadTablesEndTheProcess)
     for (const std::vector<Real>& x : {std::vector{2.0, 1.0}, {1.0}, {}})
         EXPECT_STOP(interval(x, 1.0), "Sub FIND_INTERVAL: input error !");
 
-    // One entry that is not a number passes as a table and holds no interval, whatever lies behind it.
+    // A single NaN passes as a table and holds no interval, whatever follows it in memory.
     const Real x[] = {kNaN, 5.0};
     Integer i = -99;
     EXPECT_STOP(FIND_INTERVAL(x, 1, 1.0, i), "Sub FIND_INTERVAL: fatal error in algorithm !");
