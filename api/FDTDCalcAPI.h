@@ -74,7 +74,7 @@ public:
     /// @param[in]     BMAT,BMAT_LENGTH,N,WHICH,WHICH_LENGTH,NEV,TOL,RESID,NCV,LDV,IPARAM,WORKD,LWORKL
     ///                     as the last call of `dnaupd` left them
     /// @param[in,out] V,IPNTR,WORKL  the same; if RVEC is true, V holds the Schur vectors of the converged values on
-    ///                     return, and IPNTR(9) .. IPNTR(13) tell where their data stand in WORKL
+    ///                     return, and IPNTR(9) .. IPNTR(13) are the places of their data in WORKL
     /// @param[in,out] INFO  that of the last call of `dnaupd`; on return see Errors
     ///
     /// Where SIGMAI is not zero, DR and DI are those of the transformed operator: the eigenvalues are the Rayleigh
@@ -99,7 +99,7 @@ public:
     /// then call `dneupd`.
     ///
     /// @param[in,out] IDO    0 to begin; on return -1 or 1: WORKD(IPNTR(2)..) := OP WORKD(IPNTR(1)..), where for 1 in
-    ///                       modes 3 and 4 B x already stands at WORKD(IPNTR(3)..); 2: WORKD(IPNTR(2)..) := B
+    ///                       modes 3 and 4 B x is already at WORKD(IPNTR(3)..); 2: WORKD(IPNTR(2)..) := B
     ///                       WORKD(IPNTR(1)..); 3: np = IPARAM(8) shifts, the real parts into WORKL(IPNTR(14)..), the
     ///                       imaginary parts np places behind them, conjugate pairs side by side; 99: done
     /// @param[in]     BMAT   'I' standard problem A x = lambda x, 'G' generalised problem A x = lambda B x
@@ -153,7 +153,7 @@ public:
     /// @param[in]     TOL     relative error wished for between X and the solution, not negative
     /// @param[out]    INFO    see Errors
     /// @param[out]    WA      work storage, LWA; on return WA(N + 1 .. 2 N) holds Q^T F(X), and the triangular factor
-    ///                        stands by rows from WA(6 N + 1) on
+    ///                        is stored by rows from WA(6 N + 1) on
     /// @param[in]     LWA     >= N (N + 13) / 2
     ///
     /// @par Errors  INFO = 1 on success, relative error at most TOL; 2 if 100 (N + 1) evaluations were reached; 3 if
@@ -197,7 +197,7 @@ public:
     /// @param[in]     LDVT   >= 1; >= N for 'A', >= min(M, N) for 'S'
     /// @param[out]    WORK   work storage, LWORK; WORK(1) is the best LWORK
     /// @param[in]     LWORK  >= max(1, 2 min(M, N) + max(M, N)); -1 asks for the best LWORK and does nothing else
-    /// @param[out]    RWORK  work storage, 5 min(M, N); if INFO > 0, the superdiagonal that did not converge stands in
+    /// @param[out]    RWORK  work storage, 5 min(M, N); if INFO > 0, the superdiagonal that did not converge is in
     ///                       RWORK(1 .. min(M, N) - 1)
     /// @param[out]    INFO   see Errors
     /// @param[in]     JOBU_LENGTH   length of JOBU, by value: 1
@@ -234,7 +234,7 @@ public:
 
     /// Slot 8: LAPACK DGESVD, singular value decomposition A = U diag(S) VT of a real matrix. As `zgesvd` with real
     /// arrays and without RWORK, but for LWORK >= max(1, 3 min(M, N) + max(M, N), 5 min(M, N)); if INFO > 0, the
-    /// superdiagonal that did not converge stands in WORK(2 .. min(M, N)).
+    /// superdiagonal that did not converge is in WORK(2 .. min(M, N)).
     virtual void dgesvd(const char* JOBU, const char* JOBVT, const std::int32_t* M, const std::int32_t* N, double* A,
                         const std::int32_t* LDA, double* S, double* U, const std::int32_t* LDU, double* VT,
                         const std::int32_t* LDVT, double* WORK, const std::int32_t* LWORK, std::int32_t* INFO,

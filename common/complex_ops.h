@@ -1,4 +1,4 @@
-/// Complex arithmetic by name: each rule stands here once, with its order of operations.
+/// Complex arithmetic by name: each rule once, with its order of operations.
 ///
 /// The operators * and / of std::complex are not used: they compile to __muldc3 and __divdc3, which repair NaNs, scale
 /// their operands and so return other bits (and take several times as long). + and - of std::complex are plain.

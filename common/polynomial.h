@@ -100,7 +100,7 @@ struct HornerSizeSum
     void take(Index k) noexcept { add(abs1(a(k))); }
 };
 
-/// Sum of weights that stand in the real parts of w.
+/// Sum of the weights, the real parts of w.
 struct HornerWeightSum
 {
     Vector<const Complex> w;

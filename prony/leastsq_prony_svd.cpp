@@ -101,7 +101,7 @@ void multiply_matrix(Index rows, Index m, const Matrix<const Complex>& a, const 
 
 /// Solves A x = b, in the work arrays of a fit, with each of the thresholds and returns the column of w.x
 /// that holds the solution to keep: the one of the smallest residual, the lower pass on a tie; a NaN is never the
-/// smallest. Its product A x is left in w.model. Returns 0 if a routine failed, whose status then stands.
+/// smallest. Its product A x is left in w.model. Returns 0 if a routine failed; the status is then that routine's.
 ///
 /// Higher thresholds leave out the same values and perhaps more. A pass that leaves out no more than the one before
 /// would give the same solution and is skipped.

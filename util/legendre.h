@@ -14,7 +14,7 @@ namespace tessel {
 /// @param[in]     N2    last degree
 /// @param[in]     NMAX  highest degree that P can hold, >= N2
 /// @param[in]     CONT  false: a new table, from degree 0; true: degrees N1..N2 follow P_(N1-2) and P_(N1-1) as they
-///                      stand in P. Only the lowest bit counts.
+///                      are in P. Only the lowest bit counts.
 /// @param[in,out] P     table, NMAX + 1, element n + 1 holds P_n; untouched on failure and beyond degree N2
 /// @param[out] ErrorFlag           0 on success, -1 on failure
 /// @param[out] ErrorMessage        blanks on success, the text of the failure otherwise
