@@ -91,6 +91,25 @@ constexpr Constant<Extended> kArcTangents[] = {
     {0x0.c0ce85b8ac52664p+0L,  0x0.89dd62c46e92fa25p-64L},
     {0x0.c90fdaa22168c23p+0L,  0x0.9898cc51701b839ap-61L},
 };
+// 2^(i/16), i = 0..15
+constexpr Constant<Extended> kRoots[] = {
+    {0x0.8p+1L,                                   0.0L},
+    {0x0.85aac367cc487b15p+1L, -0x0.e8da91cf7aacf938p-65L},
+    {0x0.8b95c1e3ea8bd6e7p+1L, -0x0.8373af14eb586dfdp-68L},
+    {0x0.91c3d373ab11c336p+1L,  0x0.fd6d8e0ae5ac9d82p-67L},
+    {0x0.9837f0518db8a96fp+1L,  0x0.8d5a46305c85ededp-64L},
+    {0x0.9ef5326091a111aep+1L, -0x0.beddc1ec288c045dp-64L},
+    {0x0.a5fed6a9b15138eap+1L,  0x0.e5ebfb10b88380d9p-66L},
+    {0x0.ad583eea42a14ac6p+1L,  0x0.93015191eb345d89p-64L},
+    {0x0.b504f333f9de6484p+1L,  0x0.b2fb1366ea957d3ep-64L},
+    {0x0.bd08a39f580c36bfp+1L, -0x0.aefdc09325e0a10cp-64L},
+    {0x0.c5672a115506daddp+1L,  0x0.f8ab432593767cdep-65L},
+    {0x0.ce248c151f8480e4p+1L, -0x0.ee53e3835069c895p-66L},
+    {0x0.d744fccad69d6af4p+1L,  0x0.e69a2ee640b4ff78p-65L},
+    {0x0.e0ccdeec2a94e111p+1L,  0x0.cb12a091ba667944p-68L},
+    {0x0.eac0c6e7dd24392fp+1L, -0x0.bf4a29323e46ac15p-65L},
+    {0x0.f5257d152486cc2cp+1L,  0x0.f73a18f5db301f87p-64L},
+};
 constexpr Constant<Extended> kPi     = {0x0.c90fdaa22168c234p+2L,  0x0.c4c6628b80dc1cd1p-62L};
 constexpr Constant<Extended> kHalfPi = {0x0.c90fdaa22168c238p+1L, -0x0.cece675d1fc8f8ccp-61L};
 
@@ -221,6 +240,45 @@ Real exponential(Real x) noexcept
     return value * power_of_two(n / 2) * power_of_two(n - n / 2); // 2^n alone may be out of range
 }
 
+/// x = n log(2) / 16 + r, |r| <= log(2) / 32.
+Extended exponential(Extended x) noexcept
+{
+    // Of (exp r - 1 - r) / r^2: 1/2!, 1/3!, ..., 1/8!.
+    static constexpr auto kSeries = [] {
+        std::array<Extended, 7> c{};
+        Extended factorial = 1.0L;
+        for (std::size_t k = 2; k < 9; ++k)
+            c[k - 2] = 1.0L / (factorial *= static_cast<Extended>(k));
+        return c;
+    }();
+    constexpr Extended kWhole = 0x1.8p+63L; // sums with it are whole numbers
+    constexpr int kStep = 1000;             // 2^kStep and its reciprocal are doubles
+
+    if (!(std::fabs(x) < 11400.0L))
+        return std::isnan(x) ? x : x > 0.0L ? std::numeric_limits<Extended>::infinity() : 0.0L;
+    const Extended sixteenths = (x * (16.0L * kInverseLog2) + kWhole) - kWhole;
+    const int n = static_cast<int>(static_cast<Real>(sixteenths));
+    const Extended r = (x - sixteenths * (kLog2.high / 16.0)) - sixteenths * (kLog2.low / 16.0), square = r * r;
+    const Extended low = (kSeries[0] + r * kSeries[1]) + square * (kSeries[2] + r * kSeries[3]);
+    const Extended high = (kSeries[4] + r * kSeries[5]) + square * kSeries[6];
+    const auto [root, root_low] = kRoots[n & 15];
+    Extended value = root + (root_low + root * (r + square * (low + square * square * high)));
+    int twos = n >> 4;
+    for (; twos > kStep; twos -= kStep)
+        value *= power_of_two(kStep);
+    for (; twos < -kStep; twos += kStep)
+        value *= power_of_two(-kStep);
+    return value * power_of_two(twos);
+}
+
+std::complex<Extended> exponential(const std::complex<Extended>& z) noexcept
+{
+    const Extended size = exponential(z.real());
+    Extended sine, cosine;
+    sincosl(z.imag(), &sine, &cosine); // plain arithmetic, unlike the double-precision one
+    return {size * cosine, size * sine};
+}
+
 /// Of the smaller part over the larger, t = c + (t - c) with c the nearest sixteenth:
 ///
 ///     atan t = atan c + atan z,   z = (t - c) / (1 + c t),   |z| <= 1/32.
@@ -256,7 +314,7 @@ Real arc_tangent(Real y, Real x) noexcept
 SineCosine sine_cosine(Real x) noexcept
 {
     Extended sine, cosine;
-    sincosl(x, &sine, &cosine); // plain arithmetic, unlike the double-precision one
+    sincosl(x, &sine, &cosine);
     return {static_cast<Real>(sine), static_cast<Real>(cosine)};
 }
 

@@ -5,7 +5,7 @@
 /// use +, -, *, / and the square root alone, which are correctly rounded everywhere. Special values are those of C.
 ///
 /// Errors in units of the last place, the largest seen in comparisons with 400 bits: logarithm of a real 0.54,
-/// exponential 0.72, all others 0.501.
+/// exponential 0.72, in extended precision 0.60, of a complex number there 2.3, all others 0.501.
 #pragma once
 
 #include "common/types.h"
@@ -20,6 +20,12 @@ Complex logarithm(const Complex& z) noexcept;
 
 /// exp(x)
 Real exponential(Real x) noexcept;
+
+/// exp(x) in extended precision.
+Extended exponential(Extended x) noexcept;
+
+/// exp(z) in extended precision: exp(Re z) times the cosine and the sine of Im z.
+std::complex<Extended> exponential(const std::complex<Extended>& z) noexcept;
 
 /// Angle of the point (x, y) in radians, -pi..pi. Signs of zeros count.
 Real arc_tangent(Real y, Real x) noexcept;

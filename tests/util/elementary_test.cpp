@@ -49,6 +49,25 @@ TEST(Elementary, LogarithmAndExponentialLieNextToTheExactValues)
         EXPECT_NEAR(exponential(x), expected, expected * 0x1p-52) << x;
 }
 
+TEST(Elementary, ExponentialInExtendedPrecisionLiesNextToTheExactValue)
+{
+    for (const auto& [x, expected] : {std::pair{0.0L, 1.0L},
+                                      {1.0L, 0x0.adf85458a2bb4a9bp+2L},
+                                      {-0x0.9392ee8e921d5d07p-59L, 0x0.ffffffffffffffeep+0L},
+                                      {0x0.b17217f7d1cf79acp-5L, 0x0.82cd8698ac2ba1d7p+1L}, // between two of the table
+                                      {-0x0.b17217f7d1cf79abp+0L, 0x0.8p+0L},
+                                      {0x0.962p+9L, 0x0.8fed1f5759e86fp+434L},
+                                      {0x0.b172p+14L, 0x0.fa13dba329dd768dp+16384L}, // the ends of the range
+                                      {-0x0.b16cp+14L, 0x0.92cf78ab801959c5p-16381L}})
+        EXPECT_LE(std::fabs(exponential(x) - expected), expected * 0x1p-63L) << x;
+    EXPECT_EQ(exponential(12000.0L), std::numeric_limits<Extended>::infinity());
+    EXPECT_EQ(exponential(-12000.0L), 0.0L);
+    EXPECT_TRUE(std::isnan(exponential(std::numeric_limits<Extended>::quiet_NaN())));
+    const std::complex<Extended> z = exponential(std::complex<Extended>(1.0L, -std::numbers::pi_v<Extended> / 3.0L));
+    EXPECT_LE(std::fabs(z.real() / 0x0.adf85458a2bb4a9bp+1L - 1.0L), 0x1p-62L);
+    EXPECT_LE(std::fabs(z.imag() / -0x0.96a997bc6b6cb399p+2L - 1.0L), 0x1p-62L);
+}
+
 TEST(Elementary, ComplexLogarithmIsExactToTheLastBit)
 {
     const struct
