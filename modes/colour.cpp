@@ -1,8 +1,11 @@
 #include "modes/colour.h"
 #include "modes/spectrum.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace tessel::modes {
 
@@ -55,7 +58,7 @@ std::vector<double> running_median(const std::vector<double>& power, std::size_t
             around.push_back(
                 power[static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(at, 0, static_cast<std::ptrdiff_t>(n) - 1))]);
         }
-        out[k] = median(around) / std::log(2.0);
+        out[k] = median(around) / std::numbers::ln2;
     }
     return out;
 }
@@ -66,7 +69,7 @@ ExtendedComplex Whitener::response(ExtendedComplex s) const
 {
     if (taps.empty())
         return 1;
-    const ExtendedComplex z = std::exp(s);
+    const ExtendedComplex z = exponential(s);
     ExtendedComplex sum = 0;
     for (const double a : taps)
         sum = sum * z + static_cast<Extended>(a);
@@ -77,7 +80,7 @@ ExtendedComplex Whitener::slope(ExtendedComplex s) const
 {
     if (taps.empty())
         return 0;
-    const ExtendedComplex z = std::exp(s);
+    const ExtendedComplex z = exponential(s);
     ExtendedComplex sum = 0, slope = 0;
     for (const double a : taps) {
         slope = slope * z + sum;
@@ -101,17 +104,13 @@ Colour colour_of(const Series& series, const std::vector<double>& residual)
     // autocovariance of the density
     const std::size_t half = density.size() - 1;
     const std::size_t order = std::min({kMostTaps, series.size() / 12, half});
-    std::vector<Extended> r(order + 1);
-    for (std::size_t lag = 0; lag <= order; ++lag) {
-        Extended sum = 0;
-        for (std::size_t k = 0; k <= half; ++k) {
-            const double share = k == 0 || k == half ? 0.5 : 1;
-            sum += static_cast<Extended>(
-                share * density[k] *
-                std::cos(M_PI * static_cast<double>((k * lag) % (2 * half)) / static_cast<double>(half)));
-        }
-        r[lag] = sum / static_cast<Extended>(half);
-    }
+    std::vector<double> both(2 * half);
+    for (std::size_t k = 0; k < both.size(); ++k)
+        both[k] = density[std::min(k, both.size() - k)];
+    const std::vector<Complex> transformed = Spectra().transform(both, {}, both.size());
+    std::vector<Extended> r;
+    for (std::size_t lag = 0; lag <= order; ++lag)
+        r.push_back(static_cast<Extended>(transformed[lag].real()) / static_cast<Extended>(both.size()));
     // Levinson's recursion
     std::vector<Extended> a{1};
     Extended error = r[0];

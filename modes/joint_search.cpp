@@ -2,6 +2,8 @@
 #include "modes/chance.h"
 #include "modes/spectrum.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -31,7 +33,7 @@ struct Residuals
 class Scores
 {
 public:
-    Scores(const Residuals& residuals, double g, bool backward, std::size_t longest)
+    Scores(const Residuals& residuals, double g, bool backward, std::size_t longest, Spectra& spectra)
     {
         const bool complex = !residuals.im.front().empty();
         const auto reach = [&](std::size_t n) {
@@ -40,7 +42,7 @@ public:
         padded = fast_length(2 * reach(longest));
         std::vector<double> filter(reach(longest)), energy(reach(longest) + 1, 0);
         for (std::size_t k = 0; k < filter.size(); ++k) {
-            filter[k] = std::exp(-g * static_cast<double>(k));
+            filter[k] = exponential(-g * static_cast<double>(k));
             energy[k + 1] = energy[k] + filter[k] * filter[k];
         }
         all.assign(complex ? padded : padded / 2 + 1, 0);
@@ -59,8 +61,8 @@ public:
         for (std::size_t p = 0; p < count; ++p) {
             const double e = energy[reach(residuals.re[p].size())];
             if (complex) {
-                const std::vector<double> power =
-                    power_spectrum(filtered(residuals.re[p]), filtered(residuals.im[p]), padded);
+                const std::vector<double>& power =
+                    spectra.power(filtered(residuals.re[p]), filtered(residuals.im[p]), padded);
                 for (std::size_t k = 0; k < all.size(); ++k)
                     take(k, power[k] / (2 * e));
                 continue;
@@ -68,7 +70,7 @@ public:
             if (p + 1 < count && residuals.re[p].size() == residuals.re[p + 1].size()) {
                 // two real records in one transform
                 const std::vector<Complex> f =
-                    transform(filtered(residuals.re[p]), filtered(residuals.re[p + 1]), padded);
+                    spectra.transform(filtered(residuals.re[p]), filtered(residuals.re[p + 1]), padded);
                 for (std::size_t k = 0; k < all.size(); ++k) {
                     const Complex a = f[k], b = std::conj(f[k == 0 ? 0 : padded - k]);
                     take(k, std::norm(a + b) / (4 * e));
@@ -77,7 +79,7 @@ public:
                 ++p;
                 continue;
             }
-            const std::vector<double> power = power_spectrum(filtered(residuals.re[p]), {}, padded);
+            const std::vector<double>& power = spectra.power(filtered(residuals.re[p]), {}, padded);
             for (std::size_t k = 0; k < all.size(); ++k)
                 take(k, power[k] / e);
         }
@@ -92,14 +94,14 @@ public:
 };
 
 void scan(const Residuals& residuals, bool backward, std::size_t longest, const JointThreshold& threshold,
-          std::vector<Peak>& out)
+          Spectra& spectra, std::vector<Peak>& out)
 {
     const bool complex = !residuals.im.front().empty();
     for (int level = backward ? 1 : 0;; ++level) {
         const double g = level == 0 ? 0 : 0.7 / static_cast<double>(longest) * std::ldexp(1.0, level - 1);
         if (g > 1)
             break;
-        const Scores scores(residuals, g, backward, longest);
+        const Scores scores(residuals, g, backward, longest, spectra);
         const std::size_t size = scores.all.size();
         const auto peaks = [&](const std::vector<double>& score, std::size_t k) {
             const double left = k > 0 ? score[k - 1] : (complex ? score[size - 1] : 0);
@@ -158,8 +160,9 @@ std::vector<Candidate> search(const RecordSet& set, const JointModel& model, std
     const JointThreshold threshold(set, n);
     const std::size_t longest = std::min(n, set.longest());
     std::vector<Peak> peaks;
-    scan(residuals, false, longest, threshold, peaks);
-    scan(residuals, true, longest, threshold, peaks);
+    Spectra spectra;
+    scan(residuals, false, longest, threshold, spectra, peaks);
+    scan(residuals, true, longest, threshold, spectra, peaks);
     double all = 0, one = 0;
     for (const Peak& peak : peaks) {
         all = std::max(all, peak.all);

@@ -1,8 +1,11 @@
 #include "modes/noise.h"
 #include "modes/spectrum.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace tessel::modes {
 
@@ -20,7 +23,7 @@ constexpr double kCorrelation = 3.5; // bins that share one value under the wind
 
 /// Standard deviation in the band above `highest` of the samples [begin, begin + length).
 double level(const Series& series, std::size_t begin, std::size_t length, double highest,
-             const std::vector<double>& window)
+             const std::vector<double>& window, Spectra& spectra)
 {
     std::vector<double> re(length), im(series.complex() ? length : 0);
     for (std::size_t k = 0; k < length; ++k)
@@ -29,14 +32,14 @@ double level(const Series& series, std::size_t begin, std::size_t length, double
         im[k] = series.im[begin + k] * window[k];
     // of a length without large factors: the transform of a prime is slow
     const std::size_t padded = fast_length(length);
-    const std::vector<double> power = power_spectrum(re, im, padded);
+    const std::vector<double>& power = spectra.power(re, im, padded);
     const auto ratio = static_cast<double>(padded) / static_cast<double>(length);
     const auto edge = static_cast<std::size_t>(highest * static_cast<double>(padded) + (kHalfWidth + 1) * ratio);
     std::vector<double> empty;
     for (std::size_t k = edge; k < padded - edge && k < power.size(); ++k)
         if (series.complex() || 2 * k != padded)
             empty.push_back(power[k]);
-    return std::sqrt(median(empty) / std::log(2.0) / (series.complex() ? 2 : 1));
+    return std::sqrt(median(empty) / std::numbers::ln2 / (series.complex() ? 2 : 1));
 }
 
 /// Geometric means of each value and its neighbours: one segment alone varies by chance.
@@ -46,10 +49,10 @@ std::vector<double> smooth(const std::vector<double>& sigma)
     for (std::size_t b = 0; b < sigma.size(); ++b) {
         double sum = 0, count = 0;
         for (std::size_t k = b > 0 ? b - 1 : b; k < std::min(b + 2, sigma.size()); ++k) {
-            sum += std::log(std::max(sigma[k], 1e-300));
+            sum += logarithm(std::max(sigma[k], 1e-300));
             ++count;
         }
-        out[b] = std::exp(sum / count);
+        out[b] = exponential(sum / count);
     }
     return out;
 }
@@ -75,6 +78,7 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
     const std::size_t length = std::min(n, 2 * noise.segment);
     const std::vector<double> window = kaiser(length, kBeta);
     std::vector<double> floor;
+    Spectra spectra;
     for (std::size_t b = 0; b < segments; ++b) {
         const std::size_t middle = first + b * noise.segment + noise.segment / 2;
         const std::size_t begin =
@@ -86,7 +90,7 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
                 peak = std::max(peak, std::abs(series.im[k]));
         }
         floor.push_back(depth * peak);
-        noise.sigma.push_back(noise.found ? level(series, begin, length, highest, window) : 0);
+        noise.sigma.push_back(noise.found ? level(series, begin, length, highest, window, spectra) : 0);
     }
     // A part in which nothing is left of the record, not even noise, tells of none: the next that does counts.
     for (std::size_t b = 1; b < segments; ++b)
@@ -108,7 +112,8 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
         const double spread = std::max(kConstant, 1 + 3 / std::sqrt(bins(segments) / kCorrelation));
         noise.varies = largest > spread * middle || least * spread < middle;
         if (!noise.varies)
-            std::fill(noise.sigma.begin(), noise.sigma.end(), level(series, first, n, highest, kaiser(n, kBeta)));
+            std::fill(noise.sigma.begin(), noise.sigma.end(),
+                      level(series, first, n, highest, kaiser(n, kBeta), spectra));
     }
     // Noise may follow the samples' size, as rounding does. What exceeds that is no noise.
     if (noise.varies) {
@@ -126,7 +131,7 @@ Noise measure_noise(const Series& series, std::size_t first, double highest, dou
     if (noise.varies)
         for (double& sigma : noise.sigma)
             if (sigma > 0)
-                sigma = std::exp(std::round(std::log(sigma) / kStep) * kStep);
+                sigma = exponential(std::round(logarithm(sigma) / kStep) * kStep);
     return noise;
 }
 

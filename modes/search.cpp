@@ -1,6 +1,8 @@
 #include "modes/search.h"
 #include "modes/spectrum.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -15,7 +17,7 @@ constexpr double kTail = 5; // nepers after which a filter ends
 constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
 
 void scan(const std::vector<double>& re, const std::vector<double>& im, bool backward, double threshold,
-          const Feet& feet, std::vector<Candidate>& out)
+          const Feet& feet, Spectra& spectra, std::vector<Candidate>& out)
 {
     const std::size_t n = re.size();
     const bool complex = !im.empty();
@@ -27,7 +29,7 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
             continue;
         const std::size_t length = level == 0 ? n : std::min(n, static_cast<std::size_t>(kTail / g) + 1);
         std::vector<double> a(length), b(complex ? length : 0);
-        const double ratio = static_cast<double>(std::exp(-static_cast<Extended>(g)));
+        const double ratio = static_cast<double>(exponential(-static_cast<Extended>(g)));
         double e = 1, energy = 0;
         for (std::size_t k = 0; k < length; ++k) {
             const std::size_t at = backward ? n - 1 - k : k;
@@ -38,7 +40,7 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
             e *= ratio;
         }
         const std::size_t padded = fast_length(2 * length);
-        std::vector<double> score = power_spectrum(a, b, padded);
+        std::vector<double>& score = spectra.power(a, b, padded);
         for (double& s : score)
             s /= complex ? 2 * energy : energy;
         if (!complex)
@@ -84,7 +86,7 @@ void scan(const std::vector<double>& re, const std::vector<double>& im, bool bac
 
 double chance_score(std::size_t m)
 {
-    return std::log(kCells * static_cast<double>(m) / kFalseAlarm);
+    return logarithm(kCells * static_cast<double>(m) / kFalseAlarm);
 }
 
 std::vector<Candidate> search(const Series& series, const Terms& terms, std::size_t n, std::size_t most,
@@ -102,8 +104,9 @@ std::vector<Candidate> search(const Series& series, const Terms& terms, std::siz
     const double threshold = chance_score(n) * inflation;
     std::vector<Candidate> all, out;
     const Feet feet = feet_of(series, terms, n, residual);
-    scan(re, im, false, threshold, feet, all);
-    scan(re, im, true, threshold, feet, all);
+    Spectra spectra;
+    scan(re, im, false, threshold, feet, spectra, all);
+    scan(re, im, true, threshold, feet, spectra, all);
     std::stable_sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
     const auto resolution = static_cast<double>(kTwoPi) / static_cast<double>(n);
     for (const Candidate& c : all) {

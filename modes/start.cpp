@@ -1,10 +1,10 @@
 #include "modes/start.h"
+#include "modes/fourier.h"
 
-#include "modes/spectrum.h"
+#include "common/elementary.h"
 
 #include <Eigen/Eigenvalues>
 #include <Eigen/QR>
-#include <unsupported/Eigen/FFT>
 
 #include <algorithm>
 #include <cmath>
@@ -28,38 +28,50 @@ constexpr double kRounding = 3e-15; // of the largest singular value
 class HankelProduct
 {
 public:
-    HankelProduct(const std::vector<double>& elements, Eigen::Index h) : h_(h)
+    HankelProduct(const std::vector<double>& elements, Eigen::Index h)
+        : h_(h), fourier_(fast_length(elements.size())), re_(fourier_.size()), im_(fourier_.size())
     {
-        fft_.SetFlag(Eigen::FFT<double>::HalfSpectrum);
-        in_.assign(fast_length(elements.size()), 0.0);
-        std::copy(elements.begin(), elements.end(), in_.begin());
-        fft_.fwd(elements_, in_);
+        const std::size_t n = fourier_.size();
+        std::fill(std::copy(elements.begin(), elements.end(), fourier_.re()), fourier_.re() + n, 0.0);
+        std::fill_n(fourier_.im(), n, 0.0);
+        fourier_.forward();
+        const double scale = 1 / static_cast<double>(n);
+        for (std::size_t k = 0; k < n; ++k) {
+            re_[k] = fourier_.re()[k] * scale;
+            im_[k] = fourier_.im()[k] * scale;
+        }
     }
     Eigen::MatrixXd operator()(const Eigen::MatrixXd& x)
     {
         Eigen::MatrixXd out(h_, x.cols());
-        for (Eigen::Index c = 0; c < x.cols(); ++c) {
-            std::fill(in_.begin(), in_.end(), 0.0);
-            for (Eigen::Index j = 0; j < h_; ++j)
-                in_[static_cast<std::size_t>(h_ - 1 - j)] = x(j, c);
-            fft_.fwd(factor_, in_);
-            for (std::size_t k = 0; k < factor_.size(); ++k) {
-                const Complex a = factor_[k], b = elements_[k];
-                factor_[k] =
-                    Complex(a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real());
+        // two columns in one transform: the elements are real
+        for (Eigen::Index c = 0; c < x.cols(); c += 2) {
+            const Eigen::Index second = std::min(c + 1, x.cols() - 1);
+            load(x, c, fourier_.re());
+            load(x, second, fourier_.im());
+            fourier_.forward();
+            double *re = fourier_.re(), *im = fourier_.im();
+            for (std::size_t k = 0; k < fourier_.size(); ++k) {
+                const double a = re[k], b = im[k];
+                re[k] = a * re_[k] - b * im_[k];
+                im[k] = a * im_[k] + b * re_[k];
             }
-            fft_.inv(back_, factor_, static_cast<Eigen::Index>(in_.size()));
-            for (Eigen::Index i = 0; i < h_; ++i)
-                out(i, c) = back_[static_cast<std::size_t>(h_ - 1 + i)];
+            fourier_.backward();
+            out.col(c) = Eigen::VectorXd::Map(fourier_.re() + h_ - 1, h_);
+            out.col(second) = Eigen::VectorXd::Map(fourier_.im() + h_ - 1, h_);
         }
         return out;
     }
 
 private:
-    Eigen::FFT<double> fft_;
+    void load(const Eigen::MatrixXd& x, Eigen::Index column, double* to) const
+    {
+        Eigen::VectorXd::Map(to, h_) = x.col(column).reverse();
+        std::fill(to + h_, to + fourier_.size(), 0.0);
+    }
     Eigen::Index h_;
-    std::vector<double> in_, back_;
-    std::vector<Complex> elements_, factor_;
+    Fourier fourier_;
+    std::vector<double> re_, im_; // the elements' transform over its length
 };
 
 /// Singular vectors of a large real Hankel matrix whose singular values are above max(noise, kRounding of the largest),
@@ -142,8 +154,9 @@ Terms terms_of(const std::vector<Complex>& z, std::size_t stride, bool complex)
         if (!(magnitude > 1e-3) || !(magnitude < 10))
             continue;
         Term term;
-        term.decay = -std::log(static_cast<Extended>(magnitude)) / s;
-        term.angle = std::atan2(static_cast<Extended>(value.imag()), static_cast<Extended>(value.real())) / s;
+        const Complex log = logarithm(value);
+        term.decay = -static_cast<Extended>(log.real()) / s;
+        term.angle = static_cast<Extended>(log.imag()) / s;
         // growth that would leave the model's range over the record starts as none
         if (!complex) {
             if (value.imag() < 0)
@@ -194,7 +207,7 @@ Start start_values(const Series& series, double highest)
     const auto order = [&](const Eigen::VectorXd& values, double noise) {
         const double top = values.cwiseAbs().maxCoeff();
         const auto hd = static_cast<double>(h);
-        const double threshold = std::max(noise * std::sqrt(2 * hd * std::log(hd)), kRounding * top);
+        const double threshold = std::max(noise * std::sqrt(2 * hd * logarithm(hd)), kRounding * top);
         return (values.array().abs() > threshold).count();
     };
     std::vector<Complex> z;
@@ -204,7 +217,7 @@ Start start_values(const Series& series, double highest)
             elements.push_back(series.re[node(k)]);
         Eigen::MatrixXd u;
         const auto hd = static_cast<double>(h);
-        out.saturated = !large_signal_space(elements, h, sigma * std::sqrt(2 * hd * std::log(hd)), u, out.work);
+        out.saturated = !large_signal_space(elements, h, sigma * std::sqrt(2 * hd * logarithm(hd)), u, out.work);
         if (out.saturated || u.cols() == 0)
             return out;
         z = rotation(u);
