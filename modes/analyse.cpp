@@ -6,6 +6,8 @@
 #include "modes/remarks.h"
 #include "modes/rounding.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -88,7 +90,7 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     const std::vector<Mode> modes =
         modes_of(stage.series, fit.terms, stage.factor, stage.whitener, spacing, noise_scale(stage));
     const auto highest_amplitude = [&](const Mode& mode) {
-        return mode.amplitude * std::exp(std::clamp(-mode.decay * span, 0.0, 300.0));
+        return mode.amplitude * exponential(std::clamp(-mode.decay * span, 0.0, 300.0));
     };
     double strongest = 0;
     for (const Mode& mode : modes)
@@ -114,7 +116,7 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
         // What neither turns nor decays within the record is an offset or a drift; its terms may cancel.
         const double decay = std::abs(mode.decay);
         if (std::abs(mode.frequency) * span < 0.5 && (decay * span < 1 || decay < kCertain * mode.decayError)) {
-            background += mode.amplitude * std::cos(mode.phase);
+            background += mode.amplitude * sine_cosine(mode.phase).cosine;
             slow = true;
             continue;
         }

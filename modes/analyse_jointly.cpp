@@ -5,6 +5,8 @@
 #include "modes/record.h"
 #include "modes/remarks.h"
 
+#include "common/elementary.h"
+
 #include <Eigen/LU>
 
 #include <algorithm>
@@ -164,7 +166,7 @@ void tell_modes(const Input& input, const JointStage& stage, double spacing, con
         2.0L * half_quantile(kSeen / static_cast<double>(std::max<std::size_t>(1, count * set.size())), 1);
     std::vector<std::vector<char>> shows(set.size()); // each mode in each record, above chance
     const auto highest = [&](const Mode& mode) {
-        return mode.amplitude * std::exp(std::clamp(-mode.decay * span, 0.0, 300.0));
+        return mode.amplitude * exponential(std::clamp(-mode.decay * span, 0.0, 300.0));
     };
     for (std::size_t p = 0; p < set.size(); ++p) {
         const Terms terms = projection.model.of(set, p, n);

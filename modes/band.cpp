@@ -1,8 +1,11 @@
 #include "modes/band.h"
 #include "modes/spectrum.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace tessel::modes {
 
@@ -25,7 +28,7 @@ std::vector<double> floor_of(const std::vector<double>& power)
     for (std::size_t p = 0; p < parts; ++p) {
         const auto from = power.begin() + static_cast<std::ptrdiff_t>(p * power.size() / parts);
         const auto to = power.begin() + static_cast<std::ptrdiff_t>((p + 1) * power.size() / parts);
-        medians.push_back(median(std::vector<double>(from, to)) / std::log(2.0));
+        medians.push_back(median(std::vector<double>(from, to)) / std::numbers::ln2);
     }
     for (std::size_t p = 0; p + 1 < parts; ++p)
         medians[p] = std::min(medians[p], medians[p + 1]);
@@ -56,7 +59,7 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
     const double top = *std::max_element(power.begin(), power.end());
     const std::vector<double> noise = floor_of(power);
     const double least = series.rounding > kSingle ? kLeastSingle : kLeast;
-    const double above = 1.5 * std::log(static_cast<double>(power.size()) / kFalseAlarm);
+    const double above = 1.5 * logarithm(static_cast<double>(power.size()) / kFalseAlarm);
     const std::size_t last = power.size() - 1;
     if (power[last] > std::max(above * noise.back(), least * least * top) && power[last] >= power[last - 1])
         return 0.5;

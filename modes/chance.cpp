@@ -1,5 +1,7 @@
 #include "modes/chance.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -16,21 +18,21 @@ double log_survival(double x, std::size_t pairs)
     double term = 0, largest = 0, sum = 0; // ln of x^k / k!; the sum over exp(largest)
     for (std::size_t k = 0; k < pairs; ++k) {
         if (k > 0)
-            term += std::log(x / static_cast<double>(k));
+            term += logarithm(x / static_cast<double>(k));
         if (term > largest) {
-            sum *= std::exp(largest - term);
+            sum *= exponential(largest - term);
             largest = term;
         }
-        sum += std::exp(term - largest);
+        sum += exponential(term - largest);
     }
-    return largest + std::log(sum) - x;
+    return largest + logarithm(sum) - x;
 }
 
 } // namespace
 
 double half_quantile(double probability, std::size_t pairs)
 {
-    const double wanted = std::log(probability);
+    const double wanted = logarithm(probability);
     double low = 0, high = 1;
     while (log_survival(high, pairs) > wanted)
         high *= 2;

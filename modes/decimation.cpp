@@ -1,5 +1,7 @@
 #include "modes/decimation.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -34,7 +36,7 @@ ExtendedComplex block_mean(ExtendedComplex s, std::size_t factor)
     ExtendedComplex sum = 0;
     for (std::size_t k = 0; k < factor; ++k) {
         const Extended x = static_cast<Extended>(k) / static_cast<Extended>(factor);
-        sum += std::exp(s * x);
+        sum += exponential(s * x);
     }
     return sum / static_cast<Extended>(factor);
 }
@@ -44,7 +46,7 @@ ExtendedComplex block_mean_slope(ExtendedComplex s, std::size_t factor)
     ExtendedComplex sum = 0, slope = 0;
     for (std::size_t k = 0; k < factor; ++k) {
         const Extended x = static_cast<Extended>(k) / static_cast<Extended>(factor);
-        const ExtendedComplex e = std::exp(s * x);
+        const ExtendedComplex e = exponential(s * x);
         sum += e;
         slope += x * e;
     }

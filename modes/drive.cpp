@@ -4,6 +4,8 @@
 #include "modes/errors.h"
 #include "modes/search.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -160,7 +162,7 @@ double description(const Stage& stage)
     if (stage.fit.failed || stage.fit.stopped || !(free > kLeastFree * rows))
         return INFINITY;
     const double variance = std::max(stage.fit.chiSquare, 1e-30) / free / stage.series.weight.front();
-    return rows * std::log(variance) +
+    return rows * logarithm(variance) +
            2 * chance_score(stage.series.size()) * static_cast<double>(stage.fit.terms.size()) * rows / free;
 }
 
@@ -239,7 +241,7 @@ Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
             if (term.origin != 0 || term.decay <= 0 || above <= 1)
                 continue;
             const double samples =
-                std::log(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor);
+                logarithm(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor);
             lives.push_back({samples * stage.highest,
                              static_cast<double>(stage.factor) / static_cast<double>(term.decay),
                              static_cast<std::size_t>(samples) + 1, j});
@@ -374,7 +376,7 @@ Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch)
         stage.good =
             explains(stage.fit) && stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
         best = stage;
-        const double gain = stage.whitener.taps.empty() ? 0 : std::log(std::abs(stage.whitener.taps[0]));
+        const double gain = stage.whitener.taps.empty() ? 0 : logarithm(std::abs(stage.whitener.taps[0]));
         // settled, or going to and fro
         if (round > 0 && (std::abs(gain - gains.back()) < kSettled ||
                           (round > 1 && std::abs(gain - gains[gains.size() - 2]) < kSettled)))

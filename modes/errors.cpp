@@ -2,6 +2,8 @@
 #include "modes/decimation.h"
 #include "modes/refine.h"
 
+#include "common/elementary.h"
+
 #include <Eigen/Cholesky>
 
 #include <cmath>
@@ -48,7 +50,7 @@ Mode mode_of(const Term& term, const ExtendedMatrix& covariance, std::size_t fac
     mode.frequency = static_cast<double>(term.angle / (2 * kPi * step));
     mode.decay = static_cast<double>(term.decay / step);
     mode.amplitude = static_cast<double>(std::abs(c0));
-    mode.phase = static_cast<double>(std::arg(c0));
+    mode.phase = arc_tangent(static_cast<double>(c0.imag()), static_cast<double>(c0.real()));
     mode.quality = static_cast<double>(std::abs(term.angle) / (2 * term.decay));
     // parameters: real and imaginary part of c, decay, angle; rows: frequency, decay, ln amplitude, phase
     const bool real = term.kind != Term::Kind::oscillating;

@@ -2,6 +2,8 @@
 #include "modes/search.h"
 #include "modes/start.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -82,7 +84,7 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
         const double above = std::abs(term.c) / sigma;
         sum += std::abs(term.c);
         if (above > 1)
-            life.push_back(std::log(above) / static_cast<double>(term.decay) * highest);
+            life.push_back(logarithm(above) / static_cast<double>(term.decay) * highest);
     }
     const std::size_t head = std::min<std::size_t>(series.size(), 16);
     for (std::size_t k = 0; k < head; ++k)

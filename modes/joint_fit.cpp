@@ -5,6 +5,8 @@
 #include "modes/joint_select.h"
 #include "modes/joint_start.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -127,7 +129,7 @@ bool imitates_drive(const RecordSet& set, const JointModel& model, double highes
             sum[p] += std::abs(model.residues[p][j]);
         }
         if (above > 1)
-            life.push_back(std::log(above) / static_cast<double>(term.decay) * highest);
+            life.push_back(logarithm(above) / static_cast<double>(term.decay) * highest);
     }
     std::sort(life.begin(), life.end());
     for (std::size_t j = 0; j < life.size(); ++j)
@@ -345,7 +347,7 @@ JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
                 above = std::max(above, std::abs(stage.fit.model.residues[p][j]) * std::sqrt(set.weight[p]));
             if (term.decay > 0 && above > 1)
                 lives.push_back(
-                    {std::log(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor), j});
+                    {logarithm(above) / static_cast<double>(term.decay) * static_cast<double>(stage.factor), j});
         }
         std::sort(lives.begin(), lives.end(), [](const Life& a, const Life& b) { return a.samples < b.samples; });
         std::size_t most = 0;

@@ -3,6 +3,8 @@
 #include "modes/errors.h"
 #include "modes/joint_search.h"
 
+#include "common/elementary.h"
+
 #include <Eigen/LU>
 
 #include <algorithm>
@@ -160,7 +162,8 @@ JointModel prune(const RecordSet& set, const JointModel& model, std::size_t n)
             const Terms one{projection.model.of(set, p, n)[j]};
             const std::size_t length = set.samples(p, n);
             const Extended g = std::max<Extended>(std::abs(one[0].decay), 1e-18L);
-            const Extended energy = -std::expm1(-2 * g * static_cast<Extended>(length)) / (2 * g);
+            const Extended x = 2 * g * static_cast<Extended>(length);
+            const Extended energy = x < 1e-9L ? static_cast<Extended>(length) : (1 - exponential(-x)) / (2 * g);
             const double own =
                 set.weight[p] * std::norm(one[0].c) * static_cast<double>(energy) / (set.complex() ? 1 : 2);
             sum += own;

@@ -1,5 +1,7 @@
 #include "modes/model.h"
 
+#include "common/elementary.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -77,11 +79,8 @@ Layout::Layout(const Terms& terms)
 ExtendedComplex power(const Term& term, Extended steps)
 {
     if (term.kind != Term::Kind::oscillating)
-        return std::exp(-term.decay * steps);
-    const Extended magnitude = std::exp(-term.decay * steps);
-    Extended sine, cosine;
-    sincosl(term.angle * steps, &sine, &cosine);
-    return {magnitude * cosine, magnitude * sine};
+        return exponential(-term.decay * steps);
+    return exponential(ExtendedComplex(-term.decay * steps, term.angle * steps));
 }
 
 Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std::vector<double>* residual)

@@ -1,5 +1,7 @@
 #include "modes/remarks.h"
 
+#include "common/elementary.h"
+
 #include <cmath>
 #include <cstdio>
 
@@ -146,7 +148,7 @@ void add_remarks(Result& result, const Stage& stage, double start, double spacin
         // A decay's standard error falls with the record's length to the power 3/2.
         if (mode.kind == Kind::oscillating && mode.decayError > kKnownDecay * std::abs(mode.decay))
             remark(result, RemarkCode::recordTooShort,
-                   span * std::cbrt(std::pow(mode.decayError / (kKnownDecay * std::abs(mode.decay)), 2.0)),
+                   span * exponential(2.0 / 3.0 * logarithm(mode.decayError / (kKnownDecay * std::abs(mode.decay)))),
                    "the record is too short for the decay of " + number(mode.frequency));
         if (j + 1 < result.modes.size()) {
             const Mode& next = result.modes[j + 1];

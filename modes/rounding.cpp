@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace tessel::modes {
 
@@ -62,7 +63,7 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     double strongest = 0;
     for (const Term& term : terms)
         strongest = std::max(strongest, std::abs(term.c) * std::sqrt(series.weightAt(term.origin)));
-    feet.level = std::min(1.0, median(power) / std::log(2.0));
+    feet.level = std::min(1.0, median(power) / std::numbers::ln2);
     std::vector<double> own, all;
     for (const Term& term : terms) {
         const auto angle = static_cast<double>(term.angle);
@@ -88,7 +89,7 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
                 continue;
             values.push_back((power[static_cast<std::size_t>(at)] - feet.level) * apart * apart);
         }
-        const double walk = values.size() < 4 ? -1 : std::max(0.0, median(values) / std::log(2.0));
+        const double walk = values.size() < 4 ? -1 : std::max(0.0, median(values) / std::numbers::ln2);
         own.push_back(walk);
         if (walk >= 0)
             all.push_back(walk);

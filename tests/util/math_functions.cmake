@@ -1,9 +1,10 @@
-# What the own routines take from the mathematical library: nothing but what is exact or made of exact operations in
-# every build of it. The rest is chosen by processor, or is an instruction whose last bits are the maker's; in its place
-# stand the functions of common/elementary.h.
+# What the own routines and the library of modes take from the mathematical library: nothing but what is exact or made of
+# exact operations in every build of it. The rest is chosen by processor, or is an instruction whose last bits are the
+# maker's; in its place stand the functions of common/elementary.h.
 # Usage: cmake -DNM=... -DLIBM=... -DOBJECTS=A;B;... -P math_functions.cmake
 cmake_minimum_required(VERSION 3.25)
-set(allowed csqrt csqrtl fabs fabsl ldexp sincosl sqrt sqrtl)
+set(allowed cabs cabsl csqrt csqrtl fabs fabsl frexp hypot hypotl ldexp llround lround remainderl round sincosl sqrt
+  sqrtl)
 
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBM}
   OUTPUT_VARIABLE offered COMMAND_ERROR_IS_FATAL ANY)
