@@ -1,12 +1,14 @@
 #include "app/options.h"
 
 #include "app/error.h"
+#include "app/help_format.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <memory>
 
 namespace tessel::app {
 
@@ -15,7 +17,8 @@ namespace {
 constexpr const char* kDescription =
     R"TEXT(Finds the modes in records of a field solver: frequency, Q, amplitude and phase of
 each, with standard errors. Band, noise, the end of the drive and the number of
-modes are found from the record; no option is needed.)TEXT";
+modes are found from the record; no option is needed.
+)TEXT";
 
 constexpr const char* kFooter = R"TEXT(
 Files
@@ -48,7 +51,10 @@ Examples
   tessel-modes --joint probes.csv more.csv         probes of one structure, together
   tessel-modes --json probe.dat | jq '.modes[].q'  for programs
   tessel-modes --plot modes.png probe.dat          record, model, error and modes
-  zcat probe.gz | tessel-modes -                   standard input)TEXT";
+  zcat probe.gz | tessel-modes -                   standard input
+
+Records to try it on lie in /usr/share/doc/tessel/examples/records. All that is not
+said here: man tessel-modes.)TEXT";
 
 std::size_t parse_count(const std::string& option, const std::string& text)
 {
@@ -104,10 +110,9 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
 
     CLI::App app(kDescription, "tessel-modes");
     app.set_help_flag();
-    app.get_formatter()->column_width(26);
-    app.get_formatter()->label("OPTIONS", "OPTIONS");
+    app.formatter(std::make_shared<HelpFormat>("tessel-modes [OPTIONS] FILE..."));
     app.footer(kFooter);
-    app.add_option("FILE", options.files, "Records; - is standard input")->type_name("");
+    app.add_option("FILE", options.files);
 
     const auto text = [&](const char* name, std::string& value, const char* type, const char* group,
                           const char* description) {
@@ -115,31 +120,37 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
     };
     constexpr const char *reading = "Reading", *search = "Searching", *output = "Output";
     app.add_option("-c,--column", options.columns,
-                   "Analyse these columns: names or numbers from 1,\nwith commas between")
+                   "Analyse these columns: names or numbers from 1, with\ncommas between: Ez,Hy or 2,3")
         ->type_name("NAME|N")
         ->group(reading)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);
-    text("--dt", spacing, "TIME", reading, "Spacing of samples without times: 3.3e-12, 3.3ps");
+    text("--dt", spacing, "TIME", reading, "Spacing of samples without times: 3.3ps or 3.3e-12");
     text("--time-unit", unit, "UNIT", reading,
-         "What the times are in: s, ms, us, ns, ps, fs, steps,\nor a name of your own (default: s, or the header's)");
-    text("--axis", axis, "0|1", reading, "Axis of time in an array of two dimensions\n(default: the longer one)");
+         "What times are in: s, ms, us, ns, ps, fs, steps, or a\nname of your own (default: what the file says, or s)");
+    text("--axis", axis, "0|1", reading,
+         "Time runs down the columns (0) or along the rows (1)\nof an array (default: the longer of the two)");
     app.add_flag("--complex", options.complexPairs, "Columns are real and imaginary parts in turn")->group(reading);
 
     app.add_flag("--joint", options.joint,
                  "Take all records for probes of one structure: one set\nof modes, an amplitude in each record")
         ->group(search);
-    text("--band", band, "LOW:HIGH", search, "Report modes in this band alone: 1GHz:4GHz");
-    text("--start", start, "TIME", search, "Use the record from this time on\n(default: where the drive has ended)");
-    text("--noise", noise, "SIGMA", search, "Standard deviation of the noise of a sample");
-    text("--max-modes", most, "N", search, "List no more, the most significant first (default: 300)");
+    text("--band", band, "LOW:HIGH", search,
+         "Report modes in this band alone: 1GHz:4GHz, 1GHz: or\n:4GHz; without a unit, in the inverse of the times'");
+    text("--start", start, "TIME", search,
+         "Use the record from this time on: 1.5ns\n(default: where the drive has ended)");
+    text("--noise", noise, "SIGMA", search,
+         "Standard deviation of the noise of a sample, in the\nunit of the samples: 1e-4 (default: found)");
+    text("--max-modes", most, "N", search, "List the N most significant modes (default: 300)");
 
     app.add_flag("--json", json, "Print JSON, with all digits")->group(output);
-    app.add_flag("--csv", csv, "Print a line of names and a line for each mode")->group(output);
-    text("--plot", options.plot, "FILE", output, "Draw record, model, error and modes: .png, .svg or\n.pdf (gnuplot)");
-    text("-j,--jobs", jobs, "N", output, "Records analysed at a time (default: one a processor)");
-    app.add_flag("-q,--quiet", options.quiet, "Print results alone: no progress, no remarks")->group(output);
+    app.add_flag("--csv", csv, "Print comma-separated values: a line for each mode")->group(output);
+    text("--plot", options.plot, "FILE", output,
+         "Draw record, model, error and modes: modes.png, .svg\nor .pdf; the second record goes to modes-2.png");
+    text("-j,--jobs", jobs, "N", output,
+         "Analyse so many records at a time (default: as many as\nthere are processors)");
+    app.add_flag("-q,--quiet", options.quiet, "Print results alone, without progress and remarks")->group(output);
     app.add_flag("-h,--help", help, "Print this")->group(output);
     app.add_flag("--version", version, "Print the version")->group(output);
 

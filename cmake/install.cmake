@@ -48,7 +48,8 @@ endif()
 
 # Packages, made by `cmake --build build/release --target package`: a tarball of the whole, and Debian packages.
 if(PROJECT_IS_TOP_LEVEL)
-  set(TESSEL_PACKAGE_CONTACT "Tessel developers" CACHE STRING "Maintainer named in the Debian packages")
+  set(TESSEL_PACKAGE_CONTACT "Tessel developers <tessel@example.org>" CACHE STRING
+    "Maintainer named in the Debian packages: a name, and an address in brackets")
   set(CPACK_GENERATOR TGZ DEB)
   set(CPACK_PACKAGE_NAME tessel)
   set(CPACK_PACKAGE_CONTACT ${TESSEL_PACKAGE_CONTACT})
@@ -66,20 +67,26 @@ if(PROJECT_IS_TOP_LEVEL)
 
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+  set(version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+  set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/complete.cmake)
+  set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtessel${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
   set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "\
 modes of field records, Prony fits and dense solvers: shared libraries
 The libraries, as a host program links or loads them, and the guides.")
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtessel-dev)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${version})")
   set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "\
 modes of field records, Prony fits and dense solvers: development files
-Headers for C and C++, the Fortran modules' sources, CMake and pkg-config files, the manual page of the fit, and hosts to
-start from.")
+Headers for C and C++, the Fortran modules' sources, CMake and pkg-config
+files, the manual page of the fit, and hosts to start from.")
   if(TESSEL_BUILD_PYTHON)
     # The extension is made for one version of the interpreter.
     math(EXPR next "${TESSEL_PYTHON_MINOR} + 1")
@@ -88,22 +95,25 @@ start from.")
     set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # the libraries are of another package
     string(JOIN ", " CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
-      "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})" "python3-numpy"
+      "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${version})" "python3-numpy"
       "python3 (>= 3.${TESSEL_PYTHON_MINOR}~)" "python3 (<< 3.${next}~)")
     set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+      ${PROJECT_SOURCE_DIR}/cmake/debian/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/prerm)
     set(CPACK_DEBIAN_PYTHON_DESCRIPTION "\
 modes of field records, with standard errors, from Python
-The package tessel: find_modes, which finds the modes of a record in an array, and prony, the fit of given order.")
+The package tessel: find_modes, which finds the modes of a record in an array,
+find_modes_jointly, which takes several, and prony, the fit of given order.")
   endif()
   set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tessel-modes)
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION science)
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # the libraries that the command links
-  set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${version})")
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS gnuplot-nox)
   set(CPACK_DEBIAN_COMMAND_DESCRIPTION "\
 modes of field records, with standard errors, from the shell
-The command tessel-modes finds the modes in records of a field solver: text, gzip, NumPy and HDF5 files. With sample
-records.")
+The command tessel-modes finds the modes in records of a field solver: text,
+gzip, NumPy and HDF5 files. With sample records.")
   include(CPack)
 endif()
