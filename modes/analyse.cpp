@@ -21,10 +21,14 @@ namespace {
 // Least noise, of the highest sample: what double precision keeps; rounding that a simulation has accumulated; tails
 // that are no sum of modes. The first that can be explained is taken.
 constexpr double kDepths[] = {6e-16, 1e-9};
+// The same in single precision, of its rounding. The steps of a simulation round too: what they leave lies above the
+// noise between lines, and excites every mode of a grid.
+constexpr double kDepthsSingle[] = {2, 16};
 // Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of.
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
+constexpr double kPi = 3.14159265358979323846;
 constexpr double kWhite = 1.1;      // chi^2 per degree of freedom that chance gives
 constexpr double kDoubt = 5;        // of the significance that is required, for each unit above
 constexpr double kUnwhite = 2;      // significance that is required where the noise was made white, or walks
@@ -48,6 +52,13 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
         // A drive before white noise, coloured noise, or both.
         Stage late = fit_late(record, options, unit, false, watch.share(0.5));
         if (!late.good) {
+            if (!stage.good && !stage.fit.exhausted) { // more modes than a quick look admits
+                Stage whole = fit_from(record, 0, options, unit, Effort::thorough, watch.share(0.4));
+                if (whole.good &&
+                    !imitates_drive(whole.series, whole.fit.terms, whole.highest * static_cast<double>(whole.factor)) &&
+                    !is_coloured(whole))
+                    return whole;
+            }
             Stage other;
             if (!options.noise)
                 other = fit_coloured(record, stage, watch.share(0.5));
@@ -74,10 +85,17 @@ std::vector<double> noise_scale(const Stage& stage)
     evaluate(stage.series, stage.fit.terms, stage.series.size(), &residual);
     const Feet feet = feet_of(stage.series, stage.fit.terms, stage.series.size(), residual);
     std::vector<double> scale;
-    for (const Term& term : stage.fit.terms)
-        scale.push_back(feet.any() ? std::max(1.0, stage.fit.reduced) *
-                                         (feet.level + feet.foot(static_cast<double>(term.angle), stage.series.size()))
-                                   : stage.fit.reduced);
+    const std::size_t n = stage.series.size();
+    const double near = kPi / static_cast<double>(n);
+    for (std::size_t j = 0; j < stage.fit.terms.size(); ++j) {
+        if (!feet.any()) {
+            scale.push_back(stage.fit.reduced);
+            continue;
+        }
+        // a foot of one line alone is lost in the noise long before it widens the line's bars
+        const double more = std::max(0.0, feet.common - feet.walk[j]) / (near * near);
+        scale.push_back(std::max(1.0, stage.fit.reduced) * (feet.level + feet.foot(feet.angles[j], n) + more));
+    }
     return scale;
 }
 
@@ -168,11 +186,16 @@ Result run(Series record, double start, double spacing, const Options& options)
     const double unit = std::ldexp(1.0, normalise(record));
     record.rounding = rounding_of(record);
     Stage stage;
-    for (const double depth : kDepths) {
-        if (depth > kDepths[0] && stage.noise.sigma.front() > depth)
+    const bool single = record.rounding > kDouble;
+    const double rounding = record.rounding;
+    const double depths[] = {single ? kDepthsSingle[0] * rounding : kDepths[0],
+                             single ? kDepthsSingle[1] * rounding : kDepths[1]};
+    for (const double depth : depths) {
+        const bool first = depth == depths[0];
+        if (!first && stage.noise.sigma.front() > depth)
             continue;
         const Watch watch(options, record.size(), depth);
-        stage = fit_stage(record, options, unit, depth > kDepths[0] ? watch.share(0.5) : watch.share(1));
+        stage = fit_stage(record, options, unit, watch.share(first ? 1 : 0.5));
         if (stage.good)
             break;
     }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 
 namespace tessel::modes {
 
@@ -135,18 +136,20 @@ bool coloured(const Series& series, const std::vector<double>& residual)
 {
     const std::vector<double> power = periodogram(series, residual);
     const std::size_t bands = std::min(kBands, power.size() / 8);
+    if (bands == 0)
+        return false;
+    std::vector<double> means;
     for (std::size_t b = 0; b < bands; ++b) {
-        const std::size_t begin = b * power.size() / bands, end = (b + 1) * power.size() / bands;
-        double sum = 0;
-        for (std::size_t k = begin; k < end; ++k)
-            sum += power[k];
-        const auto count = static_cast<double>(end - begin);
-        const double mean = sum / count;
-        // neighbours share the window's width of 2.5 bins
-        if (mean > kExcess && mean > 1 + kDeviations * std::sqrt(2.5 / count))
-            return true;
+        const auto begin = power.begin() + static_cast<std::ptrdiff_t>(b * power.size() / bands);
+        const auto end = power.begin() + static_cast<std::ptrdiff_t>((b + 1) * power.size() / bands);
+        means.push_back(std::accumulate(begin, end, 0.0) / static_cast<double>(end - begin));
     }
-    return false;
+    // the noise may have been measured where it is largest
+    const double level = std::min(1.0, median(means));
+    const auto count = static_cast<double>(power.size() / bands);
+    // neighbours share the window's width of 2.5 bins
+    const double most = level * std::max(kExcess, 1 + kDeviations * std::sqrt(2.5 / count));
+    return *std::max_element(means.begin(), means.end()) > most;
 }
 
 Series whiten(const Series& series, const Whitener& whitener)

@@ -21,7 +21,8 @@ constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
 constexpr double kMostNoise = 2; // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
-constexpr double kRoundings = 20;     // of the highest sample: noise of the size of rounding
+constexpr double kRoundings = 20; // of the highest sample: noise of the size of rounding
+constexpr double kLeastMeanSingle = 1e-3;
 constexpr double kLeastMean = 0.1;    // of squares: rounding is not larger than the least noise that is assumed
 constexpr double kHighestLevel = 0.1; // of noise that is tried, of the highest sample
 constexpr double kLowestLevel = 1e-15;
@@ -30,9 +31,10 @@ constexpr int kMostWorse = 3;      // levels without gain after which no more ar
 constexpr double kLeastFree = 0.2; // degrees of freedom, of the samples
 constexpr double kSingle = 1e-10;  // of Series::rounding: single precision
 constexpr int kColourRounds = 6;
-constexpr double kWalking = 2.5;    // of the mean square of noise that walks at random, in a part of the record
-constexpr double kSettled = 0.02;   // nepers of the noise, from round to round
-constexpr double kAboveSilence = 8; // of the largest sample of what may be silence
+constexpr double kMostContrast = 1e3; // of noise; above it the filter takes lines for noise
+constexpr double kWalking = 2.5;      // of the mean square of noise that walks at random, in a part of the record
+constexpr double kSettled = 0.02;     // nepers of the noise, from round to round
+constexpr double kAboveSilence = 8;   // of the largest sample of what may be silence
 
 std::size_t block_factor(double highest, std::size_t samples)
 {
@@ -91,7 +93,7 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
         evaluate(late.series, late.fit.terms, n, &residual).chiSquare / (width * static_cast<double>(n));
     // noise that walks at random is largest at the ends
     const double unit =
-        std::max(kLeastMean, mean) *
+        std::max(series.rounding > kSingle ? kLeastMeanSingle : kLeastMean, mean) *
         (series.rounding > kSingle && feet_of(late.series, late.fit.terms, n, residual).any() ? kWalking : 1);
     const std::size_t all = series.size();
     evaluate(series, terms, all, &residual);
@@ -194,6 +196,24 @@ Stage carry(const Series& record, const Stage& late, std::size_t first, std::siz
     return stage;
 }
 
+/// Whether rounding moves the modes no more in `stage` than in the part `late` of it: what is left of a drive lies at
+/// the lines too, and would pass for the feet of rounding.
+bool walks_alike(const Stage& stage, const Stage& late)
+{
+    if (!stage.fit.walks)
+        return true;
+    const auto walk = [](const Stage& of) {
+        std::vector<double> residual;
+        const std::size_t n = of.series.size();
+        evaluate(of.series, of.fit.terms, n, &residual);
+        double sum = 0;
+        for (const double w : feet_of(of.series, of.fit.terms, n, residual).walk)
+            sum += w / of.series.weight.front();
+        return sum;
+    };
+    return walk(stage) < kWalking * walk(late);
+}
+
 /// The fit walked back from `late` to the sample `first`; good if it stays explained by few new modes.
 Stage walk_back(const Series& record, const Stage& late, std::size_t first, const Watch& watch)
 {
@@ -202,7 +222,8 @@ Stage walk_back(const Series& record, const Stage& late, std::size_t first, cons
     const std::size_t count = late.fit.terms.size();
     Stage stage = carry(record, late, first, count + more + 6, count + more, watch);
     stage.good = stage.good && stage.fit.terms.size() <= count + more &&
-                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late);
+                 explained(stage.series, stage.fit.terms, (late.first - first) / stage.factor + 1, late) &&
+                 walks_alike(stage, late);
     return stage;
 }
 
@@ -373,8 +394,8 @@ Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch)
             break; // the noise that was assumed before is the least that few modes explain
         const Terms terms = through(stage.fit.terms, stage.whitener, true);
         evaluate(plain, terms, plain.size(), &residual);
-        stage.good =
-            explains(stage.fit) && stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
+        stage.good = stage.contrast < kMostContrast && explains(stage.fit) &&
+                     stationary(stage.series, stage.fit.terms) && !imitates_drive(plain, terms, highest);
         best = stage;
         const double gain = stage.whitener.taps.empty() ? 0 : logarithm(std::abs(stage.whitener.taps[0]));
         // settled, or going to and fro

@@ -17,9 +17,11 @@ constexpr std::size_t kPatience = 6;      // rounds after which a fit far from t
 constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
 constexpr int kSteps = 8;                 // of refinement in a round
 constexpr std::size_t kNuisanceRounds = 3;
-constexpr double kLikely = 9;    // half the gain in chi^2 of a term that is likely
-constexpr Extended kShort = 16;  // nepers over the record: a short life
-constexpr Extended kSlow = 6;    // of the distance of a pole from zero, over the record
+constexpr double kLikely = 9;   // half the gain in chi^2 of a term that is likely
+constexpr Extended kShort = 16; // nepers over the record: a short life
+constexpr Extended kSlow = 6;   // of the distance of a pole from zero, over the record
+constexpr double kCancelled =
+    0.25;                        // of its terms' amplitudes: what they leave of each other where they imitate a drive
 constexpr double kByFar = 5;     // times the threshold
 constexpr double kHopeless = 10; // chi^2 per degree of freedom of such a fit
 
@@ -73,7 +75,12 @@ Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t m
 bool imitates_drive(const Series& series, const Terms& terms, double highest)
 {
     const double sigma = 1 / std::sqrt(series.weight.front());
-    std::vector<double> life;
+    struct Short
+    {
+        double periods, samples;
+        const Term* term;
+    };
+    std::vector<Short> life;
     double sum = 0, peak = 0;
     for (const Term& term : terms) {
         if (term.origin != 0 || term.decay <= 0)
@@ -83,16 +90,40 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
             continue;
         const double above = std::abs(term.c) / sigma;
         sum += std::abs(term.c);
-        if (above > 1)
-            life.push_back(logarithm(above) / static_cast<double>(term.decay) * highest);
+        if (above > 1 && term.decay < 1) { // of shorter life: an artefact of the first sample
+            const double samples = logarithm(above) / static_cast<double>(term.decay);
+            life.push_back({samples * highest, samples, &term});
+        }
     }
     const std::size_t head = std::min<std::size_t>(series.size(), 16);
     for (std::size_t k = 0; k < head; ++k)
         peak = std::max(peak, std::abs(series.re[k]));
-    std::sort(life.begin(), life.end());
-    for (std::size_t j = 0; j < life.size(); ++j)
-        if (static_cast<double>(j + 1) > 3 + life[j] / kPeriodsPerMode)
+    std::sort(life.begin(), life.end(), [](const Short& a, const Short& b) { return a.periods < b.periods; });
+    std::size_t many = 0; // terms in less than their share of periods
+    for (std::size_t j = 0; j < life.size(); ++j) {
+        if (static_cast<double>(j + 1) > 3 + life[j].periods / kPeriodsPerMode)
             return true;
+        if (static_cast<double>(j + 1) > life[j].periods / kPeriodsPerMode)
+            many = j + 1;
+    }
+    if (many > 1) {
+        Terms brief;
+        double parts = 0, whole = 0;
+        for (std::size_t j = 0; j < many; ++j) {
+            brief.push_back(*life[j].term);
+            parts += std::abs(brief.back().c);
+        }
+        const std::size_t n = std::min(series.size(), static_cast<std::size_t>(life[many - 1].samples) + 1);
+        Series nothing = series;
+        std::fill(nothing.re.begin(), nothing.re.end(), 0);
+        std::fill(nothing.im.begin(), nothing.im.end(), 0);
+        std::vector<double> values;
+        evaluate(nothing, brief, n, &values);
+        for (std::size_t k = 0; k < n; ++k)
+            whole = std::max(whole, series.complex() ? std::hypot(values[k], values[n + k]) : std::abs(values[k]));
+        if (whole < kCancelled * parts)
+            return true;
+    }
     // modes that cancel at the beginning: residues much larger than the record
     return sum > 30 * peak;
 }

@@ -12,7 +12,8 @@ namespace {
 constexpr double kBeta = 8;      // side lobes 60 dB down
 constexpr double kNearest = 2.5; // bins: from the main lobe's half on
 constexpr double kFarthest = 9;
-constexpr double kShown = 3; // of the white noise, at kNearest: a foot that counts
+constexpr double kShown = 3;   // of the white noise, at kNearest: a foot that counts
+constexpr double kLikely = 30; // of the white noise at a bin, of what all lines have: some three standard errors of it
 constexpr double kPi = 3.14159265358979323846;
 
 /// Periodogram of the weighted residual, mean 1 for white noise of the series' weights; its length is that of the
@@ -64,10 +65,36 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     for (const Term& term : terms)
         strongest = std::max(strongest, std::abs(term.c) * std::sqrt(series.weightAt(term.origin)));
     feet.level = std::min(1.0, median(power) / std::numbers::ln2);
-    std::vector<double> own, all;
+    struct Value
+    {
+        double power, apart;
+    };
+    // The walk that explains these values: with it half of them lie above the median of white noise.
+    const auto walk_of = [&](const std::vector<Value>& values) {
+        const auto ratio = [&](double walk) {
+            std::vector<double> of;
+            for (const Value& v : values)
+                of.push_back(v.power / (feet.level + walk / (v.apart * v.apart)));
+            return median(of) / std::numbers::ln2;
+        };
+        double high = 0;
+        for (const Value& v : values)
+            high = std::max(high, v.power * v.apart * v.apart / std::numbers::ln2);
+        if (ratio(0) <= 1)
+            return 0.0;
+        double low = 0;
+        for (int k = 0; k < 40; ++k) {
+            const double middle = (low + high) / 2;
+            (ratio(middle) > 1 ? low : high) = middle;
+        }
+        return high;
+    };
+    std::vector<double> own;
+    std::vector<Value> all;
+    std::size_t lines = 0;
     for (const Term& term : terms) {
         const auto angle = static_cast<double>(term.angle);
-        std::vector<double> values;
+        std::vector<Value> values;
         const auto centre = static_cast<std::ptrdiff_t>(std::llround(angle / bin));
         const auto reach = static_cast<std::ptrdiff_t>(kFarthest * resolution / bin) + 1;
         for (std::ptrdiff_t d = -reach; d <= reach; ++d) {
@@ -85,26 +112,28 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
             for (const Term& other : terms)
                 nearest = nearest && (&other == &term ||
                                       std::abs(static_cast<double>(other.angle) - (angle + apart)) > std::abs(apart));
-            if (!nearest)
-                continue;
-            values.push_back((power[static_cast<std::size_t>(at)] - feet.level) * apart * apart);
+            if (nearest)
+                values.push_back({power[static_cast<std::size_t>(at)], apart});
         }
-        const double walk = values.size() < 4 ? -1 : std::max(0.0, median(values) / std::numbers::ln2);
-        own.push_back(walk);
-        if (walk >= 0)
-            all.push_back(walk);
+        own.push_back(values.size() < 4 ? -1 : walk_of(values));
+        lines += values.size() >= 4;
+        all.insert(all.end(), values.begin(), values.end());
     }
-    if (all.empty())
+    if (lines == 0)
         return feet;
-    const double common = median(all);
+    const double common = walk_of(all);
     const double least = kShown * feet.level * kNearest * kNearest * resolution * resolution;
     const double most = series.rounding * series.rounding * strongest * strongest;
     if (common > most)
         return feet;
+    const double certain = kLikely * feet.level * resolution * resolution / std::sqrt(static_cast<double>(all.size()));
+    feet.common = common > certain ? common : 0;
     const double all_have = common < least ? 0 : common / 4;
-    bool any = false;
+    bool any = feet.common > 0;
     for (std::size_t j = 0; j < terms.size(); ++j) {
-        const double walk = own[j] < least / kShown ? 0 : std::min(own[j], most);
+        double walk = std::min(own[j], most);
+        if (walk < least / kShown)
+            walk = 0;
         feet.walk.push_back(std::max(walk, all_have));
         feet.angles.push_back(static_cast<double>(terms[j].angle));
         any = any || feet.walk.back() > 0;

@@ -14,6 +14,7 @@ struct Feet
 {
     std::vector<double> walk;   ///< of each term: power density times the square of the distance in angle
     std::vector<double> angles; ///< of each term
+    double common = 0;          ///< of all lines together, where no foot can be told from the noise
     double level = 1;           ///< of the noise between the lines, over the weights'
 
     bool any() const { return !walk.empty(); }
