@@ -28,6 +28,9 @@ constexpr double kDepthsSingle[] = {2, 16};
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
+constexpr double kLives = 2; // of a term: where it is seen
+constexpr std::size_t kLeastLocal = 16;
+constexpr double kChance = 2; // standard deviations
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kWhite = 1.1;      // chi^2 per degree of freedom that chance gives
 constexpr double kDoubt = 5;        // of the significance that is required, for each unit above
@@ -99,6 +102,29 @@ std::vector<double> noise_scale(const Stage& stage)
     return scale;
 }
 
+/// Mean square of what the fit leaves where each term lives, over that of the noise, as far as chance does not explain
+/// it: noise may vary within the record.
+std::vector<double> local_noise(const Stage& stage)
+{
+    const Series& series = stage.series;
+    const std::size_t n = series.size(), width = series.complex() ? 2 : 1;
+    std::vector<double> residual, out;
+    evaluate(series, stage.fit.terms, n, &residual);
+    for (const Term& term : stage.fit.terms) {
+        const double life = 1 / std::max(1e-12, static_cast<double>(std::abs(term.decay)));
+        const std::size_t count = std::min(n, std::max(kLeastLocal, static_cast<std::size_t>(kLives * life) + 1));
+        double sum = 0;
+        for (std::size_t k = 0; k < count; ++k) {
+            const std::size_t at = term.origin == 0 ? k : n - 1 - k;
+            for (std::size_t part = 0; part < width; ++part)
+                sum += residual[part * n + at] * residual[part * n + at] * series.weightAt(at);
+        }
+        const auto values = static_cast<double>(count * width);
+        out.push_back(std::max(1.0, sum / values - kChance * std::sqrt(2 / values)));
+    }
+    return out;
+}
+
 /// Adds the modes that a fit tells of, and the offset or drift beside them.
 void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const Options& options, double spacing,
                 double unit, double rounding)
@@ -118,11 +144,12 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     double required = stage.good ? 1 + kDoubt * std::max(0.0, fit.reduced - kWhite) : kUnexplained;
     if (stage.good && (stage.whitener.order() > 0 || fit.walks))
         required = std::max(required, kUnwhite);
+    const std::vector<double> local = local_noise(stage);
     double background = 0;
     bool slow = false;
     for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
         Mode mode = modes[j];
-        if (highest_amplitude(mode) < least * strongest || fit.significance[j] < required)
+        if (highest_amplitude(mode) < least * strongest || fit.significance[j] < required * local[j])
             continue;
         mode.amplitude *= unit;
         mode.amplitudeError *= unit;
