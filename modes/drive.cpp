@@ -19,7 +19,7 @@ constexpr double kBlocksPerLife = 2; // of a term: fewer would average it out
 constexpr double kArtefact = 1;      // samples: a term of shorter life is the first sample's alone
 constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
-constexpr double kMostNoise = 2; // of chi^2 per degree of freedom
+constexpr double kMostNoise = 3; // of chi^2 per degree of freedom
 constexpr double kMostWalking = 10;
 constexpr double kRoundings = 20; // of the highest sample: noise of the size of rounding
 constexpr double kLeastMeanSingle = 1e-3;
@@ -284,7 +284,7 @@ Stage trim(const Series& record, Stage stage, bool driven, const Watch& watch)
                 shorter.fit.terms.push_back(stage.fit.terms[j]);
         shorter = carry(record, shorter, stage.first + lives[count - 1].samples, shorter.fit.terms.size() + 1,
                         shorter.fit.terms.size() + 1, watch);
-        if (shorter.fit.failed || shorter.fit.terms.size() >= stage.fit.terms.size() ||
+        if (!shorter.good || shorter.fit.terms.size() >= stage.fit.terms.size() ||
             (driven && cost(shorter) > cost(stage)))
             return stage;
         stage = std::move(shorter);

@@ -20,8 +20,9 @@ constexpr std::size_t kNuisanceRounds = 3;
 constexpr double kLikely = 9;   // half the gain in chi^2 of a term that is likely
 constexpr Extended kShort = 16; // nepers over the record: a short life
 constexpr Extended kSlow = 6;   // of the distance of a pole from zero, over the record
-constexpr double kCancelled =
-    0.25;                        // of its terms' amplitudes: what they leave of each other where they imitate a drive
+// Of its terms' amplitudes: what two terms, or more, leave of each other where they imitate a drive.
+constexpr double kCancelled = 0.25;
+constexpr double kCancelledMany = 0.35;
 constexpr double kByFar = 5;     // times the threshold
 constexpr double kHopeless = 10; // chi^2 per degree of freedom of such a fit
 
@@ -121,7 +122,7 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
         evaluate(nothing, brief, n, &values);
         for (std::size_t k = 0; k < n; ++k)
             whole = std::max(whole, series.complex() ? std::hypot(values[k], values[n + k]) : std::abs(values[k]));
-        if (whole < kCancelled * parts)
+        if (whole < (many > 2 ? kCancelledMany : kCancelled) * parts)
             return true;
     }
     // modes that cancel at the beginning: residues much larger than the record
