@@ -132,7 +132,7 @@ Colour colour_of(const Series& series, const std::vector<double>& residual)
     return out;
 }
 
-bool coloured(const Series& series, const std::vector<double>& residual)
+bool coloured(const Series& series, const std::vector<double>& residual, double level)
 {
     const std::vector<double> power = periodogram(series, residual);
     const std::size_t bands = std::min(kBands, power.size() / 8);
@@ -144,8 +144,6 @@ bool coloured(const Series& series, const std::vector<double>& residual)
         const auto end = power.begin() + static_cast<std::ptrdiff_t>((b + 1) * power.size() / bands);
         means.push_back(std::accumulate(begin, end, 0.0) / static_cast<double>(end - begin));
     }
-    // the noise may have been measured where it is largest
-    const double level = std::min(1.0, median(means));
     const auto count = static_cast<double>(power.size() / bands);
     // neighbours share the window's width of 2.5 bins
     const double most = level * std::max(kExcess, 1 + kDeviations * std::sqrt(2.5 / count));

@@ -34,8 +34,9 @@ struct Colour
 /// @par Source  J. Makhoul, Proc. IEEE 63 (1975) 561 (autoregressive models of a given spectrum).
 Colour colour_of(const Series& series, const std::vector<double>& residual);
 
-/// Whether the residual's spectrum rises somewhere above the series' weights by more than chance.
-bool coloured(const Series& series, const std::vector<double>& residual);
+/// Whether the residual's spectrum rises somewhere by more than chance above `level` times the density of the series'
+/// weights. A level below one: the noise was measured where it is largest.
+bool coloured(const Series& series, const std::vector<double>& residual, double level);
 
 /// The series behind the filter, shorter by its order.
 Series whiten(const Series& series, const Whitener& whitener);

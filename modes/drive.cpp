@@ -369,7 +369,7 @@ bool is_coloured(const Stage& stage)
     if (1 / std::sqrt(stage.series.weight.front()) < kRoundings * stage.series.rounding * std::abs(peak))
         return false;
     return !feet_of(stage.series, stage.fit.terms, stage.series.size(), residual).any() &&
-           coloured(stage.series, residual);
+           coloured(stage.series, residual, std::min(1.0, stage.fit.reduced));
 }
 
 Stage fit_coloured(const Series& record, const Stage& base, const Watch& watch)
