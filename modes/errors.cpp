@@ -18,6 +18,8 @@ constexpr Extended kPi = 3.14159265358979323846264338327950288L;
 ExtendedMatrix inverse_normal(const ExtendedMatrix& normal)
 {
     const auto n = normal.rows();
+    if (n == 0) // no term: Eigen has no minimum of nothing
+        return {};
     ExtendedVector scale(n);
     for (Eigen::Index i = 0; i < n; ++i)
         scale[i] = normal(i, i) > 0 ? 1 / std::sqrt(normal(i, i)) : 0;

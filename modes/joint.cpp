@@ -37,6 +37,8 @@ template <class Scalar>
 bool eliminate_linear(const ExtendedMatrix& scaled, Eigen::Index k, double least, Grid& out)
 {
     using Matrix = Eigen::Matrix<Scalar, Eigen::Dynamic, Eigen::Dynamic>;
+    if (scaled.rows() == 0) // no term is left: Eigen has no minimum of nothing
+        return true;
     const Matrix m = scaled.cast<Scalar>();
     const Eigen::LLT<Matrix> factor(m);
     if (factor.info() != Eigen::Success || !(static_cast<double>(factor.matrixLLT().diagonal().minCoeff()) > least))

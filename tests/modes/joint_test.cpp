@@ -209,6 +209,19 @@ TEST(JointModes, ConstantRecordsSayNothing)
     EXPECT_TRUE(analyseJointly({{std::vector<double>(50, 2.0), 0}}, 1).has(RemarkCode::nothingRings));
 }
 
+TEST(JointModes, WithoutAModeThereIsARemark)
+{
+    // Noise alone, and a spike beside which nothing else is seen: in the fit of the latter no term is left.
+    std::vector<double> spike = samples_of(kPoles, {1, 0.5, 0.7}, 1400, 1e-3, 1);
+    spike[40] = 1e300;
+    for (const std::vector<double>& y : {samples_of({}, {}, 1500, 1, 7), spike}) {
+        const JointResult result = analyseJointly({{y, 0}, {y, 3}}, 1);
+        EXPECT_TRUE(result.modes.empty());
+        ASSERT_TRUE(result.has(RemarkCode::nothingRings));
+        EXPECT_EQ(result.remarks.back().text, "nothing rings in this record");
+    }
+}
+
 TEST(JointModes, BadInputNamesTheRecord)
 {
     const std::vector<double> good = samples_of(kPoles, {1, 0.5, 0.7}, 500, 1e-3, 1);
