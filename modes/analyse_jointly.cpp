@@ -257,6 +257,7 @@ void add_common_remarks(const Input& input, const JointStage& joint, double spac
     Stage stage;
     stage.first = joint.from;
     stage.factor = joint.factor;
+    stage.highest = joint.highest;
     stage.skipped = joint.skipped;
     stage.fit.terms = joint.fit.model.terms;
     stage.fit.failed = joint.fit.failed;
@@ -269,6 +270,8 @@ void add_common_remarks(const Input& input, const JointStage& joint, double spac
         }
     for (const Series& series : joint.series)
         stage.series.re.resize(std::max(stage.series.re.size(), series.size()));
+    if (joint.series.front().complex())
+        stage.series.im.resize(stage.series.re.size());
     add_remarks(single, stage, input.start, spacing, peak);
     result.remarks.insert(result.remarks.end(), single.remarks.begin(), single.remarks.end());
 }

@@ -22,9 +22,12 @@ std::string number(double value)
     return text;
 }
 
-/// Whether a term was found outside the band: then it is the band that is empty, not the record.
+/// Whether a term was found outside a band that was given: then it is the band that is empty, not the record.
 bool rings_outside(const Result& result, const Stage& stage, double spacing)
 {
+    const double edge = stage.highest / spacing;
+    if (result.highest == edge && result.lowest == (stage.series.complex() ? -edge : 0))
+        return false;
     const double scale = 2 * M_PI * static_cast<double>(stage.factor) * spacing;
     for (const Term& term : stage.fit.terms) {
         const double frequency = static_cast<double>(term.angle) / scale;
