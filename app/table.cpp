@@ -141,7 +141,8 @@ std::string times_text(const Record& record, double used)
 {
     const Scale step = time_scale(record.spacing, record.unit);
     const Scale reference = time_scale(std::max(std::abs(used), record.spacing), record.unit);
-    return "spacing " + plain_form(shifted(record.spacing, step.shift), 6) + " " + step.name + "; used from " +
+    const std::string unit = step.name == "steps" && record.spacing == 1 ? "step" : step.name;
+    return "spacing " + plain_form(shifted(record.spacing, step.shift), 6) + " " + unit + "; used from " +
            plain_form(shifted(used, reference.shift), 6) + " " + reference.name + " on";
 }
 

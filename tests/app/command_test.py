@@ -263,6 +263,9 @@ def stands_mutated_files():
                 if "modes" in record and spaced:
                     assert record["time_unit"] == "s" and abs(record["spacing"] / 2e-12 - 1) < 1e-3, (name, record["spacing"])
                 good += "modes" in record
+            if count % 4 == 0:
+                out, _, status = run("--joint", *arguments, path, status=None)
+                assert status == 1 or (status == 0 and " together: " in out), (name, status, out)
             count += 1
     print(count, "files,", good, "records with results")
     assert count > 200 and good > 30

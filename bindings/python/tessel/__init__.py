@@ -8,6 +8,9 @@
 ...     print(f"{mode.frequency / 1e9:.5f} GHz, Q = {mode.q:.1f}")
 1.20000 GHz, Q = 94.2
 2.50000 GHz, Q = 87.3
+
+find_modes takes a record; find_modes_jointly takes several of one structure; prony is the fit of given order. Each has
+its own help, and what they return prints well.
 """
 
 from ._core import __version__

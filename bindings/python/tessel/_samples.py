@@ -21,9 +21,10 @@ def samples(y: ArrayLike) -> NDArray[Any]:
     if array.dtype.kind in "SU":
         raise InputError("y is text, not an array of samples: read the file first, as with numpy.loadtxt", "samples")
     if array.ndim != 1 or array.dtype.kind not in "iufc":
+        hint = "; take a row or a column of it" if array.ndim == 2 else ""
         raise InputError(
             f"y must be a one-dimensional array of real or complex numbers, not of {array.ndim} dimensions "
-            f"and type {array.dtype}",
+            f"and type {array.dtype}{hint}",
             "samples",
         )
     if isinstance(y, np.ma.MaskedArray) and np.any(y.mask):
