@@ -3,24 +3,15 @@
 
 #include "common/types.h"
 #include "tests/support/library.h"
+#include "tests/support/measures.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 namespace tessel::testing {
-
-constexpr Real kEps = std::numeric_limits<Real>::epsilon();
 
 inline std::size_t size_of(Integer count)
 {
     return static_cast<std::size_t>(std::max(count, 0));
-}
-
-/// The larger of two figures; NaN is the largest.
-inline Real worse(Real a, Real b)
-{
-    return a <= b || std::isnan(b) ? b : a;
 }
 
 /// One line of the table.

@@ -34,21 +34,6 @@ struct Matrix
     }
 };
 
-/// |Q^H Q - 1| for `count` vectors of a length, whose elements and which themselves lie some steps apart.
-template <class T>
-Real departure(const T* q, Integer length, Integer step, Integer count, Integer next)
-{
-    Real worst = 0.0;
-    for (Integer k = 0; k < count; ++k)
-        for (Integer l = 0; l <= k; ++l) {
-            Complex sum = k == l ? -1.0 : 0.0;
-            for (Integer i = 0; i < length; ++i)
-                sum += std::conj(Complex(q[i * step + k * next])) * q[i * step + l * next];
-            worst = worse(worst, std::abs(sum));
-        }
-    return worst;
-}
-
 /// One decomposition, judged by |A - U S VT| (if both are asked for), by the difference of |S| and |A| and by the
 /// singular values that are zero, over |A| max(m, n) eps, and by |U^H U - 1| and |VT VT^H - 1| over max(m, n) eps.
 template <class T>
@@ -88,9 +73,9 @@ Real decomposition_error(FDTDCalcAPI& api, const Matrix& matrix, const char* job
     const T *const left = jobs[0] == 'O' ? a : u, *const right = jobs[1] == 'O' ? a : vt;
     const Integer ldright = jobs[1] == 'O' ? m : ldvt;
     if (jobs[0] != 'N')
-        worst = worse(worst, departure(left, m, 1, columns, m));
+        worst = worse(worst, departure_from_orthonormal(left, m, 1, columns, m));
     if (jobs[1] != 'N')
-        worst = worse(worst, departure(right, n, ldright, ldvt, 1));
+        worst = worse(worst, departure_from_orthonormal(right, n, ldright, ldvt, 1));
     for (Integer j = 0; j < n && jobs[0] != 'N' && jobs[1] != 'N'; ++j)
         for (Integer i = 0; i < m; ++i) {
             T sum = -original[size_of(i + j * m)];

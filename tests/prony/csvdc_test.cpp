@@ -48,7 +48,10 @@ struct Svd
                 return std::numeric_limits<Real>::infinity();
         if (const Real size = max_modulus(a); size > 0.0)
             worst /= size;
-        return std::max({worst, departure_from_orthonormal(u, n), departure_from_orthonormal(v, p)}) / (n * kEps);
+        const auto departure = [](const TestMatrix& q) {
+            return departure_from_orthonormal(&q(0, 0), q.rows(), 1, q.columns(), q.ld());
+        };
+        return worse(worst, worse(departure(u), departure(v))) / (n * kEps);
     }
 
     TestMatrix a;

@@ -3,19 +3,17 @@
 
 #include "common/fortran.h"
 #include "common/types.h"
+#include "tests/support/measures.h"
 #include "tests/support/random.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numbers>
 #include <vector>
 
 namespace tessel::testing {
-
-constexpr Real kEps = std::numeric_limits<Real>::epsilon();
 
 /// rows x columns with `pad` rows of sentinels below each column and one column of them behind the last.
 class TestMatrix
@@ -105,20 +103,6 @@ inline constexpr MatrixKind kMatrixKinds[] = {
          return Complex(i == j ? (random.below(4) == 0 ? 1e-14 * size : size) : j == i + 1.0 ? size : 0.0);
      }},
 };
-
-/// max |A^H A - 1| over the first `columns` columns.
-inline Real departure_from_orthonormal(const TestMatrix& a, Index columns)
-{
-    Real worst = 0.0;
-    for (Index j = 0; j < columns; ++j)
-        for (Index k = 0; k <= j; ++k) {
-            Complex sum = j == k ? -1.0 : 0.0;
-            for (Index i = 0; i < a.rows(); ++i)
-                sum += std::conj(a(i, k)) * a(i, j);
-            worst = std::max(worst, std::abs(sum));
-        }
-    return worst;
-}
 
 inline Real max_modulus(const TestMatrix& a)
 {

@@ -121,4 +121,27 @@ inline Real worst_pole_error(const std::vector<Complex>& known, const std::vecto
     return worst;
 }
 
+/// A signal, the order of a fit and the errors that it keeps within.
+struct KnownSignal
+{
+    const char* name;
+    Signal signal;
+    Integer m;
+    Real pole_error, l2; ///< largest relative error of a pole, ERR_L2
+};
+
+inline std::vector<KnownSignal> known_signals()
+{
+    return {{"two samples", make_signal({-0.5}, {1.0}, 2.0, 2), 1, 1e-15, 1e-15},
+            {"N = 2 M", make_signal({{-0.1, 1.0}, {-0.3, -0.5}}, {2.0, 1.0}, 1.0, 4), 2, 1e-13, 1e-13},
+            {"lanczos1", lanczos1(), 3, 2e-8, 1e-11},
+            {"lanczos2", lanczos2(), 3, 2e-3, 5e-6},
+            {"fifteen modes, 15", fifteen_modes(), 15, 5e-8, 5e-7},
+            {"fifteen modes, 30", fifteen_modes(), 30, 2e-11, 1e-12},
+            {"four cosines, 8", four_cosines(), 8, 1e-10, 1e-10},
+            {"four cosines, 20", four_cosines(), 20, 1e-13, 1e-13},
+            {"Yee cavity, 20", yee_cavity(0.9), 20, 1e-10, 1e-11},
+            {"Yee cavity, 24", yee_cavity(0.9), 24, 1e-12, 1e-12}};
+}
+
 } // namespace tessel::testing
