@@ -177,6 +177,7 @@ TEST(HStep, DividesOutTheShift)
     const Values p{5.0, Complex(-1.0, 2.0), 3.0}; // an H that vanishes at the shift is shifted up
     expect_h_step(p, {0.0, -2.0, 1.0}, {0.0, 0.0, -2.0}, 2.0);
     expect_h_step(p, {0.0, -0.5, 1.0}, {0.0, 0.0, -0.5}, 0.5);
+    expect_h_step(p, {1.0, -1.0, 0.0}, {0.0, 0.0, 1.0}, 1.0); // twice
 
     Values h{0.0, 0.0, 1.0}, far(20, 1.0);
     Complex value;

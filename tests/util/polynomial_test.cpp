@@ -104,6 +104,7 @@ TEST(Scaling, SplitsIntoMantissaAndExponent)
     const Complex least = 5e-324; // times 1.25 rounds to itself
     CSCALE_EXP(&least, m, e, 1, 1.25, 0.8);
     EXPECT_EQ(m[0], least);
+    EXPECT_EQ(e[0], Complex(0.0));
 }
 
 TEST(Bound, IsTheSumOfSizesOnTheCircle)
