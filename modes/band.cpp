@@ -76,7 +76,7 @@ double highest_line(const Series& series, std::size_t first)
 {
     double highest = 0;
     const std::size_t length = series.size() - first;
-    for (const std::size_t part : {1, 4, 16, 64})
+    for (const std::size_t part : {1U, 4U, 16U, 64U})
         if (part == 1 || length / part >= 400)
             highest = std::max(highest, highest_in(series, first, length / part));
     return highest;

@@ -176,7 +176,7 @@ double highest_line(const std::vector<Series>& records, const std::vector<std::s
     std::size_t shortest = records.front().size();
     for (std::size_t p = 0; p < records.size(); ++p)
         shortest = std::min(shortest, records[p].size() - first[p]);
-    for (const std::size_t part : {1, 4, 16, 64})
+    for (const std::size_t part : {1U, 4U, 16U, 64U})
         if (part == 1 || shortest / part >= 400)
             highest = std::max(highest, highest_in(records, first, part));
     return highest;
