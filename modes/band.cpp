@@ -18,8 +18,15 @@ constexpr double kLeast = 3e-8; // of the highest line, in amplitude
 constexpr double kLeastSingle =
     1e-5; // the same, of a record in single precision: rounding excites every mode of a grid
 constexpr double kSingle = 1e-10;
+constexpr std::size_t kFine = 32768;
 
 } // namespace
+
+std::size_t band_length(std::size_t samples)
+{
+    // Kaiser's lines are several bins wide: a second value between two is of use to short records alone.
+    return fast_length(std::max(samples, std::min(2 * samples, kFine)));
+}
 
 std::vector<double> floor_of(const std::vector<double>& power)
 {
@@ -48,7 +55,7 @@ double highest_in(const Series& series, std::size_t first, std::size_t length)
         re[k] = (series.re[first + k] - (series.complex() ? 0 : mean)) * window[k];
     for (std::size_t k = 0; k < im.size(); ++k)
         im[k] = series.im[first + k] * window[k];
-    const std::size_t padded = fast_length(2 * length);
+    const std::size_t padded = band_length(length);
     std::vector<double> power = power_spectrum(re, im, padded);
     if (series.complex()) { // the two signs share a place
         const std::size_t half = padded / 2;

@@ -35,10 +35,11 @@ double highest_in(const std::vector<Series>& records, const std::vector<std::siz
     std::size_t longest = 0;
     for (std::size_t p = 0; p < records.size(); ++p)
         longest = std::max(longest, (records[p].size() - first[p]) / part);
-    const std::size_t padded = fast_length(2 * longest);
+    const std::size_t padded = band_length(longest);
     const std::size_t size = padded / 2 + 1;
     std::vector<double> sum(size, 0), one(size, 0); // over the noise
     std::map<std::size_t, std::vector<double>> windows;
+    Spectra spectra;
     for (std::size_t p = 0; p < records.size(); ++p) {
         const Series& series = records[p];
         const std::size_t length = (series.size() - first[p]) / part;
@@ -53,7 +54,7 @@ double highest_in(const std::vector<Series>& records, const std::vector<std::siz
             re[k] = (series.re[first[p] + k] - mean) * window[k];
         for (std::size_t k = 0; k < im.size(); ++k)
             im[k] = series.im[first[p] + k] * window[k];
-        std::vector<double> power = power_spectrum(re, im, padded);
+        std::vector<double>& power = spectra.power(re, im, padded);
         if (series.complex()) { // the two signs share a place
             for (std::size_t k = 1; k < padded / 2; ++k)
                 power[k] = std::max(power[k], power[padded - k]);

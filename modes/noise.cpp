@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace tessel::modes {
 
@@ -36,10 +37,11 @@ double level(const Series& series, std::size_t begin, std::size_t length, double
     const auto ratio = static_cast<double>(padded) / static_cast<double>(length);
     const auto edge = static_cast<std::size_t>(highest * static_cast<double>(padded) + (kHalfWidth + 1) * ratio);
     std::vector<double> empty;
+    empty.reserve(power.size());
     for (std::size_t k = edge; k < padded - edge && k < power.size(); ++k)
         if (series.complex() || 2 * k != padded)
             empty.push_back(power[k]);
-    return std::sqrt(median(empty) / std::numbers::ln2 / (series.complex() ? 2 : 1));
+    return std::sqrt(median(std::move(empty)) / std::numbers::ln2 / (series.complex() ? 2 : 1));
 }
 
 /// Geometric means of each value and its neighbours: one segment alone varies by chance.
