@@ -203,7 +203,8 @@ public:
 /// @par Limits  White noise. Records below some 100 samples, lines above 0.4 cycles a sample in a real record, and
 /// drives
 ///   that come back after their end are found less reliably; see the remarks of the result.
-/// @par State  None. Any number of threads may call at once. The same input gives the same result. Nothing is printed.
+/// @par State  None. Any number of threads may call at once. The same input gives the same result, to the
+///   bit, on every processor. Nothing is printed.
 /// @par Source  G. H. Golub, V. Pereyra, SIAM J. Numer. Anal. 10 (1973) 413 and L. Kaufman, BIT 15 (1975) 49 (variable
 ///   projection); R. Roy, T. Kailath, IEEE Trans. ASSP 37 (1989) 984 (start values by rotational invariance).
 TESSEL_MODES_API Result analyse(const std::vector<double>& samples, double start, double spacing,
