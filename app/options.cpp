@@ -2,13 +2,14 @@
 
 #include "app/error.h"
 #include "app/help_format.h"
+#include "app/values.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <memory>
+#include <tuple>
+#include <utility>
 
 namespace tessel::app {
 
@@ -55,49 +56,6 @@ Examples
 
 Records to try it on lie in /usr/share/doc/tessel/examples/records. All that is not
 said here: man tessel-modes.)TEXT";
-
-std::size_t parse_count(const std::string& option, const std::string& text)
-{
-    std::size_t value = 0;
-    const auto [stop, status] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (status != std::errc() || stop != text.data() + text.size() || value == 0)
-        throw UsageError(option + ": " + quote(text) + " is no whole number from 1 on");
-    return value;
-}
-
-double parse_positive(const std::string& option, const std::string& text)
-{
-    double value = 0;
-    const auto [stop, status] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (status != std::errc() || stop != text.data() + text.size() || !(value > 0) || !std::isfinite(value))
-        throw UsageError(option + ": " + quote(text) + " is no number above zero");
-    return value;
-}
-
-void parse_band(const std::string& text, Options& options)
-{
-    const std::size_t colon = text.find(':');
-    if (colon == text.npos || text.size() == 1)
-        throw UsageError("--band: " + quote(text) + " is not LOW:HIGH, such as 1e9:4e9, 1GHz:4GHz or 1GHz:");
-    if (colon > 0)
-        options.lowest = parse_frequency("--band", text.substr(0, colon));
-    if (colon + 1 < text.size())
-        options.highest = parse_frequency("--band", text.substr(colon + 1));
-    if (!options.lowest || !options.highest)
-        return;
-    const auto& [low, high] = std::pair{*options.lowest, *options.highest};
-    if (low.exponent.has_value() != high.exponent.has_value())
-        throw UsageError("--band: " + quote(text) + ": give both ends with a unit, or none");
-    const int apart = low.exponent.value_or(0) - high.exponent.value_or(0);
-    if (!(shifted(low.value, apart) < high.value))
-        throw UsageError("--band: " + quote(text) + " ends before it begins");
-}
-
-std::string one_line(std::string text)
-{
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text;
-}
 
 } // namespace
 
@@ -176,24 +134,17 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
         throw UsageError("one of --json and --csv is enough");
     options.format = json ? Format::json : csv ? Format::csv : Format::table;
     const auto given = [&](const char* name) { return app.count(name) > 0; };
-    if (given("--dt")) {
-        options.spacing = parse_time("--dt", spacing);
-        if (!(options.spacing->value > 0))
-            throw UsageError("--dt: " + quote(spacing) + " is not above zero");
-    }
-    if (given("--time-unit")) {
-        if (unit.empty() || unit.size() > 40 ||
-            std::any_of(unit.begin(), unit.end(), [](unsigned char c) { return c < 0x20; }))
-            throw UsageError("--time-unit: " + quote(unit) + " is no name");
-        options.unit = known_unit(unit).value_or(TimeUnit{unit, {}});
-    }
+    if (given("--dt"))
+        options.spacing = parse_spacing(spacing);
+    if (given("--time-unit"))
+        options.unit = parse_unit(unit);
     if (given("--axis")) {
         if (axis != "0" && axis != "1")
             throw UsageError("--axis: " + quote(axis) + " is neither 0 nor 1");
         options.axis = axis == "1";
     }
     if (given("--band"))
-        parse_band(band, options);
+        std::tie(options.lowest, options.highest) = parse_band(band);
     if (given("--start"))
         options.start = parse_time("--start", start);
     if (given("--noise"))
@@ -202,15 +153,8 @@ CommandLine parse_command_line(const std::vector<std::string>& arguments)
         options.mostModes = parse_count("--max-modes", most);
     if (given("--jobs"))
         options.jobs = static_cast<unsigned>(std::min<std::size_t>(parse_count("--jobs", jobs), 1024));
-    if (given("--plot") && !options.plot.ends_with(".png") && !options.plot.ends_with(".svg") &&
-        !options.plot.ends_with(".pdf"))
-        throw UsageError("--plot: " + quote(options.plot) + " does not end in .png, .svg or .pdf");
-    if (options.unit && !options.unit->exponent) {
-        for (const auto& quantity : {options.spacing, options.start, options.lowest, options.highest})
-            if (quantity && quantity->exponent)
-                throw UsageError("--time-unit " + options.unit->name +
-                                 " and a value in seconds or hertz exclude each other");
-    }
+    check_picture(options.plot);
+    check_units(options.unit, {options.spacing, options.start, options.lowest, options.highest});
     return result;
 }
 
