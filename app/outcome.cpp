@@ -50,19 +50,35 @@ std::string sentence(const modes::Remark& remark, const std::vector<double>& fre
     return sentence(text);
 }
 
+std::string rounding_text(double relative, const std::vector<double>& frequencies, const std::vector<double>& errors)
+{
+    for (std::size_t k = 0; k < frequencies.size(); ++k)
+        if (relative * std::abs(frequencies[k]) > 0.3 * errors[k])
+            return "The times are rounded: all frequencies and decays are uncertain by another " +
+                   plain_form(relative, 2) + " of their value. Give the spacing by --dt to avoid it.";
+    return "";
+}
+
+std::string decay_text(double decay, double error, const TimeUnit& unit)
+{
+    const Scale scale = time_scale(std::abs(decay) > 0 ? 1 / std::abs(decay) : 1, unit);
+    return (decay < 0 ? "grows by " : "decays by ") +
+           short_form(std::abs(shifted(decay, -scale.shift)), shifted(error, -scale.shift)) + " /" +
+           (scale.name == "steps" ? "step" : scale.name);
+}
+
 std::vector<std::string> notes_of(const Outcome& outcome)
 {
     std::vector<std::string> notes;
     for (const std::string& note : outcome.record.notes)
         notes.push_back(sentence(note));
-    // Rounded times leave the spacing uncertain, which no standard error knows.
-    const double relative = outcome.record.spacingError;
-    for (const modes::Mode& mode : outcome.result->modes)
-        if (relative * std::abs(mode.frequency) > 0.3 * mode.frequencyError) {
-            notes.push_back("The times are rounded: all frequencies and decays are uncertain by another " +
-                            plain_form(relative, 2) + " of their value. Give the spacing by --dt to avoid it.");
-            break;
-        }
+    std::vector<double> frequencies, errors;
+    for (const modes::Mode& mode : outcome.result->modes) {
+        frequencies.push_back(mode.frequency);
+        errors.push_back(mode.frequencyError);
+    }
+    if (const std::string text = rounding_text(outcome.record.spacingError, frequencies, errors); !text.empty())
+        notes.push_back(text);
     return notes;
 }
 

@@ -27,15 +27,6 @@ std::string number(double value)
     return text;
 }
 
-/// A string in gnuplot's single quotes.
-std::string in_quotes(const std::string& text)
-{
-    std::string result = "'";
-    for (const char c : text)
-        result.append(c == '\'' ? 2 : 1, static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
-    return result + "'";
-}
-
 /// The modes' sum at a time; the real part of a complex one.
 double model_at(const modes::Result& result, double time)
 {
@@ -81,6 +72,14 @@ struct Pipe
 };
 
 } // namespace
+
+std::string in_quotes(const std::string& text)
+{
+    std::string result = "'";
+    for (const char c : text)
+        result.append(c == '\'' ? 2 : 1, static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
+    return result + "'";
+}
 
 void check_gnuplot()
 {
@@ -154,7 +153,7 @@ std::string plot_script(const Outcome& outcome, const std::string& file)
     return script;
 }
 
-void draw(const Outcome& outcome, const std::string& file)
+void draw(const std::string& script, const std::string& file)
 {
     // Where it cannot be written, gnuplot does not say why.
     if (!std::ofstream(file, std::ios::app))
@@ -167,7 +166,6 @@ void draw(const Outcome& outcome, const std::string& file)
     Pipe pipe{popen("exec gnuplot >/dev/null 2>&1", "w")};
     bool good = pipe.stream != nullptr;
     if (good) {
-        const std::string script = plot_script(outcome, file);
         good = std::fwrite(script.data(), 1, script.size(), pipe.stream) == script.size();
         const int status = pclose(pipe.stream);
         pipe.stream = nullptr;

@@ -18,9 +18,12 @@ std::string plot_name(const std::string& file, std::size_t index);
 /// as the band between the smallest and the largest samples of many parts.
 std::string plot_script(const Outcome& outcome, const std::string& file);
 
-/// Draws.
+/// A string in gnuplot's single quotes.
+std::string in_quotes(const std::string& text);
+
+/// Draws by a script that writes this file.
 /// @throws Error  if gnuplot fails
-void draw(const Outcome& outcome, const std::string& file);
+void draw(const std::string& script, const std::string& file);
 
 } // namespace tessel::app
 

@@ -225,7 +225,8 @@ private:
     void draw_one(const Outcome& outcome, std::size_t index)
     {
         try {
-            draw(outcome, plot_name(options_.plot, index));
+            const std::string file = plot_name(options_.plot, index);
+            draw(plot_script(outcome, file), file);
         } catch (const Error& e) {
             failed_ = true;
             std::fprintf(stderr, "tessel-modes: %s\n", e.what());

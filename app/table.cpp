@@ -39,14 +39,8 @@ private:
         const bool turns = mode.kind != modes::Kind::overdamped;
         quality.cells.push_back(turns ? short_form(mode.quality, mode.qualityError) : "-");
         significance.cells.push_back(plain_form(mode.significance, 3));
-        std::string text;
-        if (mode.kind != modes::Kind::oscillating) {
-            const Scale scale = time_scale(std::abs(mode.decay) > 0 ? 1 / std::abs(mode.decay) : 1, unit_);
-            const double decay = shifted(mode.decay, -scale.shift), error = shifted(mode.decayError, -scale.shift);
-            text = (mode.decay < 0 ? "grows by " : "decays by ") + short_form(std::abs(decay), error) + " /" +
-                   (scale.name == "steps" ? "step" : scale.name);
-        }
-        kind.cells.push_back(text);
+        kind.cells.push_back(
+            mode.kind == modes::Kind::oscillating ? "" : decay_text(mode.decay, mode.decayError, unit_));
     }
 
     const TimeUnit& unit_;
