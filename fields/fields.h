@@ -77,7 +77,8 @@ struct Profiles
 /// memory: no bit of a result hangs on them.
 constexpr std::size_t kBlock = 1024;
 
-/// Where projections of blocks wait until the poles are final, and survive a run that is stopped.
+/// Where projections of blocks wait until the poles are final, and survive a run that is stopped. Called from the thread
+/// that called analyse().
 class Store
 {
 public:
@@ -90,8 +91,8 @@ public:
     virtual std::optional<std::string> text(const std::string& name) = 0;
     /// Rank 0 keeps a text: the poles found in the chosen points.
     virtual void keep(const std::string& name, const std::string& text) = 0;
-    /// Begins a pass whose blocks have this many doubles a point. Blocks of an earlier pass of another name are
-    /// dropped.
+    /// Begins a pass whose blocks have at most this many doubles each, on all ranks together. Blocks of an earlier pass of
+    /// another name are dropped.
     virtual void begin(const std::string& pass, std::size_t doubles) = 0;
     virtual bool has(std::size_t block) = 0;
     virtual void put(std::size_t block, const double* values, std::size_t count) = 0;
@@ -102,7 +103,10 @@ public:
 ///
 /// @param store     on every rank; holds what each rank puts, on that rank
 /// @param begin     on every rank, once, before the first profile
-/// @param profiles  on the rank that owns the points; ranks own consecutive blocks, see owned()
+/// @param profiles  on the rank that owns the points, for each of its blocks in order; ranks own consecutive blocks, see
+///                  owned(). Not called where there are no modes. From begin() to the last profiles() of a rank it calls
+///                  Team::agree() alone, and only with a fault of its own; what the two throw passes through, and must be
+///                  thrown on all ranks
 /// @throws Error            the field cannot be read or analysed, on all ranks
 /// @throws modes::Stopped   Options::progress returned false
 Outcome analyse(Source& source, Team& team, Store& store, const Options& options,

@@ -1,0 +1,101 @@
+/// What a set of modes can look like in a record, and to first order beside it: an orthonormal basis over time.
+#pragma once
+
+#include "fields/kernels.h"
+#include "fields/matrix.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace tessel::fields {
+
+/// A pole of the field. Extended precision: over N steps a rounding of it grows N times.
+struct Term
+{
+    Extended decay = 0;  ///< nepers a step
+    Extended cycles = 0; ///< a step
+    bool real = false;   ///< decays without turning
+};
+using Terms = std::vector<Term>;
+
+/// exp((-decay + 2 pi i cycles) steps), the same on every processor.
+ExtendedComplex power(const Term& term, std::ptrdiff_t steps);
+
+/// How records are laid out in rows: sums of `factor` steps each; of a complex field the real and the imaginary part
+/// of a sum follow one another.
+struct Grid
+{
+    bool complex = false;
+    std::size_t factor = 1;
+    std::size_t sums = 0;
+
+    std::size_t parts() const { return complex ? 2 : 1; }
+    std::size_t rows() const { return sums * parts(); }
+    std::size_t slabs() const { return (rows() + kSlab - 1) / kSlab; }
+    std::size_t rowsOf(std::size_t slab) const { return std::min(kSlab, rows() - slab * kSlab); }
+};
+
+/// Which columns belong to what: linear parameters of each term (a, b of c = a + i b), those of an offset and a drift,
+/// then the derivatives with respect to poles, at c = 1 and c = i, of each term.
+///
+/// A column of a term is E(k) = z^(k - origin), and its derivative (k - origin) E(k) / sums: a pole's parameters are
+/// its decay and angle over the whole record.
+struct Columns
+{
+    Columns(const Grid& grid, const Terms& terms, std::size_t drift);
+
+    std::vector<Index> linear, poles, parameters; ///< first of each term
+    Index width(std::size_t term) const { return widths[term]; }
+    std::vector<Index> widths; ///< 2, or 1 of a real term in a real field
+    Index modes = 0;           ///< linear columns of the terms
+    Index linears = 0;         ///< linear columns with offset and drift
+    Index total = 0;
+    Index parameterTotal = 0; ///< 2 a term, 1 of a real one
+};
+
+constexpr std::size_t kEmpty = 8; ///< most directions of a slab that are orthogonal to the basis
+
+class Basis
+{
+public:
+    /// @param drift  degree of the polynomial that every record may hold beside the modes
+    Basis(const Grid& grid, Terms terms, std::size_t drift);
+
+    const Grid& grid() const { return grid_; }
+    const Terms& terms() const { return terms_; }
+    const Columns& columns() const { return columns_; }
+    std::size_t width() const { return static_cast<std::size_t>(columns_.total); }
+
+    /// The columns, of other poles too, times the transposed basis.
+    ExtendedMatrix projected(const Terms& terms) const;
+    /// Squares of what lies outside of the basis, of each column of these poles.
+    Vector outside(const Terms& terms) const;
+    /// Squares of the norms of the columns of these poles.
+    Vector squares(const Terms& terms) const;
+
+    /// The basis, and in each slab a few directions that are orthogonal to all its columns there: packed for
+    /// Kernels::product.
+    const double* slab(std::size_t slab) const { return packed_.data() + slab * kSlab * width(); }
+    const double* empty(std::size_t slab) const { return packedEmpty_.data() + slab * kSlab * kEmpty; }
+    std::size_t emptyCount(std::size_t slab) const { return emptyCounts_[slab]; }
+    std::size_t emptyTotal() const;
+    const Matrix& matrix() const { return q_; }
+
+    /// Origin of a term's columns, in sums: the last of one that grew when the basis was made.
+    std::size_t origin(std::size_t term) const { return terms_[term].decay < 0 ? grid_.sums - 1 : 0; }
+
+private:
+    ExtendedMatrix evaluate(const Terms& terms) const;
+    Matrix moved(const Terms& terms) const;
+
+    Grid grid_;
+    Terms terms_;
+    Columns columns_;
+    std::size_t drift_;
+    ExtendedMatrix v_, r_;
+    Matrix q_;
+    std::vector<double> packed_, packedEmpty_;
+    std::vector<std::size_t> emptyCounts_;
+};
+
+} // namespace tessel::fields

@@ -1,0 +1,149 @@
+// Compiled once for each width of the vector units, with
+//
+//     TESSEL_KERNELS       the name of the table
+//     TESSEL_VECTOR_BYTES  the width of a vector
+//
+// All is in an unnamed namespace and nothing else is included that has code: an inline function that these objects
+// shared with others could be linked in its wide form and run on a machine that lacks it.
+
+#include "fields/kernels.h"
+
+#include <cstddef>
+
+namespace tessel::fields {
+
+namespace {
+
+#define TESSEL_INLINE inline __attribute__((always_inline))
+#define TESSEL_UNROLL _Pragma("GCC unroll 16")
+
+typedef double Wide __attribute__((vector_size(TESSEL_VECTOR_BYTES)));
+typedef float Narrow __attribute__((vector_size(TESSEL_VECTOR_BYTES / 2)));
+
+constexpr std::size_t kLanes = sizeof(Wide) / sizeof(double);
+constexpr std::size_t kLanesOfSum = 8;
+
+template <class V, class T>
+TESSEL_INLINE V load(const T* from)
+{
+    V v;
+    __builtin_memcpy(&v, from, sizeof v); // not aligned
+    return v;
+}
+
+TESSEL_INLINE void store(double* to, Wide v)
+{
+    __builtin_memcpy(to, &v, sizeof v);
+}
+
+TESSEL_INLINE Wide widened(const double* from)
+{
+    return load<Wide>(from);
+}
+TESSEL_INLINE Wide widened(const float* from)
+{
+    return __builtin_convertvector(load<Narrow>(from), Wide);
+}
+
+template <class T>
+void add(std::size_t points, std::size_t rows, const T* in, std::size_t stride, double* out)
+{
+    for (std::size_t begin = 0; begin < points; begin += kTile, out += kTileStride) {
+        const std::size_t count = points - begin < kTile ? points - begin : kTile;
+        std::size_t p = 0;
+        for (; p + kLanes <= count; p += kLanes) {
+            Wide sum = load<Wide>(out + p);
+            for (std::size_t k = 0; k < rows; ++k)
+                sum += widened(in + k * stride + begin + p);
+            store(out + p, sum);
+        }
+        for (; p < count; ++p) {
+            double sum = out[p];
+            for (std::size_t k = 0; k < rows; ++k)
+                sum += static_cast<double>(in[k * stride + begin + p]);
+            out[p] = sum;
+        }
+    }
+}
+
+/// The columns of one group with `width` vectors of points.
+template <std::size_t columns, std::size_t width>
+TESSEL_INLINE void product_group(std::size_t rows, const double* q, const double* x, double* y)
+{
+    Wide sum[columns][width] = {};
+    for (std::size_t k = 0; k < rows; ++k) {
+        Wide v[width];
+        TESSEL_UNROLL
+        for (std::size_t j = 0; j < width; ++j)
+            v[j] = load<Wide>(x + k * kTile + j * kLanes);
+        TESSEL_UNROLL
+        for (std::size_t c = 0; c < columns; ++c) {
+            const Wide a = q[k * columns + c] - Wide{};
+            TESSEL_UNROLL
+            for (std::size_t j = 0; j < width; ++j)
+                sum[c][j] += a * v[j];
+        }
+    }
+    TESSEL_UNROLL
+    for (std::size_t c = 0; c < columns; ++c)
+        TESSEL_UNROLL
+    for (std::size_t j = 0; j < width; ++j) {
+        double* to = y + c * kTile + j * kLanes;
+        store(to, load<Wide>(to) + sum[c][j]);
+    }
+}
+
+template <std::size_t columns>
+void product_columns(std::size_t rows, const double* q, const double* x, double* y)
+{
+    constexpr std::size_t width = kLanes == 8 ? 4 : 2; // sums that the registers hold
+    for (std::size_t p = 0; p < kTile; p += width * kLanes)
+        product_group<columns, width>(rows, q, x + p, y + p);
+}
+
+void product(std::size_t rows, std::size_t columns, const double* q, const double* x, double* y)
+{
+    for (; columns >= kColumnGroup; columns -= kColumnGroup, q += rows * kColumnGroup, y += kColumnGroup * kTile)
+        product_columns<kColumnGroup>(rows, q, x, y);
+    switch (columns) {
+    case 3:
+        return product_columns<3>(rows, q, x, y);
+    case 2:
+        return product_columns<2>(rows, q, x, y);
+    case 1:
+        return product_columns<1>(rows, q, x, y);
+    default:
+        return;
+    }
+}
+
+void squares(std::size_t rows, const double* x, double* e)
+{
+    for (std::size_t p = 0; p < kTile; p += kLanes) {
+        Wide sum = {};
+        for (std::size_t k = 0; k < rows; ++k) {
+            const Wide v = load<Wide>(x + k * kTile + p);
+            sum += v * v;
+        }
+        store(e + p, load<Wide>(e + p) + sum);
+    }
+}
+
+void project(std::size_t rows, const double* x, const double* sign, double* z)
+{
+    for (std::size_t k = 0; k < rows; ++k)
+        TESSEL_UNROLL
+    for (std::size_t lane = 0; lane < kLanesOfSum; lane += kLanes) {
+        Wide sum = load<Wide>(z + k * kLanesOfSum + lane);
+        TESSEL_UNROLL
+        for (std::size_t p = lane; p < kTile; p += kLanesOfSum)
+            sum += load<Wide>(sign + p) * load<Wide>(x + k * kTile + p);
+        store(z + k * kLanesOfSum + lane, sum);
+    }
+}
+
+} // namespace
+
+extern const Kernels TESSEL_KERNELS = {add<float>, add<double>, product, squares, project};
+
+} // namespace tessel::fields

@@ -1,0 +1,48 @@
+/// The inner loops of a pass over a field, one set for each width of the vector units.
+///
+/// Every one has the same bits whatever the width: sums over time run in the order of time for each point, sums over
+/// points in eight lanes that are combined in one order, and no product is fused with a sum.
+#pragma once
+
+#include <cstddef>
+
+namespace tessel::fields {
+
+constexpr std::size_t kTile = 32;  ///< points that lie together
+constexpr std::size_t kSlab = 128; ///< rows (decimated steps) of a tile
+/// Doubles from one tile to the next: a row more, so that the same row of several tiles falls into different sets of a
+/// cache.
+constexpr std::size_t kTileStride = (kSlab + 1) * kTile;
+constexpr std::size_t kColumnGroup = 4; ///< columns of a basis that lie together: group by group, there row by row
+
+struct Kernels
+{
+    /// Adds `rows` rows of `points` samples, `stride` from one to the next, in their order: out + tile * kTileStride.
+    void (*addSingle)(std::size_t points, std::size_t rows, const float* in, std::size_t stride, double* out);
+    void (*addDouble)(std::size_t points, std::size_t rows, const double* in, std::size_t stride, double* out);
+    /// y(c, p) := y(c, p) + sum over the rows of q(row, c) x(row, p). The sum is formed by itself.
+    void (*product)(std::size_t rows, std::size_t columns, const double* q, const double* x, double* y);
+    /// e(p) := e(p) + sum over the rows of x(row, p)^2
+    void (*squares)(std::size_t rows, const double* x, double* e);
+    /// z(row, lane) := z(row, lane) + sum over the points of the lane of sign(p) x(row, p); eight lanes.
+    void (*project)(std::size_t rows, const double* x, const double* sign, double* z);
+};
+
+extern const Kernels kBaselineKernels;
+extern const Kernels kAvx2Kernels;
+extern const Kernels kAvx512Kernels;
+
+enum class VectorWidth
+{
+    baseline,
+    avx2,
+    avx512
+};
+
+/// The widest of this machine, which is in use from load on.
+VectorWidth widest_vectors();
+/// Changes the one in use, for comparisons: never wider than the machine's, and not while a field is analysed.
+void use_vectors(VectorWidth width);
+const Kernels& kernels();
+
+} // namespace tessel::fields

@@ -1,0 +1,64 @@
+/// One pass over a field: the records' components in a basis, each point's noise, and what sums of them the poles need.
+#pragma once
+
+#include "fields/basis.h"
+#include "fields/work.h"
+
+#include <cstdint>
+
+namespace tessel::fields {
+
+/// The modes of a field over its points, as far as the poles need them.
+struct Sums
+{
+    ExtendedMatrix y;    ///< sum over the points of Y Y' over the point's variance
+    double points = 0;   ///< that are not zero
+    double variance = 0; ///< sum of their variances, of a row
+    double freedom = 0;  ///< of a point's variance, where noise is not lost beside the signal
+};
+
+/// What the residual of a block shows.
+struct BlockSearch
+{
+    std::uint64_t block = 0;
+    double score = 0;      ///< the largest value of its projection's periodogram, over its noise
+    std::uint64_t bin = 0; ///< where
+    double freedom = 0;    ///< of its points' variances
+    double ratio[2] = {};  ///< of the points that stand out most: variance over the median of their neighbours
+    std::uint64_t point[2] = {};
+};
+
+/// What the residuals of the blocks show together.
+struct Search
+{
+    std::vector<double> periodogram; ///< sum over the blocks, each over its noise
+    std::vector<BlockSearch> blocks; ///< of this rank
+    std::size_t bins = 0;            ///< of a whole turn
+};
+
+struct Pass
+{
+    Sums sums;
+    Search search;
+};
+
+/// What is kept of a block: components and variance of each point, then the residual of the block's projection.
+/// A point that is zero has the variance zero.
+struct BlockLayout
+{
+    explicit BlockLayout(const Basis& basis) : width(basis.width()), rows(basis.grid().rows()) {}
+    std::size_t width, rows;
+    std::size_t stride() const { return width + 1; }
+    std::size_t size(std::size_t points) const { return points * stride() + rows; }
+};
+
+/// Reads the field from its first step used on; blocks that the store has are not read.
+Pass run_pass(Work& work, const Basis& basis, std::size_t firstStep);
+
+/// The name under which a store keeps the blocks of a pass.
+std::string pass_name(const Basis& basis, std::size_t firstStep);
+
+/// Columns of a matrix for Kernels::product: group by group, there row by row.
+std::vector<double> packed(const Matrix& columns);
+
+} // namespace tessel::fields

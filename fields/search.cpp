@@ -1,0 +1,83 @@
+#include "fields/search.h"
+#include "common/elementary.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessel::fields {
+
+namespace {
+
+constexpr std::size_t kMost = 16;    // points
+constexpr std::size_t kWindow = 100; // bins on each side whose median is the level of the noise
+constexpr double kStandsOut = 1.5;   // times the variance of a point's neighbours
+constexpr double kDeviations = 8;    // beyond that, of its estimate
+
+struct Proposal
+{
+    double score;
+    std::uint64_t point;
+};
+
+/// Whether the sum of all blocks has a line.
+bool line_in_sum(const Search& search, double blocks, bool complex)
+{
+    const std::vector<double>& sum = search.periodogram;
+    const std::size_t ends = complex ? 0 : 1; // they have one degree of freedom
+    const double bound = half_bound(blocks, rare(static_cast<double>(sum.size()))) / blocks;
+    std::vector<double> near;
+    for (std::size_t j = ends; j + ends < sum.size(); ++j) {
+        const std::size_t from = j > kWindow ? j - kWindow : 0, to = std::min(sum.size(), j + kWindow + 1);
+        near.assign(sum.begin() + static_cast<std::ptrdiff_t>(from), sum.begin() + static_cast<std::ptrdiff_t>(to));
+        std::nth_element(near.begin(), near.begin() + static_cast<std::ptrdiff_t>(near.size() / 2), near.end());
+        // the median of a few blocks' sum lies below its mean
+        const double level = near[near.size() / 2] / std::max(0.69, 1 - 0.32 / blocks);
+        if (sum[j] > bound * level)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+double rare(double trials)
+{
+    return logarithm(trials * 1e3);
+}
+
+double half_bound(double pairs, double rare)
+{
+    return pairs <= 1 ? rare : pairs + std::sqrt(2 * pairs * rare) + rare;
+}
+
+std::vector<std::size_t> find_missed(Work& work, const Basis& basis, const Pass& pass)
+{
+    const std::size_t points = work.shape().points();
+    const auto blocks = static_cast<double>((points + kBlock - 1) / kBlock);
+    const bool sum = line_in_sum(pass.search, blocks, basis.grid().complex);
+    const double one = rare(blocks * static_cast<double>(pass.search.periodogram.size()));
+    std::vector<Proposal> mine;
+    for (const BlockSearch& block : pass.search.blocks) {
+        const bool shows = block.score > one;
+        const double stand = kStandsOut + kDeviations * std::sqrt(2 / std::max(1.0, block.freedom));
+        for (int k = 0; k < 2; ++k)
+            if (block.ratio[k] > stand)
+                mine.push_back({1e3 * block.ratio[k], block.point[k]});
+            else if (block.ratio[k] > 0 && (shows || sum))
+                mine.push_back({(shows ? block.score : 1e-3 * block.score) * block.ratio[k], block.point[k]});
+    }
+    const auto better = [](const Proposal& a, const Proposal& b) {
+        return a.score > b.score || (a.score == b.score && a.point < b.point);
+    };
+    std::sort(mine.begin(), mine.end(), better);
+    mine.resize(std::min(mine.size(), kMost));
+    std::vector<Proposal> all = work.collect(mine);
+    std::sort(all.begin(), all.end(), better);
+    std::vector<std::size_t> out;
+    for (const Proposal& proposal : all)
+        if (out.size() < kMost)
+            out.push_back(proposal.point);
+    return out;
+}
+
+} // namespace tessel::fields
