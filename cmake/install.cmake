@@ -43,6 +43,12 @@ if(TESSEL_BUILD_COMMAND)
   install(FILES app/completion/tessel-modes
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
   install(FILES docs/tessel-modes.schema.json DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
+  if(TESSEL_BUILD_FIELDS)
+    install(TARGETS tessel_fields_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Command)
+    install(FILES docs/man/tessel-fields.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
+    install(FILES app/completion/tessel-fields
+      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
+  endif()
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
 endif()
 
@@ -114,6 +120,7 @@ find_modes_jointly, which takes several, and prony, the fit of given order.")
   set(CPACK_DEBIAN_COMMAND_DESCRIPTION "\
 modes of field records, with standard errors, from the shell
 The command tessel-modes finds the modes in records of a field solver: text,
-gzip, NumPy and HDF5 files. With sample records.")
+gzip, NumPy and HDF5 files; tessel-fields finds those of a whole field in an
+HDF5 file, with their profiles. With sample records.")
   include(CPack)
 endif()
