@@ -48,6 +48,9 @@ if(TESSEL_BUILD_COMMAND)
     install(FILES docs/man/tessel-fields.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
     install(FILES app/completion/tessel-fields
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
+    if(TESSEL_BUILD_MPI)
+      install(TARGETS tessel_fields_mpi RUNTIME DESTINATION ${TESSEL_MPI_DIR} COMPONENT Parallel)
+    endif()
   endif()
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
 endif()
@@ -69,6 +72,9 @@ if(PROJECT_IS_TOP_LEVEL)
   endif()
   if(TESSEL_BUILD_COMMAND)
     list(APPEND CPACK_COMPONENTS_ALL Command)
+  endif()
+  if(TESSEL_BUILD_FIELDS AND TESSEL_BUILD_MPI)
+    list(APPEND CPACK_COMPONENTS_ALL Parallel)
   endif()
 
   set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -122,5 +128,13 @@ modes of field records, with standard errors, from the shell
 The command tessel-modes finds the modes in records of a field solver: text,
 gzip, NumPy and HDF5 files; tessel-fields finds those of a whole field in an
 HDF5 file, with their profiles. With sample records.")
+  set(CPACK_DEBIAN_PARALLEL_PACKAGE_NAME tessel-mpi)
+  set(CPACK_DEBIAN_PARALLEL_PACKAGE_SECTION science)
+  set(CPACK_DEBIAN_PARALLEL_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PARALLEL_PACKAGE_DEPENDS
+    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}), tessel-modes (= ${PROJECT_VERSION}), openmpi-bin")
+  set(CPACK_DEBIAN_PARALLEL_DESCRIPTION "\
+modes of whole fields by several processes
+What tessel-fields becomes under mpirun (Open MPI), with parallel HDF5.")
   include(CPack)
 endif()
