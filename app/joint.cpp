@@ -14,6 +14,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <new>
 #include <set>
 #include <utility>
@@ -23,6 +24,7 @@ namespace tessel::app {
 namespace {
 
 constexpr double kSameSpacing = 1e-6; // relative, of two that say the same
+constexpr double kSameSample = 1e-6;  // of the highest
 constexpr double kShows = 4;          // standard errors
 
 std::string with_unit(double time, const TimeUnit& unit)
@@ -110,10 +112,47 @@ modes::Result part_of(const modes::JointResult& joint, std::size_t record)
     return part;
 }
 
+/// Whether two records are the same one, but for what printing rounds.
+template <typename Sample>
+bool alike(const std::vector<Sample>& a, const std::vector<Sample>& b)
+{
+    if (a.size() != b.size())
+        return false;
+    double peak = 0;
+    for (const Sample& v : a)
+        peak = std::max(peak, std::abs(v));
+    return std::equal(a.begin(), a.end(), b.begin(),
+                      [&](const Sample& v, const Sample& w) { return std::abs(v - w) <= kSameSample * peak; });
+}
+
+template <typename Sample>
+bool varies(const std::vector<Sample>& samples)
+{
+    return std::adjacent_find(samples.begin(), samples.end(), std::not_equal_to<>()) != samples.end();
+}
+
+/// Notes a record that is there twice: its noise passes for that of two, and noise in common for modes.
+void note_repeated(std::vector<Outcome>& records)
+{
+    for (std::size_t p = 1; p < records.size(); ++p) {
+        Record& own = records[p].record;
+        const auto same = [&](const Outcome& other) {
+            return alike(own.real, other.record.real) && alike(own.complex, other.record.complex);
+        };
+        const auto end = records.begin() + static_cast<std::ptrdiff_t>(p);
+        if (!varies(own.real) && !varies(own.complex))
+            continue;
+        if (const auto at = std::find_if(records.begin(), end, same); at != end)
+            own.notes.push_back("it has the samples of " + title_of(at->record) +
+                                ": leave one out, or their noise may pass for modes");
+    }
+}
+
 /// Analyses the set; a record that is too short for it is left out.
 void analyse(JointOutcome& joint, const Options& options, ProgressLine& progress)
 {
     agree(joint.records);
+    note_repeated(joint.records);
     while (!joint.records.empty()) {
         const std::string title = title_of(joint);
         const Record& first = joint.records.front().record;
@@ -249,12 +288,17 @@ std::vector<std::string> notes_of(const JointOutcome& joint)
         if (std::find(texts.begin(), texts.end(), text) == texts.end())
             texts.push_back(text);
     };
+    // Whose it is: of all, of a file, or of a record.
     for (std::size_t p = 0; p < all.size(); ++p)
         for (const std::string& note : all[p]) {
-            const bool common = std::all_of(all.begin(), all.end(), [&](const std::vector<std::string>& notes) {
-                return std::find(notes.begin(), notes.end(), note) != notes.end();
-            });
-            add(common ? note : joint.records[p].record.file + ": " + note);
+            const Record& own = joint.records[p].record;
+            bool common = true, ofFile = true;
+            for (std::size_t q = 0; q < all.size(); ++q) {
+                const bool held = std::find(all[q].begin(), all[q].end(), note) != all[q].end();
+                common = common && held;
+                ofFile = ofFile && (held || joint.records[q].record.file != own.file);
+            }
+            add(common ? note : (ofFile ? own.file : title_of(own)) + ": " + note);
         }
     return texts;
 }

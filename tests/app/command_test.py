@@ -117,6 +117,8 @@ def takes_several_records_together():
         rows = list(csv.DictReader(io.StringIO(run("--csv", "--joint", *files, status=1)[0])))
         assert len(rows) == 18 and [r["mode"] for r in rows[:3]] == ["1", "2", "3"]
         assert float(rows[-1]["amplitude"]) == found["modes"][2]["residues"][5]["amplitude"]
+        assert "2.txt: It has the samples of " in run("--joint", files[0], files[2], files[2])[0]
+        assert "has the samples" not in "".join(lines)
         run("--joint", "--plot", f"{folder}/p.svg", *files, status=1)
         assert os.path.exists(f"{folder}/p-6.svg") and not os.path.exists(f"{folder}/p-7.svg")
 
