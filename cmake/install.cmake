@@ -132,7 +132,7 @@ HDF5 file, with their profiles. With sample records.")
   set(CPACK_DEBIAN_PARALLEL_PACKAGE_SECTION science)
   set(CPACK_DEBIAN_PARALLEL_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PARALLEL_PACKAGE_DEPENDS
-    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}), tessel-modes (= ${PROJECT_VERSION}), openmpi-bin")
+    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${version}), tessel-modes (= ${version}), openmpi-bin")
   set(CPACK_DEBIAN_PARALLEL_DESCRIPTION "\
 modes of whole fields by several processes
 What tessel-fields becomes under mpirun (Open MPI), with parallel HDF5.")

@@ -36,7 +36,7 @@ foreach(deb IN LISTS CPACK_PACKAGE_FILES)
   file(GLOB pages ${root}/usr/share/man/man*/*)
   run(gzip -9n ${pages} ${doc}/changelog ${doc}/changelog.Debian)
 
-  file(GLOB_RECURSE binaries ${root}/usr/bin/* ${root}/usr/lib/*.so*)
+  file(GLOB_RECURSE binaries ${root}/usr/bin/* ${root}/usr/lib/*.so* ${root}/usr/lib/tessel/*)
   foreach(file IN LISTS binaries)
     if(NOT IS_SYMLINK ${file})
       file(RPATH_REMOVE FILE ${file})
