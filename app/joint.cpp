@@ -349,7 +349,8 @@ int run_jointly(const Options& options)
     finish_output();
     for (std::size_t p = 0; joint.result && !options.plot.empty() && p < joint.records.size(); ++p)
         try {
-            draw(joint.records[p], plot_name(options.plot, p));
+            const std::string file = plot_name(options.plot, p);
+            draw(plot_script(joint.records[p], file), file);
         } catch (const Error& e) {
             failed = true;
             std::fprintf(stderr, "tessel-modes: %s\n", e.what());
