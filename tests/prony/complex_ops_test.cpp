@@ -12,6 +12,7 @@ TEST(ComplexOperations, KeepTheirOrderAndTheirRoundings)
     const volatile Real re = 0x1.30cfee5ba4e0ap-1; // not folded: the compiler rounds better than the run-time hypot
     EXPECT_EQ(modulus({re, -0x1.1cafd7bf5537p-2}), 0x1.506922eccefabp-1);
     EXPECT_EQ(modulus_squared({2.375, 5.0}), 0x1.ea40000000001p+4);
+    EXPECT_EQ(modulus_squared({re, -0x1.1cafd7bf5537p-2}), 0x1.506922eccefabp-1 * 0x1.506922eccefabp-1);
     EXPECT_EQ(csign({6.25, 6.625}, {-3.125, -5.875}), Complex(-0x1.11bd2525ecf29p+2, -0x1.0150843302922p+3));
     EXPECT_EQ(divide_plain({1.125, 3.875}, {7.5, -0.875}), Complex(0x1.6a91392d641cep-4, 0x1.0dd21e2acb97ep-1));
     EXPECT_EQ(divide_by_reciprocal({0x1.0f1e1b1990b84p-1, -0x1.82571abd37dcap-1},
