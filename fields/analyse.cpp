@@ -13,14 +13,12 @@ namespace tessel::fields {
 
 namespace {
 
-constexpr std::size_t kMostRounds = 3;         // analyses of samples
-constexpr std::size_t kMostPasses = 3;         // with poles of one of them
-constexpr Extended kMostTurn = 0.08L * kTwoPi; // of a mode within a sum: standard errors grow by 1 %
-constexpr std::size_t kRowsOfColumn = 8;
-constexpr double kCertain = 5;       // standard errors beyond which a decay differs from none
-constexpr double kUnexplained = 1.5; // chi^2 per degree of freedom
-constexpr double kKnownDecay = 0.5;  // relative standard error of a decay
-constexpr double kResolved = 3;      // standard errors between two modes
+constexpr std::size_t kMostRounds = 3; // analyses of samples
+constexpr std::size_t kMostPasses = 3; // with poles of one of them
+constexpr double kCertain = 5;         // standard errors beyond which a decay differs from none
+constexpr double kUnexplained = 1.5;   // chi^2 per degree of freedom
+constexpr double kKnownDecay = 0.5;    // relative standard error of a decay
+constexpr double kResolved = 3;        // standard errors between two modes
 constexpr double kPi = 3.14159265358979323846;
 
 std::string number(double value)
@@ -50,7 +48,7 @@ public:
         for (;;) {
             if (start_.terms.empty())
                 return silent();
-            const Basis basis = basis_of(start_);
+            const Basis basis = make_basis(work_.shape(), start_);
             const Pass pass = run_pass(work_, basis, start_.firstStep);
             const Poles poles = solve_poles(basis, pass.sums);
             if (!poles.settled && start_.passes + 1 < kMostPasses) {
@@ -59,10 +57,14 @@ public:
                 keep();
                 continue;
             }
+            const ProfileMaker maker(basis, poles);
+            const std::vector<FieldMode> modes = modes_of(basis, poles, maker);
+            if (drop_chance(poles, modes))
+                continue;
             bool missed = false;
             if (more_modes(basis, pass, missed))
                 continue;
-            return finish(basis, pass, poles, missed);
+            return finish(basis, pass, poles, maker, modes, missed);
         }
     }
 
@@ -99,28 +101,6 @@ private:
         });
     }
 
-    Basis basis_of(const Start& start) const
-    {
-        const Shape& shape = work_.shape();
-        Grid grid;
-        grid.complex = shape.complex;
-        const std::size_t steps = shape.steps - start.firstStep;
-        Extended fastest = 0;
-        for (const Term& term : start.terms)
-            fastest =
-                std::max(fastest, std::sqrt(term.decay * term.decay + kTwoPi * kTwoPi * term.cycles * term.cycles));
-        const std::size_t drift = start.background ? 2 : 0;
-        const auto columns = static_cast<std::size_t>(Columns(grid, start.terms, drift).total);
-        const std::size_t most = std::max<std::size_t>(1, steps * grid.parts() / (kRowsOfColumn * columns));
-        const Extended slow = kMostTurn / fastest;
-        grid.factor =
-            slow < static_cast<Extended>(most) ? std::max<std::size_t>(1, static_cast<std::size_t>(slow)) : most;
-        grid.sums = steps / grid.factor;
-        if (grid.rows() < columns + 8)
-            throw Error("the field has too few steps for its " + std::to_string(start.terms.size()) + " modes");
-        return Basis(grid, start.terms, drift);
-    }
-
     /// Analyses the records that show what the basis lacks together with the first ones; whether that gave more modes.
     bool more_modes(const Basis& basis, const Pass& pass, bool& missed)
     {
@@ -143,7 +123,7 @@ private:
         samples_.points.insert(samples_.points.end(), more.points.begin(), more.points.end());
         samples_.records.insert(samples_.records.end(), more.records.begin(), more.records.end());
         Start next = analyse_samples(work_, samples_);
-        if (next.terms.size() <= start_.terms.size())
+        if (next.terms.size() <= start_.terms.size() + start_.dropped)
             return false;
         next.rounds = start_.rounds + 1;
         start_ = std::move(next);
@@ -173,20 +153,43 @@ private:
         return out;
     }
 
-    Outcome finish(const Basis& basis, const Pass& pass, const Poles& poles, bool missed)
+    /// Leaves out what chance explains over the whole field; whether there was any.
+    bool drop_chance(const Poles& poles, const std::vector<FieldMode>& modes)
     {
-        const ProfileMaker maker(basis, poles);
+        if (start_.passes + 1 >= kMostPasses)
+            return false;
+        Terms kept;
+        for (std::size_t j = 0; j < modes.size(); ++j)
+            if (modes[j].significance >= 1)
+                kept.push_back(poles.terms[j]);
+        if (kept.size() == modes.size())
+            return false;
+        start_.dropped += modes.size() - kept.size();
+        start_.terms = std::move(kept);
+        ++start_.passes;
+        keep();
+        return true;
+    }
+
+    std::vector<FieldMode> modes_of(const Basis& basis, const Poles& poles, const ProfileMaker& maker)
+    {
         const std::vector<Peak> peaks = find_peaks(basis, maker);
+        std::vector<FieldMode> all;
+        for (std::size_t j = 0; j < peaks.size(); ++j)
+            all.push_back(mode_of(basis, poles, maker, peaks[j], j));
+        return all;
+    }
+
+    Outcome finish(const Basis& basis, const Pass& pass, const Poles& poles, const ProfileMaker& maker,
+                   const std::vector<FieldMode>& all, bool missed)
+    {
         Outcome out = outcome();
         out.decimation = basis.grid().factor;
         const auto points = static_cast<double>(work_.shape().points());
         out.noise = std::sqrt(pass.sums.variance / (points * static_cast<double>(out.decimation)));
         out.reducedChiSquare = poles.reduced;
-        std::vector<std::size_t> order(poles.terms.size());
+        std::vector<std::size_t> order(all.size());
         std::iota(order.begin(), order.end(), 0);
-        std::vector<FieldMode> all;
-        for (std::size_t j = 0; j < order.size(); ++j)
-            all.push_back(mode_of(basis, poles, maker, peaks[j], j));
         std::stable_sort(order.begin(), order.end(),
                          [&](std::size_t a, std::size_t b) { return all[a].frequency < all[b].frequency; });
         std::vector<modes::Remark> remarks = start_.remarks;

@@ -62,9 +62,11 @@ Columns::Columns(const Grid& grid, const Terms& terms, std::size_t drift)
     total = linears + modes;
 }
 
-Basis::Basis(const Grid& grid, Terms terms, std::size_t drift)
-    : grid_(grid), terms_(std::move(terms)), columns_(grid, terms_, drift), drift_(drift)
+Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights)
+    : grid_(grid), terms_(std::move(terms)), columns_(grid, terms_, drift), drift_(drift), weights_(grid.rows(), 1)
 {
+    for (std::size_t row = 0; row < weights_.size() && !weights.empty(); ++row)
+        weights_[row] = weights[row / grid.parts()];
     v_ = evaluate(terms_);
     const Index width = columns_.total;
     const Eigen::HouseholderQR<ExtendedMatrix> qr(v_);
@@ -74,17 +76,17 @@ Basis::Basis(const Grid& grid, Terms terms, std::size_t drift)
 
     packed_.assign(grid.slabs() * kSlab * this->width(), 0);
     packedEmpty_.assign(grid.slabs() * kSlab * kEmpty, 0);
-    const auto pack = [](const auto& from, double* to) {
+    const auto pack = [](const auto& from, const double* weight, double* to) {
         for (Index begin = 0; begin < from.cols(); begin += kColumnGroup) {
             const Index end = std::min(from.cols(), begin + static_cast<Index>(kColumnGroup));
             for (Index row = 0; row < from.rows(); ++row)
                 for (Index c = begin; c < end; ++c)
-                    *to++ = static_cast<double>(from(row, c));
+                    *to++ = static_cast<double>(from(row, c)) * weight[row];
         }
     };
     for (std::size_t s = 0; s < grid.slabs(); ++s) {
         const auto from = static_cast<Index>(s * kSlab), rows = static_cast<Index>(grid.rowsOf(s));
-        pack(q_.middleRows(from, rows), packed_.data() + s * kSlab * this->width());
+        pack(q_.middleRows(from, rows), this->weights(s), packed_.data() + s * kSlab * this->width());
         // The last directions of a decomposition that takes the largest columns first.
         Eigen::ColPivHouseholderQR<ExtendedMatrix> local(q.middleRows(from, rows));
         local.setThreshold(kNothing);
@@ -96,7 +98,7 @@ Basis::Basis(const Grid& grid, Terms terms, std::size_t drift)
             last(rows - count + c, c) = 1;
         if (count > 0)
             last.applyOnTheLeft(local.householderQ());
-        pack(last, packedEmpty_.data() + s * kSlab * kEmpty);
+        pack(last, this->weights(s), packedEmpty_.data() + s * kSlab * kEmpty);
     }
 }
 
@@ -149,6 +151,8 @@ ExtendedMatrix Basis::evaluate(const Terms& terms) const
                 p *= t;
             set(columns_.modes + static_cast<Index>(degree) * parts, parts, k, p);
         }
+    for (Index row = 0; row < v.rows(); ++row)
+        v.row(row) *= static_cast<Extended>(weights_[static_cast<std::size_t>(row)]);
     return v;
 }
 
@@ -169,11 +173,6 @@ Vector Basis::outside(const Terms& terms) const
     const Matrix inside = q_.transpose() * change;
     change.noalias() -= q_ * inside;
     return change.colwise().squaredNorm().transpose();
-}
-
-Vector Basis::squares(const Terms& terms) const
-{
-    return evaluate(terms).cast<double>().colwise().squaredNorm().transpose();
 }
 
 } // namespace tessel::fields

@@ -58,8 +58,9 @@ constexpr std::size_t kEmpty = 8; ///< most directions of a slab that are orthog
 class Basis
 {
 public:
-    /// @param drift  degree of the polynomial that every record may hold beside the modes
-    Basis(const Grid& grid, Terms terms, std::size_t drift);
+    /// @param drift    degree of the polynomial that every record may hold beside the modes
+    /// @param weights  of each sum, by which records and columns are multiplied; none: 1
+    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {});
 
     const Grid& grid() const { return grid_; }
     const Terms& terms() const { return terms_; }
@@ -70,11 +71,11 @@ public:
     ExtendedMatrix projected(const Terms& terms) const;
     /// Squares of what lies outside of the basis, of each column of these poles.
     Vector outside(const Terms& terms) const;
-    /// Squares of the norms of the columns of these poles.
-    Vector squares(const Terms& terms) const;
 
-    /// The basis, and in each slab a few directions that are orthogonal to all its columns there: packed for
-    /// Kernels::product.
+    /// The weights of the rows.
+    const double* weights(std::size_t slab) const { return weights_.data() + slab * kSlab; }
+    /// The basis times the weights, and in each slab a few directions, times the weights too, that are orthogonal to
+    /// all columns there: packed for Kernels::product.
     const double* slab(std::size_t slab) const { return packed_.data() + slab * kSlab * width(); }
     const double* empty(std::size_t slab) const { return packedEmpty_.data() + slab * kSlab * kEmpty; }
     std::size_t emptyCount(std::size_t slab) const { return emptyCounts_[slab]; }
@@ -94,7 +95,7 @@ private:
     std::size_t drift_;
     ExtendedMatrix v_, r_;
     Matrix q_;
-    std::vector<double> packed_, packedEmpty_;
+    std::vector<double> weights_, packed_, packedEmpty_;
     std::vector<std::size_t> emptyCounts_;
 };
 

@@ -117,12 +117,12 @@ void product(std::size_t rows, std::size_t columns, const double* q, const doubl
     }
 }
 
-void squares(std::size_t rows, const double* x, double* e)
+void squares(std::size_t rows, const double* w, const double* x, double* e)
 {
     for (std::size_t p = 0; p < kTile; p += kLanes) {
         Wide sum = {};
         for (std::size_t k = 0; k < rows; ++k) {
-            const Wide v = load<Wide>(x + k * kTile + p);
+            const Wide v = w[k] * load<Wide>(x + k * kTile + p);
             sum += v * v;
         }
         store(e + p, load<Wide>(e + p) + sum);

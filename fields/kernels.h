@@ -22,8 +22,8 @@ struct Kernels
     void (*addDouble)(std::size_t points, std::size_t rows, const double* in, std::size_t stride, double* out);
     /// y(c, p) := y(c, p) + sum over the rows of q(row, c) x(row, p). The sum is formed by itself.
     void (*product)(std::size_t rows, std::size_t columns, const double* q, const double* x, double* y);
-    /// e(p) := e(p) + sum over the rows of x(row, p)^2
-    void (*squares)(std::size_t rows, const double* x, double* e);
+    /// e(p) := e(p) + sum over the rows of (w(row) x(row, p))^2
+    void (*squares)(std::size_t rows, const double* w, const double* x, double* e);
     /// z(row, lane) := z(row, lane) + sum over the points of the lane of sign(p) x(row, p); eight lanes.
     void (*project)(std::size_t rows, const double* x, const double* sign, double* z);
 };

@@ -1,4 +1,5 @@
 #include "fields/pass.h"
+#include "common/elementary.h"
 #include "fields/crew.h"
 #include "fields/spectrum.h"
 
@@ -18,10 +19,14 @@ constexpr std::size_t kPiece = std::size_t(16) << 20;     // bytes read together
 constexpr std::size_t kLongPiece = std::size_t(64) << 20; // where records lie together
 constexpr std::size_t kRowsAtOnce = 8;                    // streams that a processor can follow
 constexpr std::size_t kEmptyWanted = 8;                   // degrees of freedom
-constexpr double kCancelled = 1e-12; // of a record's energy: below it the difference of two energies says little
-constexpr double kOwnRounding = 3;   // of the sums over time, in units of 2^-53 of a record's root mean square
+constexpr double kCancelled = 1e-12;      // of a record's energy: below it the difference of two energies says little
+constexpr double kOwnRounding = 3;        // of the sums over time, in units of 2^-53 of a record's root mean square
+constexpr double kFilters[] = {0, 4, 16}; // nepers of a decay over the record
+constexpr double kRounded = 10;           // times the variance that rounding leaves: nothing else is looked for below
 constexpr std::size_t kNeighbours = 8;
 constexpr std::size_t kRescan = 4096; // steps read together to find a sample that is not finite
+
+constexpr double kOnes[kEmpty] = {1, 1, 1, 1, 1, 1, 1, 1};
 
 using Quad = __float128;
 
@@ -38,6 +43,14 @@ bool sign_of(std::size_t point)
 double freedom_of(const Basis& basis, bool lost)
 {
     return static_cast<double>(lost ? basis.emptyTotal() : basis.grid().rows() - basis.width()) - 2;
+}
+
+/// Variance of a row that rounding leaves in a record of this energy: that of its samples, and of the components.
+double rounding_of(const Basis& basis, bool single, double energy)
+{
+    const auto rows = static_cast<double>(basis.grid().rows()), factor = static_cast<double>(basis.grid().factor);
+    const double unit = single ? 0x1p-25 : 0x1p-54;
+    return energy * (unit * unit / (3 * factor * rows) + 0x1p-106);
 }
 
 /// A block while its records pass by.
@@ -92,11 +105,7 @@ public:
     std::vector<double> finish(const Basis& basis, bool single) const
     {
         const BlockLayout layout(basis);
-        const auto rows = static_cast<double>(layout.rows), factor = static_cast<double>(basis.grid().factor);
         const std::size_t empties = basis.emptyTotal();
-        const double unit = single ? 0x1p-25 : 0x1p-54;
-        // rounding of the samples, and of the components themselves
-        const double least = unit * unit / (3 * factor) + 0x1p-106 * rows;
         std::vector<double> out(layout.size(points_), 0);
         for (std::size_t p = 0; p < points_; ++p) {
             double* to = &out[p * layout.stride()];
@@ -110,7 +119,7 @@ public:
                 outside = empty_[p];
                 freedom = freedom_of(basis, true);
             }
-            to[layout.width] = std::max(outside / freedom, least * energy_[p] / rows);
+            to[layout.width] = std::max(outside / freedom, rounding_of(basis, single, energy_[p]));
         }
         Eigen::Map<Vector> residual(&out[points_ * layout.stride()], static_cast<Index>(layout.rows));
         residual = Eigen::Map<const Vector>(projection_.data(), static_cast<Index>(layout.rows));
@@ -140,15 +149,16 @@ private:
         for (std::size_t t = 0; t < tiles_; ++t) {
             const double* x = &samples_[t * kTileStride];
             use.product(rows, basis.width(), basis.slab(slab), x, &y_[t * basis.width() * kTile]);
-            use.squares(rows, x, &energy_[t * kTile]);
+            use.squares(rows, basis.weights(slab), x, &energy_[t * kTile]);
             double noise[kEmpty * kTile] = {};
             use.product(rows, count, basis.empty(slab), x, noise);
-            use.squares(count, noise, &empty_[t * kTile]);
+            use.squares(count, kOnes, noise, &empty_[t * kTile]);
             use.project(rows, x, &sign_[t * kTile], lanes);
         }
         for (std::size_t k = 0; k < rows; ++k) {
             const double* l = &lanes[k * 8];
-            projection_[slab * kSlab + k] = ((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7]));
+            projection_[slab * kSlab + k] =
+                basis.weights(slab)[k] * (((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7])));
         }
         std::fill(samples_.begin(), samples_.end(), 0.0);
     }
@@ -157,15 +167,32 @@ private:
     std::vector<double> samples_, y_, energy_, empty_, sign_, projection_;
 };
 
+/// Matched filters of decays: exp(-g k) of each row.
+using Filters = std::vector<std::vector<double>>;
+
+Filters filters_of(const Grid& grid)
+{
+    Filters out;
+    for (const double nepers : kFilters) {
+        std::vector<double>& filter = out.emplace_back();
+        const auto sums = static_cast<double>(grid.sums);
+        for (std::size_t row = 0; row < grid.rows(); ++row)
+            filter.push_back(exponential(-nepers * static_cast<double>(row / grid.parts()) / sums));
+    }
+    return out;
+}
+
 /// What blocks add up to. Quadruple precision: their order does not reach the bits of a double.
 class Accumulator
 {
 public:
-    Accumulator(const Basis& basis, const Spectrum& spectrum)
+    Accumulator(const Basis& basis, const Spectrum& spectrum, const Filters& filters, bool single)
         : basis_(basis),
           spectrum_(spectrum),
           gram(basis.width() * (basis.width() + 1) / 2, 0),
-          periodogram(spectrum.size(), 0)
+          periodogram(filters.size() * spectrum.size(), 0),
+          filters_(filters),
+          single_(single)
     {}
 
     void add(std::uint64_t block, std::size_t points, const double* values)
@@ -227,20 +254,25 @@ private:
 
     void add_periodogram(const double* residual, BlockSearch& found)
     {
-        std::vector<double> power = spectrum_.power(residual);
-        std::vector<double> sorted = power;
-        std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
-        const double level = sorted[sorted.size() / 2] / 0.6931471805599453; // median of an exponential distribution
-        if (!(level > 0))
-            return;
-        for (std::size_t j = 0; j < power.size(); ++j) {
-            const double score = power[j] / level;
-            periodogram[j] += static_cast<Quad>(score);
-            // the ends of a real field's have one degree of freedom
-            const bool end = !basis_.grid().complex && (j == 0 || j + 1 == power.size());
-            if (score > found.score && !end) {
-                found.score = score;
-                found.bin = j;
+        const std::size_t rows = basis_.grid().rows(), bins = spectrum_.size();
+        std::vector<double> filtered(rows);
+        for (std::size_t level = 0; level < filters_.size(); ++level) {
+            for (std::size_t row = 0; row < rows; ++row)
+                filtered[row] = filters_[level][row] * residual[row];
+            const std::vector<double> power = spectrum_.power(filtered.data());
+            std::vector<double> sorted = power;
+            const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(bins / 2);
+            std::nth_element(sorted.begin(), middle, sorted.end());
+            const double mean = *middle / 0.6931471805599453; // of an exponential distribution
+            if (!(mean > 0))
+                return;
+            for (std::size_t j = 0; j < bins; ++j) {
+                const double score = power[j] / mean;
+                periodogram[level * bins + j] += static_cast<Quad>(score);
+                // the ends of a real field's have one degree of freedom
+                const bool end = !basis_.grid().complex && (j == 0 || j + 1 == bins);
+                if (!end)
+                    found.score = std::max(found.score, score);
             }
         }
     }
@@ -252,12 +284,18 @@ private:
         const double own = freedom_of(basis_, false);
         found.freedom = own;
         std::vector<double> near;
+        std::size_t rounded = 0;
         for (std::size_t p = 0; p < points; ++p) {
             double inside = 0;
             for (std::size_t c = 0; c < width; ++c)
                 inside += values[p * stride + c] * values[p * stride + c];
-            if (values[p * stride + width] * own < 2 * kCancelled * inside)
+            const double v = values[p * stride + width];
+            if (v * own < 2 * kCancelled * inside)
                 found.freedom = freedom_of(basis_, true);
+            if (v < kRounded * rounding_of(basis_, single_, inside)) {
+                ++rounded;
+                continue;
+            }
             near.clear();
             for (std::size_t n = p > kNeighbours ? p - kNeighbours : 0; n < std::min(points, p + kNeighbours + 1); ++n)
                 if (n != p)
@@ -266,7 +304,7 @@ private:
                 continue;
             std::nth_element(near.begin(), near.begin() + static_cast<std::ptrdiff_t>(near.size() / 2), near.end());
             const double middle = near[near.size() / 2];
-            const double ratio = middle > 0 ? values[p * stride + width] / middle : 0;
+            const double ratio = middle > 0 ? v / middle : 0;
             for (int rank = 0; rank < 2; ++rank)
                 if (ratio > found.ratio[rank]) {
                     if (rank == 0) {
@@ -278,8 +316,11 @@ private:
                     break;
                 }
         }
+        found.rounded = 2 * rounded > points;
     }
 
+    const Filters& filters_;
+    bool single_;
     std::vector<double> x_, weighted_, sums_;
 };
 
@@ -287,7 +328,9 @@ private:
 class Pool
 {
 public:
-    Pool(const Basis& basis, const Spectrum& spectrum) : basis_(basis), spectrum_(spectrum) {}
+    Pool(const Basis& basis, const Spectrum& spectrum, bool single)
+        : basis_(basis), spectrum_(spectrum), filters_(filters_of(basis.grid())), single_(single)
+    {}
 
     void add(std::uint64_t block, std::size_t points, const double* values)
     {
@@ -300,7 +343,7 @@ public:
             }
         }
         if (!mine)
-            mine = std::make_unique<Accumulator>(basis_, spectrum_);
+            mine = std::make_unique<Accumulator>(basis_, spectrum_, filters_, single_);
         mine->add(block, points, values);
         const std::lock_guard lock(guard_);
         free_.push_back(std::move(mine));
@@ -309,12 +352,13 @@ public:
     Pass sum(Work& work) const
     {
         const std::size_t width = basis_.width(), entries = width * (width + 1) / 2;
-        std::vector<Quad> all(entries + spectrum_.size() + 2, 0);
+        const std::size_t scores = filters_.size() * spectrum_.size();
+        std::vector<Quad> all(entries + scores + 2, 0);
         Pass pass;
         for (const auto& part : free_) {
             for (std::size_t i = 0; i < entries; ++i)
                 all[i] += part->gram[i];
-            for (std::size_t i = 0; i < spectrum_.size(); ++i)
+            for (std::size_t i = 0; i < scores; ++i)
                 all[entries + i] += part->periodogram[i];
             all[all.size() - 2] += part->variance;
             all[all.size() - 1] += part->used;
@@ -329,9 +373,11 @@ public:
         for (Index c = 0; c < n; ++c)
             for (Index j = 0; j <= c; ++j)
                 pass.sums.y(c, j) = pass.sums.y(j, c) = static_cast<Extended>(static_cast<double>(all[at++]));
-        for (std::size_t i = 0; i < spectrum_.size(); ++i)
-            pass.search.periodogram.push_back(static_cast<double>(all[at++]));
-        pass.search.bins = spectrum_.bins();
+        for (std::size_t level = 0; level < filters_.size(); ++level) {
+            std::vector<double>& sum = pass.search.periodograms.emplace_back();
+            for (std::size_t i = 0; i < spectrum_.size(); ++i)
+                sum.push_back(static_cast<double>(all[at++]));
+        }
         pass.sums.variance = static_cast<double>(all[at++]);
         pass.sums.points = static_cast<double>(all[at]);
         pass.sums.freedom = static_cast<double>(basis_.grid().rows() - width);
@@ -341,6 +387,8 @@ public:
 private:
     const Basis& basis_;
     const Spectrum& spectrum_;
+    const Filters filters_;
+    bool single_;
     std::mutex guard_;
     std::vector<std::unique_ptr<Accumulator>> free_;
 };
@@ -467,6 +515,10 @@ std::string pass_name(const Basis& basis, std::size_t firstStep)
         std::snprintf(text, sizeof text, "%La %La %d;", term.decay, term.cycles, term.real);
         mix(text);
     }
+    for (std::size_t row = 0; row < basis.grid().rows(); ++row) {
+        std::snprintf(text, sizeof text, "%a;", basis.weights(0)[row]);
+        mix(text);
+    }
     std::snprintf(text, sizeof text, "%zu %zu %zu %zu", firstStep, basis.grid().factor, basis.grid().sums,
                   basis.width());
     mix(text);
@@ -479,7 +531,7 @@ Pass run_pass(Work& work, const Basis& basis, std::size_t firstStep)
     const Grid& grid = basis.grid();
     const BlockLayout layout(basis);
     const Spectrum spectrum(grid.sums, grid.complex);
-    Pool pool(basis, spectrum);
+    Pool pool(basis, spectrum, work.shape().single);
     const std::size_t steps = grid.factor * grid.sums;
     work.store.begin(pass_name(basis, firstStep), layout.size(kBlock)); // all ranks together
     work.together([&] {

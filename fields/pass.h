@@ -21,19 +21,19 @@ struct Sums
 struct BlockSearch
 {
     std::uint64_t block = 0;
-    double score = 0;      ///< the largest value of its projection's periodogram, over its noise
-    std::uint64_t bin = 0; ///< where
-    double freedom = 0;    ///< of its points' variances
-    double ratio[2] = {};  ///< of the points that stand out most: variance over the median of their neighbours
+    double score = 0;     ///< the largest value of its projection's periodograms, over their noise
+    double freedom = 0;   ///< of its points' variances
+    bool rounded = false; ///< most of its points hold no noise but that of rounding
+    double ratio[2] = {}; ///< of the points that stand out most: variance over the median of their neighbours
     std::uint64_t point[2] = {};
 };
 
 /// What the residuals of the blocks show together.
 struct Search
 {
-    std::vector<double> periodogram; ///< sum over the blocks, each over its noise
+    /// Of matched filters of several decays: sums over the blocks, each over its noise.
+    std::vector<std::vector<double>> periodograms;
     std::vector<BlockSearch> blocks; ///< of this rank
-    std::size_t bins = 0;            ///< of a whole turn
 };
 
 struct Pass

@@ -11,7 +11,7 @@ namespace tessel::fields {
 namespace {
 
 constexpr int kMostSteps = 20;
-constexpr Extended kSmall = 1e-3L;   // standard errors: a step below it is the last
+constexpr Extended kSmall = 1e-2L;   // standard errors: a step below it is the last
 constexpr Extended kMostTurn = 0.5L; // change of a parameter over the record in one step
 constexpr double kLostShare = 2e-3;  // of what the records know of a pole, outside of the basis
 constexpr double kLostChi = 1e-2;    // of chi^2 per degree of freedom
@@ -112,7 +112,7 @@ Poles solve_poles(const Basis& basis, const Sums& sums)
     Poles best;
     best.terms = basis.terms();
     Normal now(basis, sums, best.terms, best);
-    Extended damping = 0;
+    Extended damping = 0, last = 2;
     bool converged = false;
     for (int count = 0; count < kMostSteps && !converged; ++count) {
         ExtendedMatrix damped = now.normal;
@@ -126,11 +126,13 @@ Poles solve_poles(const Basis& basis, const Sums& sums)
         Poles next;
         next.terms = moved(basis, best.terms, step);
         Normal then(basis, sums, next.terms, next);
-        if (then.chi > now.chi + kSmall && size > kSmall) {
+        if (then.chi > now.chi && size > 1) {
             damping = std::max(1e-3L, damping * 10);
             continue;
         }
-        converged = size < kSmall;
+        // sums of a field without noise leave a step of rounding, which does not shrink
+        converged = size < kSmall || (size < 1 && size > last / 2);
+        last = size;
         damping = damping > 1e-6L ? damping / 10 : 0;
         best = std::move(next);
         now = std::move(then);

@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t kMost = 16;    // points
 constexpr std::size_t kWindow = 100; // bins on each side whose median is the level of the noise
 constexpr double kStandsOut = 1.5;   // times the variance of a point's neighbours
+constexpr double kRounding = 100;    // times the least score, of a line among the noise of rounding
 constexpr double kDeviations = 8;    // beyond that, of its estimate
 
 struct Proposal
@@ -19,12 +20,11 @@ struct Proposal
     std::uint64_t point;
 };
 
-/// Whether the sum of all blocks has a line.
-bool line_in_sum(const Search& search, double blocks, bool complex)
+/// Whether a sum over all blocks has a line.
+bool line_in(const std::vector<double>& sum, double blocks, double trials, bool complex)
 {
-    const std::vector<double>& sum = search.periodogram;
     const std::size_t ends = complex ? 0 : 1; // they have one degree of freedom
-    const double bound = half_bound(blocks, rare(static_cast<double>(sum.size()))) / blocks;
+    const double bound = half_bound(blocks, rare(trials)) / blocks;
     std::vector<double> near;
     for (std::size_t j = ends; j + ends < sum.size(); ++j) {
         const std::size_t from = j > kWindow ? j - kWindow : 0, to = std::min(sum.size(), j + kWindow + 1);
@@ -54,16 +54,21 @@ std::vector<std::size_t> find_missed(Work& work, const Basis& basis, const Pass&
 {
     const std::size_t points = work.shape().points();
     const auto blocks = static_cast<double>((points + kBlock - 1) / kBlock);
-    const bool sum = line_in_sum(pass.search, blocks, basis.grid().complex);
-    const double one = rare(blocks * static_cast<double>(pass.search.periodogram.size()));
+    const auto& sums = pass.search.periodograms;
+    const double trials = static_cast<double>(sums.size() * sums.front().size());
+    const bool sum = std::any_of(sums.begin(), sums.end(), [&](const std::vector<double>& each) {
+        return line_in(each, blocks, trials, basis.grid().complex);
+    });
+    const double one = rare(blocks * trials);
     std::vector<Proposal> mine;
     for (const BlockSearch& block : pass.search.blocks) {
-        const bool shows = block.score > one;
+        // what rounding leaves is not white
+        const bool shows = block.score > one * (block.rounded ? kRounding : 1);
         const double stand = kStandsOut + kDeviations * std::sqrt(2 / std::max(1.0, block.freedom));
         for (int k = 0; k < 2; ++k)
             if (block.ratio[k] > stand)
                 mine.push_back({1e3 * block.ratio[k], block.point[k]});
-            else if (block.ratio[k] > 0 && (shows || sum))
+            else if (block.ratio[k] > 0 && (shows || (sum && !block.rounded)))
                 mine.push_back({(shows ? block.score : 1e-3 * block.score) * block.ratio[k], block.point[k]});
     }
     const auto better = [](const Proposal& a, const Proposal& b) {

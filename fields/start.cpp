@@ -1,4 +1,5 @@
 #include "fields/start.h"
+#include "common/elementary.h"
 
 #include <cmath>
 #include <cstdio>
@@ -9,6 +10,12 @@ namespace tessel::fields {
 namespace {
 
 constexpr const char* kHeader = "tessel-fields poles 1";
+constexpr Extended kMostTurn = 0.08L * kTwoPi; // of a mode within a sum: standard errors grow by 1 %
+constexpr std::size_t kRowsOfColumn = 8;
+constexpr double kVaries = 2.5;      // largest variance of the noise over its least, where it is not constant
+constexpr double kLeastNoise = 1e-6; // of the largest variance
+constexpr std::size_t kSegments = 32;
+constexpr std::size_t kSumsOfSegment = 8; // at least
 
 std::string exact(Extended x)
 {
@@ -62,17 +69,117 @@ Start start_from(const Work& work, const modes::JointResult& result, const Sampl
     return start;
 }
 
+/// The noise of the records over time: what the basis leaves of them, in segments.
+void find_noise(const Work& work, const Samples& samples, Start& start)
+{
+    const Basis basis = make_basis(work.shape(), start);
+    const Grid& grid = basis.grid();
+    const auto rows = static_cast<Index>(grid.rows()), count = static_cast<Index>(samples.records.size());
+    Matrix x(rows, count);
+    for (Index p = 0; p < count; ++p) {
+        const auto& record = samples.records[static_cast<std::size_t>(p)].samples;
+        for (std::size_t k = 0; k < grid.sums; ++k) {
+            const std::size_t from = start.firstStep + k * grid.factor;
+            std::complex<double> sum = 0;
+            for (std::size_t at = from; at < from + grid.factor; ++at)
+                if (const auto* real = std::get_if<std::vector<double>>(&record))
+                    sum += (*real)[at];
+                else
+                    sum += std::get<std::vector<std::complex<double>>>(record)[at];
+            x(static_cast<Index>(k * grid.parts()), p) = sum.real();
+            if (grid.complex)
+                x(static_cast<Index>(2 * k + 1), p) = sum.imag();
+        }
+    }
+    for (int twice = 0; twice < 2; ++twice) {
+        const Matrix inside = basis.matrix().transpose() * x;
+        x -= basis.matrix() * inside;
+    }
+    const Vector freedom = Vector::Ones(rows) - basis.matrix().rowwise().squaredNorm();
+    const Vector total = x.colwise().squaredNorm();
+    const std::size_t segments = std::min(kSegments, grid.sums / kSumsOfSegment);
+    double largest = 0, least = HUGE_VAL, mean = 0;
+    std::vector<double> steps, variances;
+    for (std::size_t s = 0; s < segments; ++s) {
+        const std::size_t from = grid.sums * s / segments, end = grid.sums * (s + 1) / segments;
+        const auto first = static_cast<Index>(from * grid.parts()),
+                   some = static_cast<Index>((end - from) * grid.parts());
+        double energy = 0; // each record over its own
+        for (Index p = 0; p < count; ++p)
+            if (total[p] > 0)
+                energy += x.col(p).segment(first, some).squaredNorm() / total[p];
+        const double own = freedom.segment(first, some).sum();
+        if (!(own > 0.5 * static_cast<double>(some)))
+            continue; // hardly any noise is seen beside the modes
+        variances.push_back(energy / own);
+        steps.push_back(static_cast<double>((from + end) * grid.factor) / 2);
+        largest = std::max(largest, variances.back());
+        least = std::min(least, variances.back());
+    }
+    if (variances.size() < 2 || !(largest > kVaries * least))
+        return;
+    for (double& v : variances) {
+        v = std::max(v, kLeastNoise * largest);
+        mean += v / static_cast<double>(variances.size());
+    }
+    for (const double v : variances)
+        start.noiseLogs.push_back(logarithm(v / mean) / 2);
+    start.noiseSteps = steps;
+}
+
+/// Weights of the sums.
+std::vector<double> weights_of(const Grid& grid, const Start& start)
+{
+    std::vector<double> out;
+    if (start.noiseSteps.size() < 2)
+        return out;
+    std::size_t at = 0;
+    for (std::size_t k = 0; k < grid.sums; ++k) {
+        const double step = (static_cast<double>(k) + 0.5) * static_cast<double>(grid.factor);
+        while (at + 2 < start.noiseSteps.size() && step > start.noiseSteps[at + 1])
+            ++at;
+        const double from = start.noiseSteps[at], to = start.noiseSteps[at + 1];
+        const double slope = (start.noiseLogs[at + 1] - start.noiseLogs[at]) / (to - from);
+        out.push_back(exponential(-(start.noiseLogs[at] + slope * (step - from))));
+    }
+    return out;
+}
+
 } // namespace
+
+Basis make_basis(const Shape& shape, const Start& start)
+{
+    Grid grid;
+    grid.complex = shape.complex;
+    const std::size_t steps = shape.steps - start.firstStep;
+    Extended fastest = 0;
+    for (const Term& term : start.terms)
+        fastest = std::max(fastest, std::sqrt(term.decay * term.decay + kTwoPi * kTwoPi * term.cycles * term.cycles));
+    const std::size_t drift = start.background ? 2 : 0;
+    const auto columns = static_cast<std::size_t>(Columns(grid, start.terms, drift).total);
+    const std::size_t most = std::max<std::size_t>(1, steps * grid.parts() / (kRowsOfColumn * columns));
+    const Extended slow = kMostTurn / fastest;
+    grid.factor = slow < static_cast<Extended>(most) ? std::max<std::size_t>(1, static_cast<std::size_t>(slow)) : most;
+    grid.sums = steps / grid.factor;
+    if (grid.rows() < columns + 8)
+        throw Error("the field has too few steps for its " + std::to_string(start.terms.size()) + " modes");
+    return Basis(grid, start.terms, drift, weights_of(grid, start));
+}
 
 std::string to_text(const Start& start)
 {
     std::ostringstream out;
     out << kHeader << '\n'
         << start.firstStep << ' ' << static_cast<int>(start.reason) << ' ' << start.background << ' ' << start.rounds
-        << ' ' << start.passes << ' ' << exact(static_cast<Extended>(start.reducedChiSquare)) << '\n'
+        << ' ' << start.passes << ' ' << start.dropped << ' ' << exact(static_cast<Extended>(start.reducedChiSquare))
+        << '\n'
         << start.terms.size() << '\n';
     for (const Term& term : start.terms)
         out << exact(term.decay) << ' ' << exact(term.cycles) << ' ' << term.real << '\n';
+    out << start.noiseSteps.size() << '\n';
+    for (std::size_t s = 0; s < start.noiseSteps.size(); ++s)
+        out << exact(static_cast<Extended>(start.noiseSteps[s])) << ' '
+            << exact(static_cast<Extended>(start.noiseLogs[s])) << '\n';
     out << start.samples.size() << '\n';
     for (const std::size_t point : start.samples)
         out << point << '\n';
@@ -94,7 +201,7 @@ std::optional<Start> from_text(const std::string& text)
     int code = 0;
     std::size_t count = 0;
     const auto next = [&] { return in && count-- > 0; };
-    in >> start.firstStep >> code >> start.background >> start.rounds >> start.passes;
+    in >> start.firstStep >> code >> start.background >> start.rounds >> start.passes >> start.dropped;
     start.reason = static_cast<modes::FirstSampleReason>(code);
     start.reducedChiSquare = static_cast<double>(exact_from(in));
     for (in >> count; next();) {
@@ -102,6 +209,10 @@ std::optional<Start> from_text(const std::string& text)
         term.decay = exact_from(in);
         term.cycles = exact_from(in);
         in >> term.real;
+    }
+    for (in >> count; next();) {
+        start.noiseSteps.push_back(static_cast<double>(exact_from(in)));
+        start.noiseLogs.push_back(static_cast<double>(exact_from(in)));
     }
     for (in >> count; next();)
         in >> start.samples.emplace_back();
@@ -133,8 +244,11 @@ Start analyse_samples(Work& work, const Samples& samples)
         options.progress = [&](const modes::Progress&) {
             return !work.options.progress || work.options.progress({"poles", 0, 0});
         };
-        text =
-            to_text(start_from(work, modes::analyseJointly(samples.records, work.shape().spacing, options), samples));
+        const modes::JointResult result = modes::analyseJointly(samples.records, work.shape().spacing, options);
+        Start start = start_from(work, result, samples);
+        if (!start.terms.empty())
+            find_noise(work, samples, start);
+        text = to_text(start);
     });
     return *from_text(work.spread(text));
 }

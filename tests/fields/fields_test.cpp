@@ -189,7 +189,7 @@ TEST(Fields, WithoutNoiseRoundingIsTheNoise)
                 add(sum, (found.amplitude[at] - std::abs(modes[j].profile[p])) / found.amplitudeError[at],
                     static_cast<double>(nx * ny));
             }
-            EXPECT_LT(sum, single ? 5 : 1.6) << single << j;
+            EXPECT_LT(sum, 2) << single << j; // rounding follows each record, the weights follow all
             EXPECT_GT(sum, 0.02) << single << j;
         }
     }
