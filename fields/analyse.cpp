@@ -186,7 +186,7 @@ private:
         Outcome out = outcome();
         out.decimation = basis.grid().factor;
         const auto points = static_cast<double>(work_.shape().points());
-        out.noise = std::sqrt(pass.sums.variance / (points * static_cast<double>(out.decimation)));
+        out.noise = std::sqrt(pass.sums.variance / (points * static_cast<double>(out.decimation))) / basis.unit();
         out.reducedChiSquare = poles.reduced;
         std::vector<std::size_t> order(all.size());
         std::iota(order.begin(), order.end(), 0);
@@ -351,7 +351,7 @@ private:
         using modes::RemarkCode;
         std::erase_if(remarks, [](const modes::Remark& remark) {
             return remark.code == RemarkCode::recordTooShort || remark.code == RemarkCode::closeModes ||
-                   remark.code == RemarkCode::growingMode;
+                   remark.code == RemarkCode::growingMode || remark.code == RemarkCode::modelUnexplained;
         });
         const double span = static_cast<double>(basis.grid().factor * basis.grid().sums) * work_.shape().spacing;
         for (std::size_t j = 0; j < out.modes.size(); ++j) {

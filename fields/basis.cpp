@@ -62,11 +62,16 @@ Columns::Columns(const Grid& grid, const Terms& terms, std::size_t drift)
     total = linears + modes;
 }
 
-Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights)
-    : grid_(grid), terms_(std::move(terms)), columns_(grid, terms_, drift), drift_(drift), weights_(grid.rows(), 1)
+Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit)
+    : grid_(grid),
+      terms_(std::move(terms)),
+      columns_(grid, terms_, drift),
+      drift_(drift),
+      unit_(unit),
+      weights_(grid.rows(), unit)
 {
     for (std::size_t row = 0; row < weights_.size() && !weights.empty(); ++row)
-        weights_[row] = weights[row / grid.parts()];
+        weights_[row] = weights[row / grid.parts()] * unit;
     v_ = evaluate(terms_);
     const Index width = columns_.total;
     const Eigen::HouseholderQR<ExtendedMatrix> qr(v_);
@@ -152,7 +157,7 @@ ExtendedMatrix Basis::evaluate(const Terms& terms) const
             set(columns_.modes + static_cast<Index>(degree) * parts, parts, k, p);
         }
     for (Index row = 0; row < v.rows(); ++row)
-        v.row(row) *= static_cast<Extended>(weights_[static_cast<std::size_t>(row)]);
+        v.row(row) *= static_cast<Extended>(weights_[static_cast<std::size_t>(row)] / unit_);
     return v;
 }
 

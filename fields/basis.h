@@ -60,7 +60,8 @@ class Basis
 public:
     /// @param drift    degree of the polynomial that every record may hold beside the modes
     /// @param weights  of each sum, by which records and columns are multiplied; none: 1
-    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {});
+    /// @param unit     power of two by which records are multiplied too, so that no square leaves the range
+    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {}, double unit = 1);
 
     const Grid& grid() const { return grid_; }
     const Terms& terms() const { return terms_; }
@@ -72,9 +73,10 @@ public:
     /// Squares of what lies outside of the basis, of each column of these poles.
     Vector outside(const Terms& terms) const;
 
-    /// The weights of the rows.
+    double unit() const { return unit_; }
+    /// The weights of the rows times the unit.
     const double* weights(std::size_t slab) const { return weights_.data() + slab * kSlab; }
-    /// The basis times the weights, and in each slab a few directions, times the weights too, that are orthogonal to
+    /// The basis times these weights, and in each slab a few directions, times them too, that are orthogonal to
     /// all columns there: packed for Kernels::product.
     const double* slab(std::size_t slab) const { return packed_.data() + slab * kSlab * width(); }
     const double* empty(std::size_t slab) const { return packedEmpty_.data() + slab * kSlab * kEmpty; }
@@ -93,6 +95,7 @@ private:
     Terms terms_;
     Columns columns_;
     std::size_t drift_;
+    double unit_;
     ExtendedMatrix v_, r_;
     Matrix q_;
     std::vector<double> weights_, packed_, packedEmpty_;

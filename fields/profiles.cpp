@@ -59,7 +59,7 @@ ProfileMaker::ProfileMaker(const Basis& basis, const Poles& poles) : basis_(basi
         }
         const ExtendedComplex inverseSum = std::conj(sum) / (sum.real() * sum.real() + sum.imag() * sum.imag());
         const auto origin = static_cast<std::ptrdiff_t>(basis.origin(j)) * steps;
-        const ExtendedComplex scale = product(inverseSum, power(term, -origin));
+        const ExtendedComplex scale = product(inverseSum, power(term, -origin)) / static_cast<Extended>(basis.unit());
         mode.scale = {static_cast<double>(scale.real()), static_cast<double>(scale.imag())};
         mode.size = length(mode.scale.real(), mode.scale.imag());
         mode.turn = arc_tangent(mode.scale.imag(), mode.scale.real());

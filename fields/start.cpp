@@ -52,6 +52,16 @@ Start start_from(const Work& work, const modes::JointResult& result, const Sampl
     start.background = result.has(modes::RemarkCode::background);
     start.reducedChiSquare = result.reducedChiSquare;
     start.samples = samples.points;
+    double peak = 0;
+    for (const modes::Record& record : samples.records)
+        if (const auto* real = std::get_if<std::vector<double>>(&record.samples))
+            for (const double v : *real)
+                peak = std::max(peak, std::fabs(v));
+        else
+            for (const std::complex<double>& v : std::get<std::vector<std::complex<double>>>(record.samples))
+                peak = std::max({peak, std::fabs(v.real()), std::fabs(v.imag())});
+    std::frexp(peak, &start.exponent);
+    start.exponent = std::clamp(start.exponent, -1000, 1000);
     // What is said of one record is said of a point.
     for (const modes::Remark& remark : result.remarks) {
         modes::Remark own = remark;
@@ -163,16 +173,16 @@ Basis make_basis(const Shape& shape, const Start& start)
     grid.sums = steps / grid.factor;
     if (grid.rows() < columns + 8)
         throw Error("the field has too few steps for its " + std::to_string(start.terms.size()) + " modes");
-    return Basis(grid, start.terms, drift, weights_of(grid, start));
+    return Basis(grid, start.terms, drift, weights_of(grid, start), std::ldexp(1.0, -start.exponent));
 }
 
 std::string to_text(const Start& start)
 {
     std::ostringstream out;
     out << kHeader << '\n'
-        << start.firstStep << ' ' << static_cast<int>(start.reason) << ' ' << start.background << ' ' << start.rounds
-        << ' ' << start.passes << ' ' << start.dropped << ' ' << exact(static_cast<Extended>(start.reducedChiSquare))
-        << '\n'
+        << start.firstStep << ' ' << static_cast<int>(start.reason) << ' ' << start.exponent << ' ' << start.background
+        << ' ' << start.rounds << ' ' << start.passes << ' ' << start.dropped << ' '
+        << exact(static_cast<Extended>(start.reducedChiSquare)) << '\n'
         << start.terms.size() << '\n';
     for (const Term& term : start.terms)
         out << exact(term.decay) << ' ' << exact(term.cycles) << ' ' << term.real << '\n';
@@ -201,7 +211,8 @@ std::optional<Start> from_text(const std::string& text)
     int code = 0;
     std::size_t count = 0;
     const auto next = [&] { return in && count-- > 0; };
-    in >> start.firstStep >> code >> start.background >> start.rounds >> start.passes >> start.dropped;
+    in >> start.firstStep >> code >> start.exponent >> start.background >> start.rounds >> start.passes >>
+        start.dropped;
     start.reason = static_cast<modes::FirstSampleReason>(code);
     start.reducedChiSquare = static_cast<double>(exact_from(in));
     for (in >> count; next();) {
@@ -244,7 +255,14 @@ Start analyse_samples(Work& work, const Samples& samples)
         options.progress = [&](const modes::Progress&) {
             return !work.options.progress || work.options.progress({"poles", 0, 0});
         };
-        const modes::JointResult result = modes::analyseJointly(samples.records, work.shape().spacing, options);
+        modes::JointResult result;
+        try {
+            result = modes::analyseJointly(samples.records, work.shape().spacing, options);
+        } catch (const modes::InputError& e) { // about an option: which record says it does not matter
+            const std::string text_of = e.what();
+            const std::size_t colon = text_of.compare(0, 7, "record ") == 0 ? text_of.find(": ") : std::string::npos;
+            throw Error(colon == std::string::npos ? text_of : text_of.substr(colon + 2));
+        }
         Start start = start_from(work, result, samples);
         if (!start.terms.empty())
             find_noise(work, samples, start);

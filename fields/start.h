@@ -12,6 +12,7 @@ struct Start
     std::size_t firstStep = 0;
     modes::FirstSampleReason reason = modes::FirstSampleReason::wholeRecord;
     bool background = false;     ///< records hold a drift
+    int exponent = 0;            ///< of the power of two that the chosen samples stay below
     std::size_t rounds = 0;      ///< joint analyses before this one
     std::size_t passes = 0;      ///< over the whole field since the last of them: the poles are theirs
     std::size_t dropped = 0;     ///< terms that the whole field did not bear out

@@ -282,6 +282,41 @@ TEST(Fields, AModeThatTheChosenPointsMiss)
                     5 * found.amplitudeError[3 * nx * ny + p]);
 }
 
+TEST(Fields, AnOverdampedModeInAFieldOfTinyValues)
+{
+    constexpr std::size_t nx = 33, ny = 40, steps = 1000;
+    constexpr double unit = 0x1p-600; // squares of the samples are zero
+    for (const bool complex : {false, true}) {
+        std::vector<Made> modes = five(nx, ny, steps);
+        modes.erase(modes.begin() + 1, modes.end());
+        modes.push_back({0, 12.0 / steps, wave(nx, ny, 2, 1, {0.7, 0})});
+        if (!complex)
+            for (Complex& c : modes[1].profile)
+                c = c.real();
+        MemorySource source({nx, ny}, steps, complex);
+        make_field(source, modes, 1e-4, 5);
+        for (std::vector<double>* each : {&source.re, &source.im})
+            for (double& v : *each)
+                v *= unit;
+        const Found found = analyse_field(source);
+        ASSERT_EQ(found.outcome.modes.size(), 2U);
+        EXPECT_NEAR(found.outcome.noise / unit, 1e-4, 2e-6);
+        const FieldMode& slow = found.outcome.modes[0];
+        if (!complex) {
+            EXPECT_EQ(slow.kind, tessel::modes::Kind::overdamped);
+        }
+        EXPECT_LE(std::abs(slow.frequency), 5 * slow.frequencyError);
+        EXPECT_NEAR(slow.decay, modes[1].decay, 5 * slow.decayError);
+        double sum = 0;
+        for (std::size_t p = 0; p < nx * ny; ++p) {
+            const Complex c = modes[1].profile[p];
+            const double error = found.amplitude[p] / unit * std::cos(found.phase[p] - std::arg(c)) - std::abs(c);
+            add(sum, error / (found.amplitudeError[p] / unit), static_cast<double>(nx * ny));
+        }
+        EXPECT_NEAR(sum, 1, 0.15) << complex;
+    }
+}
+
 TEST(Fields, AGrowingModeIsMeasuredToo)
 {
     constexpr std::size_t nx = 33, ny = 40, steps = 1000;
