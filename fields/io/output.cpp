@@ -277,7 +277,7 @@ std::string xdmf_text(const std::string& file, const std::vector<std::size_t>& s
             text +=
                 "    <Attribute Name=\"" + std::string(name) +
                 "\" AttributeType=\"Scalar\" Center=\"Node\">\n     <DataItem ItemType=\"HyperSlab\" Dimensions=\"" +
-                joined(slab) + "\" Type=\"HyperSlab\">\n      <DataItem Dimensions=\"3 " + rank + "\" Format=\"XML\">" +
+                joined(mesh) + "\" Type=\"HyperSlab\">\n      <DataItem Dimensions=\"3 " + rank + "\" Format=\"XML\">" +
                 joined(start) + " " + joined(stride) + " " + joined(slab) +
                 "</DataItem>\n      <DataItem Dimensions=\"" + joined(all) +
                 "\" NumberType=\"Float\" Precision=\"8\" Format=\"HDF\">" + escaped(file) + ":/profiles/" + name +

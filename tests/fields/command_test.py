@@ -88,6 +88,7 @@ def gives_modes_and_profiles():
             attributes = grid.findall("Attribute")
             assert [a.get("Name") for a in attributes] == ["amplitude", "amplitude_se", "phase", "phase_se", "real", "imag"]
             for attribute in attributes:
+                assert attribute.find("DataItem").get("Dimensions") == f"1 {NY} {NX}"
                 slab, data = attribute.findall("./DataItem/DataItem")
                 assert [int(n) for n in slab.text.split()] == [k, 0, 0, 1, 1, 1, 1, NY, NX]
                 file, name = data.text.strip().split(":")
