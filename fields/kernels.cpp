@@ -46,19 +46,19 @@ TESSEL_INLINE Wide widened(const float* from)
 }
 
 template <class T>
-void add(std::size_t points, std::size_t rows, const T* in, std::size_t stride, double* out)
+void add(std::size_t points, std::size_t rows, const T* in, std::size_t stride, bool fresh, double* out)
 {
     for (std::size_t begin = 0; begin < points; begin += kTile, out += kTileStride) {
         const std::size_t count = points - begin < kTile ? points - begin : kTile;
         std::size_t p = 0;
         for (; p + kLanes <= count; p += kLanes) {
-            Wide sum = load<Wide>(out + p);
+            Wide sum = fresh ? Wide{} : load<Wide>(out + p);
             for (std::size_t k = 0; k < rows; ++k)
                 sum += widened(in + k * stride + begin + p);
             store(out + p, sum);
         }
         for (; p < count; ++p) {
-            double sum = out[p];
+            double sum = fresh ? 0 : out[p];
             for (std::size_t k = 0; k < rows; ++k)
                 sum += static_cast<double>(in[k * stride + begin + p]);
             out[p] = sum;

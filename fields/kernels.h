@@ -18,8 +18,11 @@ constexpr std::size_t kColumnGroup = 4; ///< columns of a basis that lie togethe
 struct Kernels
 {
     /// Adds `rows` rows of `points` samples, `stride` from one to the next, in their order: out + tile * kTileStride.
-    void (*addSingle)(std::size_t points, std::size_t rows, const float* in, std::size_t stride, double* out);
-    void (*addDouble)(std::size_t points, std::size_t rows, const double* in, std::size_t stride, double* out);
+    /// `fresh`: to nothing, whatever stands there.
+    void (*addSingle)(std::size_t points, std::size_t rows, const float* in, std::size_t stride, bool fresh,
+                      double* out);
+    void (*addDouble)(std::size_t points, std::size_t rows, const double* in, std::size_t stride, bool fresh,
+                      double* out);
     /// y(c, p) := y(c, p) + sum over the rows of q(row, c) x(row, p). The sum is formed by itself.
     void (*product)(std::size_t rows, std::size_t columns, const double* q, const double* x, double* y);
     /// e(p) := e(p) + sum over the rows of (w(row) x(row, p))^2

@@ -82,9 +82,10 @@ public:
             const std::size_t stop = std::min(end, (sum + 1) * grid.factor);
             for (std::size_t at = k; at < stop; at += kRowsAtOnce) {
                 const std::size_t rows = std::min(kRowsAtOnce, stop - at), offset = (at - from) * stride;
-                add(rows, re + offset, stride, &samples_[row * kTile]);
+                const bool fresh = at == sum * grid.factor;
+                add(rows, re + offset, stride, fresh, &samples_[row * kTile]);
                 if (parts == 2)
-                    add(rows, im + offset, stride, &samples_[(row + 1) * kTile]);
+                    add(rows, im + offset, stride, fresh, &samples_[(row + 1) * kTile]);
             }
             k = stop;
             if (stop == (sum + 1) * grid.factor && row + parts == grid.rowsOf(slab))
@@ -132,13 +133,13 @@ public:
     }
 
 private:
-    void add(std::size_t rows, const float* in, std::size_t stride, double* out) const
+    void add(std::size_t rows, const float* in, std::size_t stride, bool fresh, double* out) const
     {
-        kernels().addSingle(points_, rows, in, stride, out);
+        kernels().addSingle(points_, rows, in, stride, fresh, out);
     }
-    void add(std::size_t rows, const double* in, std::size_t stride, double* out) const
+    void add(std::size_t rows, const double* in, std::size_t stride, bool fresh, double* out) const
     {
-        kernels().addDouble(points_, rows, in, stride, out);
+        kernels().addDouble(points_, rows, in, stride, fresh, out);
     }
 
     void close(const Basis& basis, std::size_t slab)
@@ -160,7 +161,6 @@ private:
             projection_[slab * kSlab + k] =
                 basis.weights(slab)[k] * (((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7])));
         }
-        std::fill(samples_.begin(), samples_.end(), 0.0);
     }
 
     std::size_t points_, tiles_;
