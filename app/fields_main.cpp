@@ -6,6 +6,7 @@
 #include "app/interrupt.h"
 #include "app/plot.h"
 #include "app/progress.h"
+#include "app/run.h"
 #include "app/source.h"
 
 #include "fields/fields.h"
@@ -21,7 +22,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -92,19 +92,10 @@ std::string look_at(const FieldsOptions& options)
 
 modes::Options search_of(const FieldsOptions& options, const fields::Shape& shape, const TimeUnit& unit)
 {
-    modes::Options how;
-    if (options.lowest)
-        how.lowest = in_inverse_unit(*options.lowest, unit);
-    if (options.highest)
-        how.highest = in_inverse_unit(*options.highest, unit);
-    how.noise = options.noise;
-    how.mostModes = options.mostModes;
-    if (options.start) {
-        const double first = std::ceil((in_unit(*options.start, unit) - shape.start) / shape.spacing - 1e-6);
-        if (!(first < static_cast<double>(shape.steps)))
-            throw Error("--start lies behind the end of the field");
-        how.first = first > 0 ? static_cast<std::size_t>(first) : 0;
-    }
+    modes::Options how = library_options(options, unit, {});
+    how.first = first_sample(options, unit, shape.start, shape.spacing);
+    if (how.first.value_or(0) >= shape.steps)
+        throw Error("--start lies behind the end of the field");
     return how;
 }
 
@@ -128,8 +119,7 @@ void print(const FieldsOutcome& outcome, const FieldsOptions& options)
 {
     const std::string text = options.json ? fields_json(outcome) : fields_table(outcome, options.quiet);
     std::fwrite(text.data(), 1, text.size(), stdout);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        throw Error(std::string("standard output cannot be written: ") + std::strerror(errno));
+    finish_output();
 }
 
 std::string text_of(const FieldsOptions& options, const std::exception& error)

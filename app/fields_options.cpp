@@ -1,6 +1,7 @@
 #include "app/fields_options.h"
 
 #include "app/error.h"
+#include "app/help_format.h"
 #include "app/source.h"
 #include "app/values.h"
 
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <memory>
 #include <tuple>
 #include <utility>
 
@@ -22,7 +24,8 @@ constexpr const char* kDescription =
     R"TEXT(Finds the modes of a field over time and space: frequency and Q of each with standard
 errors, and its profile, amplitude and phase at every point with their standard
 errors. Band, noise, the end of the drive and the number of modes are found from the
-field; no option is needed.)TEXT";
+field; no option is needed.
+)TEXT";
 
 constexpr const char* kFooter = R"TEXT(
 Files
@@ -99,10 +102,9 @@ FieldsCommandLine parse_fields_command_line(const std::vector<std::string>& argu
 
     CLI::App app(kDescription, "tessel-fields");
     app.set_help_flag();
-    app.get_formatter()->column_width(26);
-    app.get_formatter()->label("OPTIONS", "OPTIONS");
+    app.formatter(std::make_shared<HelpFormat>("tessel-fields [OPTIONS] FILE.h5:/PATH"));
     app.footer(kFooter);
-    app.add_option("FILE.h5:/PATH", inputs, "The field")->type_name("");
+    app.add_option("FILE", inputs);
     const auto text = [&](const char* name, std::string& value, const char* type, const char* group,
                           const char* description) {
         return app.add_option(name, value, description)->type_name(type)->group(group)->expected(1);

@@ -30,29 +30,13 @@ std::string place_text(std::size_t point, const std::vector<std::size_t>& space)
 
 std::string mode_lines(const FieldsOutcome& outcome)
 {
-    double highest = 0, fastest = 0;
+    Poles poles(outcome.result.modes, outcome.unit);
+    Field peak{"peak", {}, true}, where{"at", {}, false};
     for (const fields::FieldMode& mode : outcome.result.modes) {
-        highest = std::max(highest, std::abs(mode.frequency));
-        fastest = std::max(fastest, std::abs(mode.decay));
+        peak.cells.push_back(plain_form(mode.peak, 6));
+        where.cells.push_back(place_text(mode.peakPoint, outcome.shape.space));
     }
-    const Scale hertz = frequency_scale(highest > 0 ? highest : fastest, outcome.unit);
-    std::vector<Field> columns{{"frequency [" + hertz.name + "]", {}, true},
-                               {"Q", {}, true},
-                               {"peak", {}, true},
-                               {"at", {}, false},
-                               {"significance", {}, true},
-                               {"", {}, false}};
-    for (const fields::FieldMode& mode : outcome.result.modes) {
-        const bool turns = mode.kind != modes::Kind::overdamped;
-        columns[0].cells.push_back(
-            short_form(shifted(mode.frequency, hertz.shift), shifted(mode.frequencyError, hertz.shift)));
-        columns[1].cells.push_back(turns ? short_form(mode.quality, mode.qualityError) : "-");
-        columns[2].cells.push_back(plain_form(mode.peak, 6));
-        columns[3].cells.push_back(place_text(mode.peakPoint, outcome.shape.space));
-        columns[4].cells.push_back(plain_form(mode.significance, 3));
-        columns[5].cells.push_back(
-            mode.kind == modes::Kind::oscillating ? "" : decay_text(mode.decay, mode.decayError, outcome.unit));
-    }
+    std::vector<Field> columns{poles.frequency, poles.quality, peak, where, poles.significance, poles.kind};
     return lines_of(columns);
 }
 
@@ -91,8 +75,11 @@ std::string fields_table(const FieldsOutcome& outcome, bool quiet)
         text += "  " + extents_text(shape.space) + (shape.complex ? " complex" : "") + " points, " +
                 std::to_string(shape.steps) + " steps, spacing " + plain_form(shifted(shape.spacing, step.shift), 6) +
                 " " + step.name + "; used from " + plain_form(shifted(result.referenceTime, reference.shift), 6) + " " +
-                reference.name + " on; noise " + plain_form(result.noise, 2) + " a sample; chi^2 " +
-                plain_form(result.reducedChiSquare, 3) + "\n";
+                reference.name + " on";
+        if (count > 0)
+            text +=
+                "; noise " + plain_form(result.noise, 2) + " a sample; chi^2 " + plain_form(result.reducedChiSquare, 3);
+        text += "\n";
     }
     if (count > 0)
         text += (quiet ? "" : "\n") + mode_lines(outcome);

@@ -59,14 +59,6 @@ std::string rounding_text(double relative, const std::vector<double>& frequencie
     return "";
 }
 
-std::string decay_text(double decay, double error, const TimeUnit& unit)
-{
-    const Scale scale = time_scale(std::abs(decay) > 0 ? 1 / std::abs(decay) : 1, unit);
-    return (decay < 0 ? "grows by " : "decays by ") +
-           short_form(std::abs(shifted(decay, -scale.shift)), shifted(error, -scale.shift)) + " /" +
-           (scale.name == "steps" ? "step" : scale.name);
-}
-
 std::vector<std::string> notes_of(const Outcome& outcome)
 {
     std::vector<std::string> notes;

@@ -32,9 +32,6 @@ std::string sentence(const modes::Remark& remark, const std::vector<double>& fre
 /// @param relative  standard deviation of the spacing that they leave open
 std::string rounding_text(double relative, const std::vector<double>& frequencies, const std::vector<double>& errors);
 
-/// "decays by 3.4(1.2) /ns".
-std::string decay_text(double decay, double error, const TimeUnit& unit);
-
 /// What the reader has to say about a record with a result, as sentences.
 std::vector<std::string> notes_of(const Outcome& outcome);
 

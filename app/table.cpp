@@ -10,43 +10,6 @@ namespace tessel::app {
 
 namespace {
 
-/// The columns that a mode of one record and a mode of several have in common.
-class Poles
-{
-public:
-    template <typename Modes>
-    Poles(const Modes& modes, const TimeUnit& unit) : unit_(unit)
-    {
-        double highest = 0, fastest = 0;
-        for (const auto& mode : modes) {
-            highest = std::max(highest, std::abs(mode.frequency));
-            fastest = std::max(fastest, std::abs(mode.decay));
-        }
-        hertz_ = frequency_scale(highest > 0 ? highest : fastest, unit);
-        frequency.head = "frequency [" + hertz_.name + "]";
-        for (const auto& mode : modes)
-            add(mode);
-    }
-
-    Field frequency, quality{"Q", {}, true}, significance{"significance", {}, true}, kind{"", {}, false};
-
-private:
-    template <typename Mode>
-    void add(const Mode& mode)
-    {
-        frequency.cells.push_back(
-            short_form(shifted(mode.frequency, hertz_.shift), shifted(mode.frequencyError, hertz_.shift)));
-        const bool turns = mode.kind != modes::Kind::overdamped;
-        quality.cells.push_back(turns ? short_form(mode.quality, mode.qualityError) : "-");
-        significance.cells.push_back(plain_form(mode.significance, 3));
-        kind.cells.push_back(
-            mode.kind == modes::Kind::oscillating ? "" : decay_text(mode.decay, mode.decayError, unit_));
-    }
-
-    const TimeUnit& unit_;
-    Scale hertz_;
-};
-
 std::string mode_lines(const Outcome& outcome)
 {
     Poles poles(outcome.result->modes, outcome.record.unit);
