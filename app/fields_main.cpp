@@ -3,6 +3,7 @@
 #include "app/error.h"
 #include "app/fields_options.h"
 #include "app/fields_outcome.h"
+#include "app/hand_over.h"
 #include "app/interrupt.h"
 #include "app/plot.h"
 #include "app/progress.h"
@@ -50,7 +51,7 @@ bool is_same_file(const std::string& one, const std::string& other)
 }
 
 /// Processors for this process: those that it is bound to, or its part of all.
-unsigned processors(const fields::Started& started)
+unsigned processors(const Started& started)
 {
     const unsigned all = std::max(std::thread::hardware_concurrency(), 1u);
     const bool bound = all < static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
@@ -151,7 +152,7 @@ void work(const FieldsOptions& options, fields::Team& team)
 
     how.samples = options.samples;
     how.memory = options.memory - options.memory / 4;
-    how.threads = options.jobs > 0 ? options.jobs : processors(fields::started());
+    how.threads = options.jobs > 0 ? options.jobs : processors(started());
     ProgressLine line(!options.quiet && team.rank() == 0);
     how.progress = [&](const fields::Progress& progress) {
         const double part =
@@ -234,14 +235,16 @@ int run(const FieldsOptions& options, fields::Team& team)
 
 int main(int argc, char** argv)
 {
-    const fields::Started started = fields::started();
+    const Started started = app::started();
     // What the environment says is believed until all have joined: only one process speaks.
     const bool speaks = started.rank == 0;
-    if (const std::string text = fields::hand_over("tessel-fields", argv); !text.empty()) {
+#ifndef TESSEL_WITH_MPI
+    if (const std::string text = hand_over("tessel-fields", argv); !text.empty()) {
         if (speaks)
             std::fprintf(stderr, "tessel-fields: %s\n", text.c_str());
-        return speaks ? 1 : 0;
+        return speaks ? 1 : 0; // the first to fail would end the one that speaks
     }
+#endif
     FieldsCommandLine line;
     int status = 0;
     std::string fault;
@@ -259,7 +262,7 @@ int main(int argc, char** argv)
     if (!fault.empty() || line.text) {
         if (!fault.empty() && speaks)
             std::fprintf(stderr, "tessel-fields: %s\n", fault.c_str());
-        return speaks ? status : 0; // the first to fail would end the one that speaks
+        return speaks ? status : 0;
     }
 
     std::signal(SIGXFSZ, SIG_IGN); // a file that may grow no more is a full disk

@@ -114,14 +114,20 @@ Json object_of(const Outcome& outcome)
 
 } // namespace
 
-std::string json(const std::vector<Outcome>& outcomes)
+std::string json_object(const Outcome& outcome)
+{
+    return object_of(outcome).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string json(const std::vector<std::string>& objects)
 {
     Json object = head();
-    if (outcomes.size() == 1) {
-        object.update(object_of(outcomes.front()));
-    } else {
-        object["records"] = list_of(outcomes);
-    }
+    if (objects.size() == 1)
+        object.update(Json::parse(objects.front()));
+    else
+        object["records"] = Json::array();
+    for (std::size_t k = 0; objects.size() != 1 && k < objects.size(); ++k)
+        object["records"].push_back(Json::parse(objects[k]));
     return printed(object);
 }
 

@@ -10,8 +10,12 @@
 
 namespace tessel::app {
 
+/// The object of one record.
+std::string json_object(const Outcome& outcome);
+
 /// Of one record its object; of several an object with all of them in "records".
-std::string json(const std::vector<Outcome>& outcomes);
+/// @param objects  what json_object() gave
+std::string json(const std::vector<std::string>& objects);
 
 /// Of a set: its modes, each with a residue for each of the records.
 std::string json(const JointOutcome& joint);

@@ -1,5 +1,6 @@
 // tessel-modes: the modes in records of a field solver.
 #include "app/error.h"
+#include "app/hand_over.h"
 #include "app/interrupt.h"
 #include "app/options.h"
 #include "app/plot.h"
@@ -8,11 +9,17 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 using namespace tessel::app;
 
 int main(int argc, char** argv)
 {
+    if (const std::string fault = hand_over("tessel-modes", argv); !fault.empty()) {
+        if (started().rank == 0)
+            std::fprintf(stderr, "tessel-modes: %s\n", fault.c_str());
+        return started().rank == 0 ? 1 : 0; // the first to fail would end the one that speaks
+    }
     try {
         const CommandLine line = parse_command_line({argv + 1, argv + argc});
         if (line.text) {

@@ -20,6 +20,7 @@
 #include <deque>
 #include <mutex>
 #include <new>
+#include <numeric>
 #include <system_error>
 #include <thread>
 
@@ -30,6 +31,7 @@ namespace {
 /// One place in the order of results.
 struct Slot
 {
+    std::size_t file = 0;
     Outcome outcome;
     bool done = false;
 };
@@ -38,8 +40,11 @@ struct Slot
 class Work
 {
 public:
-    explicit Work(const Options& options)
+    Work(const Options& options, const std::vector<std::size_t>& files,
+         const std::function<void(const Printed&)>& print)
         : options_(options),
+          files_(files),
+          print_(print),
           progress_(!options.quiet),
           jobs_(options.jobs > 0 ? options.jobs : std::max(std::thread::hardware_concurrency(), 1u))
     {}
@@ -71,7 +76,7 @@ private:
     {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return read_once_; });
-        return !waiting_.empty() || next_file_ < options_.files.size();
+        return !waiting_.empty() || next_file_ < files_.size();
     }
 
     void stop()
@@ -96,12 +101,12 @@ private:
                     waiting_.pop_front();
                     return slot;
                 }
-                if (next_file_ == options_.files.size()) {
+                if (next_file_ == files_.size()) {
                     all_read_ = true;
                     changed_.notify_all();
                     return nullptr;
                 }
-                file = next_file_++;
+                file = files_[next_file_++];
             }
             std::vector<Outcome> outcomes;
             progress_.say("reading " + options_.files[file]);
@@ -113,13 +118,13 @@ private:
             }
             const std::lock_guard lock(mutex_);
             for (Outcome& outcome : outcomes) {
-                slots_.push_back({std::move(outcome), false});
+                slots_.push_back({file, std::move(outcome), false});
                 slots_.back().done = !slots_.back().outcome.error.empty();
                 if (!slots_.back().done)
                     waiting_.push_back(&slots_.back());
             }
             read_once_ = true;
-            all_read_ = next_file_ == options_.files.size();
+            all_read_ = next_file_ == files_.size();
             changed_.notify_all();
         }
     }
@@ -162,12 +167,9 @@ private:
         }
     }
 
-    /// Waits for each result in turn and prints it.
+    /// Waits for each result in turn and gives it away.
     void print_all()
     {
-        if (options_.format == Format::csv)
-            print(csv_head());
-        std::vector<Outcome> all;
         std::size_t drawn = 0;
         for (;;) {
             Slot* slot = nullptr;
@@ -182,44 +184,39 @@ private:
                     break;
                 slot = &slots_.front();
             }
-            Outcome outcome = std::move(slot->outcome);
+            const Outcome outcome = std::move(slot->outcome);
+            const std::size_t file = slot->file;
             {
                 const std::lock_guard lock(mutex_);
                 slots_.pop_front();
             }
             progress_.clear();
-            if (!outcome.result) {
-                failed_ = true;
-                std::fprintf(stderr, "tessel-modes: %s\n", outcome.error.c_str());
-            } else {
-                say(outcome, printed_++ > 0);
-                if (!options_.plot.empty())
-                    draw_one(outcome, drawn++);
-            }
-            outcome.record.real = {};
-            outcome.record.complex = {};
-            if (options_.format == Format::json)
-                all.push_back(std::move(outcome));
+            failed_ = failed_ || !outcome.result;
+            print_(printed_of(file, outcome));
+            if (outcome.result && !options_.plot.empty())
+                draw_one(outcome, drawn++);
         }
         progress_.clear();
-        if (options_.format == Format::json && !stopped_)
-            print(json(all));
-        finish_output();
         if (interrupted() != 0)
             throw Interrupted();
     }
 
-    void say(const Outcome& outcome, bool again)
+    Printed printed_of(std::size_t file, const Outcome& outcome) const
     {
-        if (options_.format == Format::table) {
-            print((again ? "\n" : "") + table(outcome, options_.quiet));
-        } else if (options_.format == Format::csv) {
-            print(csv(outcome));
+        Printed printed{file, {}, {}};
+        if (!outcome.result)
+            printed.err = "tessel-modes: " + outcome.error + "\n";
+        if (options_.format == Format::json) {
+            printed.out = json_object(outcome);
+        } else if (outcome.result && options_.format == Format::table) {
+            printed.out = table(outcome, options_.quiet);
+        } else if (outcome.result) {
+            printed.out = csv(outcome);
             if (!options_.quiet)
                 for (const std::string& remark : remarks_of(outcome))
-                    std::fprintf(stderr, "%s: %s\n", title_of(outcome.record).c_str(), remark.c_str());
+                    printed.err += title_of(outcome.record) + ": " + remark + "\n";
         }
-        std::fflush(stdout);
+        return printed;
     }
 
     void draw_one(const Outcome& outcome, std::size_t index)
@@ -233,9 +230,9 @@ private:
         }
     }
 
-    static void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
     const Options& options_;
+    const std::vector<std::size_t>& files_;
+    const std::function<void(const Printed&)>& print_;
     ProgressLine progress_;
     unsigned jobs_;
     std::mutex reading_; ///< held while a file is read
@@ -248,7 +245,6 @@ private:
     std::atomic<bool> stopped_ = false; ///< looked at without the mutex too
     // Of the printing thread
     bool failed_ = false;
-    std::size_t printed_ = 0;
 };
 
 } // namespace
@@ -328,9 +324,53 @@ void finish_output()
         throw std::runtime_error(std::string("standard output cannot be written: ") + std::strerror(errno));
 }
 
+Printer::Printer(const Options& options) : options_(options)
+{
+    if (options_.format == Format::csv)
+        std::fputs(csv_head().c_str(), stdout);
+}
+
+void Printer::print(const Printed& printed)
+{
+    std::fputs(printed.err.c_str(), stderr);
+    if (options_.format == Format::json) {
+        objects_.push_back(printed.out);
+        return;
+    }
+    if (any_ && options_.format == Format::table && !printed.out.empty())
+        std::fputc('\n', stdout);
+    any_ = any_ || !printed.out.empty();
+    std::fwrite(printed.out.data(), 1, printed.out.size(), stdout);
+    std::fflush(stdout);
+}
+
+void Printer::finish()
+{
+    if (options_.format == Format::json && interrupted() == 0)
+        std::fputs(json(objects_).c_str(), stdout);
+    finish_output();
+}
+
+int run(const Options& options, const std::vector<std::size_t>& files, const std::function<void(const Printed&)>& print)
+{
+    return Work(options, files, print).run();
+}
+
 int run(const Options& options)
 {
-    return options.joint ? run_jointly(options) : Work(options).run();
+    if (options.joint)
+        return run_jointly(options);
+    std::vector<std::size_t> files(options.files.size());
+    std::iota(files.begin(), files.end(), std::size_t{0});
+    Printer printer(options);
+    try {
+        const int status = run(options, files, [&](const Printed& printed) { printer.print(printed); });
+        printer.finish();
+        return status;
+    } catch (const Interrupted&) {
+        printer.finish();
+        throw;
+    }
 }
 
 } // namespace tessel::app

@@ -5,7 +5,10 @@
 #include "app/options.h"
 #include "app/outcome.h"
 
+#include <cstddef>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace tessel::app {
 
@@ -31,6 +34,35 @@ std::string progress_text(const std::string& title, const modes::Progress& progr
 
 /// @throws std::runtime_error  if standard output could not be written
 void finish_output();
+
+/// What is printed of one record, or of a file that cannot be read.
+struct Printed
+{
+    std::size_t file = 0; ///< its place on the command line
+    std::string out;      ///< a table, lines of CSV or an object in JSON
+    std::string err;      ///< lines
+};
+
+/// Puts records on standard output and standard error, with what stands around and between them.
+class Printer
+{
+public:
+    explicit Printer(const Options& options);
+    void print(const Printed& printed);
+    /// What stands behind the last one.
+    void finish();
+
+private:
+    const Options& options_;
+    std::vector<std::string> objects_; ///< of JSON
+    bool any_ = false;
+};
+
+/// Does what run() does without --joint for some of the files, and gives what is to be printed in their order.
+/// @param files  places on the command line
+/// @throws Interrupted  after a signal
+int run(const Options& options, const std::vector<std::size_t>& files,
+        const std::function<void(const Printed&)>& print);
 
 /// Analyses all records of all files and prints what came of them on standard output, what went wrong on standard
 /// error.

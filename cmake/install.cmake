@@ -49,7 +49,7 @@ if(TESSEL_BUILD_COMMAND)
     install(FILES app/completion/tessel-fields
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)
     if(TESSEL_BUILD_MPI)
-      install(TARGETS tessel_fields_mpi RUNTIME DESTINATION ${TESSEL_MPI_DIR} COMPONENT Parallel)
+      install(TARGETS tessel_fields_mpi tessel_modes_mpi RUNTIME DESTINATION ${TESSEL_MPI_DIR} COMPONENT Parallel)
     endif()
   endif()
   install(DIRECTORY examples/records DESTINATION ${TESSEL_DOC_DIR}/examples COMPONENT Command USE_SOURCE_PERMISSIONS)
@@ -134,7 +134,8 @@ HDF5 file, with their profiles. With sample records.")
   set(CPACK_DEBIAN_PARALLEL_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${version}), tessel-modes (= ${version}), openmpi-bin")
   set(CPACK_DEBIAN_PARALLEL_DESCRIPTION "\
-modes of whole fields by several processes
-What tessel-fields becomes under mpirun (Open MPI), with parallel HDF5.")
+modes of whole fields and many records, by several processes
+What tessel-fields and tessel-modes become under mpirun (Open MPI), with
+parallel HDF5.")
   include(CPack)
 endif()

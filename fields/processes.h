@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 
 namespace tessel::fields {
 
@@ -26,19 +25,6 @@ public:
 private:
     std::unique_ptr<Team> team_;
 };
-
-/// The number of this process and of all, as far as the environment tells before they join: a program under mpirun is
-/// told so whether or not it calls MPI.
-struct Started
-{
-    int rank = 0, size = 1, here = 1; ///< here: on this machine
-};
-Started started();
-
-/// Runs the parallel program of this name in place of this one, if this one works alone and was started as one of
-/// several.
-/// @returns if it is not needed, or what hinders
-std::string hand_over(const std::string& name, char** argv);
 
 /// Ends all processes, after a fault that the others do not know of.
 [[noreturn]] void end_all(int status);

@@ -140,6 +140,21 @@ def goes_on_behind_a_bad_file():
     assert "1 mode" not in run("--dt", "1", "-", given=b"0\n" * 100)[0]
 
 
+def is_the_same_for_any_number_of_processes():
+    files = ["cavity.dat", "none.dat", "cavity.csv", "cavity.h5:/probes/here/Ez", "cavity.dat.gz"]
+    environment = {**os.environ, "OMPI_ALLOW_RUN_AS_ROOT": "1", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
+                   "OMPI_MCA_btl_vader_single_copy_mechanism": "none"}
+    for how, ranks in (([], 1), ([], 4), (["--csv"], 2), (["--json"], 3)):
+        expected = run(*how, *files, status=1)
+        done = subprocess.run(["mpirun", "--oversubscribe", "--bind-to", "none", "-n", str(ranks), COMMAND, *how, *files],
+                              capture_output=True, timeout=300, cwd=RECORDS, env=environment)
+        err = done.stderr.decode().split("-----")[0].rstrip("\n") + "\n"  # mpirun speaks of the status behind it
+        assert (done.stdout.decode(), err, done.returncode) == expected, (how, ranks, err)
+    done = subprocess.run(["mpirun", "--oversubscribe", "-n", "2", COMMAND, "--joint", *files], capture_output=True,
+                          timeout=300, cwd=RECORDS, env=environment)
+    assert done.returncode == 1 and done.stderr.startswith(b"tessel-modes: --joint takes all records together"), done
+
+
 def says_in_one_line_what_hinders():
     for given, arguments, status, says in (
             (b"", ["-"], 1, "is empty"), (b"", ["."], 1, "is a folder"), (b"", [], 2, "a file is missing"),
