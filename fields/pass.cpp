@@ -167,20 +167,7 @@ private:
     std::vector<double> samples_, y_, energy_, empty_, sign_, projection_;
 };
 
-/// Matched filters of decays: exp(-g k) of each row.
 using Filters = std::vector<std::vector<double>>;
-
-Filters filters_of(const Grid& grid)
-{
-    Filters out;
-    for (const double nepers : kFilters) {
-        std::vector<double>& filter = out.emplace_back();
-        const auto sums = static_cast<double>(grid.sums);
-        for (std::size_t row = 0; row < grid.rows(); ++row)
-            filter.push_back(exponential(-nepers * static_cast<double>(row / grid.parts()) / sums));
-    }
-    return out;
-}
 
 /// What blocks add up to. Quadruple precision: their order does not reach the bits of a double.
 class Accumulator
@@ -492,6 +479,18 @@ void read_blocks(const Work& work, const Basis& basis, std::size_t firstStep, st
 }
 
 } // namespace
+
+std::vector<std::vector<double>> filters_of(const Grid& grid)
+{
+    Filters out;
+    for (const double nepers : kFilters) {
+        std::vector<double>& filter = out.emplace_back();
+        const auto sums = static_cast<double>(grid.sums);
+        for (std::size_t row = 0; row < grid.rows(); ++row)
+            filter.push_back(exponential(-nepers * static_cast<double>(row / grid.parts()) / sums));
+    }
+    return out;
+}
 
 std::vector<double> packed(const Matrix& columns)
 {

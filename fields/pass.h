@@ -42,6 +42,9 @@ struct Pass
     Search search;
 };
 
+/// Matched filters of a few decays: factors of each row.
+std::vector<std::vector<double>> filters_of(const Grid& grid);
+
 /// What is kept of a block: components and variance of each point, then the residual of the block's projection.
 /// A point that is zero has the variance zero.
 struct BlockLayout

@@ -10,7 +10,7 @@ namespace tessel::fields {
 
 namespace {
 
-constexpr double kNegligible = 2e-3; // of a variance
+constexpr double kNegligible = 1e-2; // of a variance
 constexpr double kPi = 3.14159265358979323846;
 
 /// sqrt(x^2 + y^2) without overflow, the same on every processor.
@@ -18,6 +18,11 @@ double length(double x, double y)
 {
     const Extended a = x, b = y;
     return static_cast<double>(std::sqrt(a * a + b * b));
+}
+
+double square(double x)
+{
+    return x * x;
 }
 
 /// An angle in (-pi, pi].
@@ -174,11 +179,11 @@ Profiles ProfileMaker::profiles(std::size_t firstPoint, std::size_t points, cons
             const std::size_t j = terms[i];
             const Mode& mode = modes_[j];
             Eigen::Matrix2d spread = variance * mode.covariance;
-            double bound = 0;
+            double bound = 0; // as if poles erred independently, but for a factor of two
             for (std::size_t l = 0; l < modes_.size(); ++l)
-                bound += strength_(static_cast<Index>(j), static_cast<Index>(l)) * sizes[l];
+                bound += square(strength_(static_cast<Index>(j), static_cast<Index>(l)) * sizes[l]);
             const Index width = columns.widths[j];
-            if (bound * bound > kNegligible * spread.topLeftCorner(width, width).trace()) {
+            if (2 * bound > kNegligible * spread.topLeftCorner(width, width).trace()) {
                 // the columns of d coefficient / d parameter: -c for a decay, i c for an angle
                 turned.setZero();
                 for (std::size_t l = 0; l < modes_.size(); ++l) {
@@ -189,7 +194,7 @@ Profiles ProfileMaker::profiles(std::size_t firstPoint, std::size_t points, cons
                     if (!poles_.terms[l].real)
                         turned.block(0, to + 1, width, 1) = block * Eigen::Vector2d(-v[1], v[0]).head(w);
                 }
-                spread += turned * covariance_ * turned.transpose();
+                spread += turned.lazyProduct(covariance_).eval().lazyProduct(turned.transpose());
             }
             const Eigen::Vector2d v = value(j);
             const double size = sizes[j];
