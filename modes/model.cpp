@@ -130,7 +130,7 @@ Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std
             const auto c = static_cast<Eigen::Index>(j);
             const Extended from = static_cast<Extended>(begin) - static_cast<Extended>(term.origin);
             const Extended largest = std::max(-term.decay * from, -term.decay * (from + Extended(length)));
-            live[j] = largest > kNegligible;
+            live[j] = largest > kNegligible ? 1 : 0;
             // a recurrence in extended precision, begun anew before its rounding shows in a double
             const bool anew = begin % (64 * kTile) == 0 || !(std::abs(start[j].real()) + std::abs(start[j].imag()) > 0);
             if (live[j])
