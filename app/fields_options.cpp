@@ -182,8 +182,10 @@ FieldsCommandLine parse_fields_command_line(const std::vector<std::string>& argu
     check_units(options.unit, {options.spacing, options.start, options.lowest, options.highest});
     if (!given("--output")) {
         const std::size_t name = options.file.rfind('/') + 1, dot = options.file.rfind('.');
-        options.output =
-            options.file.substr(0, dot != options.file.npos && dot > name ? dot : options.file.npos) + "-modes.h5";
+        options.output = options.file;
+        if (dot != options.file.npos && dot > name)
+            options.output.resize(dot);
+        options.output += "-modes.h5";
     } else if (options.output.empty() || options.output.back() == '/') {
         throw UsageError("--output: " + quote(options.output) + " is no file");
     }

@@ -31,7 +31,7 @@ std::string take(std::string_view& bytes)
 {
     std::uint64_t length = 0;
     std::memcpy(&length, bytes.data(), sizeof length);
-    const std::string text(bytes.substr(sizeof length, length));
+    std::string text(bytes.substr(sizeof length, length));
     bytes.remove_prefix(sizeof length + length);
     return text;
 }

@@ -378,7 +378,8 @@ void FieldFile::set_timing(const Reading& reading, app::Columns columns, std::si
     }
     const bool byCommandLine = counted && !columns.spacing;
     columns.columns.push_back({"field", std::vector<double>(shape_.steps), {}, false});
-    const app::Record record = app::make_records(std::move(columns), file_, options).at(0);
+    const std::vector<app::Record> records = app::make_records(std::move(columns), file_, options);
+    const app::Record& record = records.at(0);
     shape_.start = record.start;
     shape_.spacing = record.spacing;
     if (byCommandLine) {

@@ -57,8 +57,8 @@ private:
     std::string part(const std::string& path) const { return path + ".part"; }
 
     std::string path_;
-    const Shape& shape_;
-    const Provenance& provenance_;
+    const Shape shape_;
+    const Provenance provenance_;
     Team& team_;
     std::function<bool()> interrupted_;
     std::size_t memory_, modes_ = 0;

@@ -42,7 +42,7 @@ def write(folder, name="field.h5", data=None, attribute=("dt", DT), **how):
 def run(*arguments, ranks=0, status=0, **how):
     # As root too, and where a container forbids processes to copy from each other.
     environment = {**os.environ, "OMPI_ALLOW_RUN_AS_ROOT": "1", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
-                   "OMPI_MCA_btl_vader_single_copy_mechanism": "none"}
+                   "OMPI_MCA_btl_vader_single_copy_mechanism": "none", "ASAN_OPTIONS": "detect_leaks=0"}
     start = ["mpirun", "--oversubscribe", "--bind-to", "none", "-n", str(ranks)] if ranks else []
     done = subprocess.run([*start, COMMAND, *arguments], capture_output=True, timeout=300, env=environment, **how)
     out, err = done.stdout.decode(), done.stderr.decode()
