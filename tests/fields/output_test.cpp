@@ -16,11 +16,12 @@ using app::Id;
 
 namespace {
 
+// As the program: at exit HDF5 would write the rest of the files that did not fit, and fault. Before its first use.
+[[maybe_unused]] const herr_t kNothingAtExit = H5dont_atexit();
+
 class Files : public testing::Test
 {
 protected:
-    // As the program: at exit HDF5 would write the rest of the files that did not fit, and fault.
-    static void SetUpTestSuite() { H5dont_atexit(); }
     Files() : folder_(testing::TempDir() + "/tessel-output-" + std::to_string(getpid()))
     {
         std::filesystem::create_directory(folder_);
