@@ -200,9 +200,8 @@ public:
 /// @throws InputError      if the input cannot be analysed
 /// @throws Stopped         if Options::progress returned false; what it throws itself passes through
 /// @throws std::bad_alloc  if memory cannot be had
-/// @par Limits  White noise. Records below some 100 samples, lines above 0.4 cycles a sample in a real record, and
-/// drives
-///   that come back after their end are found less reliably; see the remarks of the result.
+/// @par Limits  Stationary noise, white or coloured. Records below some 100 samples, lines above 0.4 cycles a sample in a
+///   real record, and drives that come back after their end are found less reliably; see the remarks of the result.
 /// @par State  None. Any number of threads may call at once. The same input gives the same result, to the
 ///   bit, on every processor. Nothing is printed.
 /// @par Source  G. H. Golub, V. Pereyra, SIAM J. Numer. Anal. 10 (1973) 413 and L. Kaufman, BIT 15 (1975) 49 (variable
@@ -287,8 +286,9 @@ struct JointResult {
 /// @throws InputError      if the input cannot be analysed; its text names the record, from 0
 /// @throws Stopped         if Options::progress returned false; what it throws itself passes through
 /// @throws std::bad_alloc  if memory cannot be had
-/// @par Limits  White noise. A drive ends at one instant for all records. Starts are taken to the nearest sample of the
-///   earliest record's grid when that instant is looked for, and only then.
+/// @par Limits  White noise that is independent from record to record: noise in common is taken for modes. A drive ends
+///   at one instant for all records. Starts are taken to the nearest sample of the earliest record's grid when that
+///   instant is looked for, and only then.
 /// @par State  None, as of analyse().
 /// @par Source  G. H. Golub, R. J. LeVeque, Proc. 1979 Army Numerical Analysis and Computers Conf., 1 (variable projection
 ///   with several right sides).
