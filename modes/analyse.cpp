@@ -24,7 +24,8 @@ constexpr double kDepths[] = {6e-16, 1e-9};
 // The same in single precision, of its rounding. The steps of a simulation round too: what they leave lies above the
 // noise between lines, and excites every mode of a grid.
 constexpr double kDepthsSingle[] = {2, 16};
-// Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of.
+// Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of. Nor is what is weaker
+// than the rounding of the record's largest sample.
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
@@ -149,7 +150,8 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     bool slow = false;
     for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
         Mode mode = modes[j];
-        if (highest_amplitude(mode) < least * strongest || fit.significance[j] < required * local[j])
+        if (highest_amplitude(mode) < std::max(least * strongest, kDouble) ||
+            fit.significance[j] < required * local[j])
             continue;
         mode.amplitude *= unit;
         mode.amplitudeError *= unit;

@@ -17,9 +17,15 @@ constexpr std::size_t kPatience = 6;      // rounds after which a fit far from t
 constexpr std::size_t kQuickPatience = 2; // the same, where another way is left
 constexpr int kSteps = 8;                 // of refinement in a round
 constexpr std::size_t kNuisanceRounds = 3;
-constexpr double kLikely = 9;   // half the gain in chi^2 of a term that is likely
-constexpr Extended kShort = 16; // nepers over the record: a short life
-constexpr Extended kSlow = 6;   // of the distance of a pole from zero, over the record
+constexpr std::size_t kManyCandidates = 64;
+constexpr std::size_t kMostTried = 8; // of them a round
+constexpr double kPossible = 5;       // score in the residual: neighbours take up most of what a missing term leaves
+constexpr double kLikely = 9;         // half the gain in chi^2 of a term that is likely
+constexpr Extended kBeside = 3;       // widths of two lines that overlap
+constexpr Extended kLeastDecay = 2;   // nepers over the record
+constexpr Extended kShort = 16;       // the same: a short life
+constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
+constexpr Extended kSlow = 6; // of the distance of a pole from zero, over the record
 // Of its terms' amplitudes: what two terms, or more, leave of each other where they imitate a drive.
 constexpr double kCancelled = 0.25;
 constexpr double kCancelledMany = 0.35;
@@ -177,20 +183,28 @@ Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effor
 std::size_t add_nuisance(const Series& series, Fit& fit, const Watch& watch)
 {
     const std::size_t n = series.size();
+    const auto samples = static_cast<Extended>(n);
+    const auto beside = [&](const Term& c, const Term& t) {
+        return std::abs(c.angle - t.angle) < kBeside * (kTwoPi / samples + std::abs(c.decay) + std::abs(t.decay));
+    };
     std::size_t added = 0;
     for (std::size_t round = 0; round < kNuisanceRounds && !watch.exhausted(); ++round) {
         Refined model{fit.terms, fit.chiSquare, 0};
-        for (const Candidate& c : search(series, model.terms, n, 3, kLikely / chance_score(n)))
-            if (c.term.origin == 0 && c.term.decay * static_cast<Extended>(n) > kShort) {
-                Terms more = model.terms;
-                more.push_back(c.term);
-                const Refined next = refine(series, more, n, kSteps);
-                watch.spend(next, n);
-                const Term& last = next.terms.back();
-                if (model.chiSquare - next.chiSquare > 2 * kLikely && last.origin == 0 &&
-                    last.decay * static_cast<Extended>(n) > kShort)
-                    model = next;
-            }
+        std::size_t tried = 0;
+        for (const Candidate& c : search(series, model.terms, n, kManyCandidates, kPossible / chance_score(n))) {
+            if (c.term.origin != 0 || c.term.decay * samples < kLeastDecay ||
+                std::none_of(model.terms.begin(), model.terms.end(), [&](const Term& t) { return beside(c.term, t); }))
+                continue;
+            if (++tried > kMostTried || watch.exhausted())
+                break;
+            Terms more = model.terms;
+            more.push_back(c.term);
+            const Refined next = refine(series, more, n, kSteps);
+            watch.spend(next, n);
+            const Term& last = next.terms.back();
+            if (model.chiSquare - next.chiSquare > 2 * kLikely && last.origin == 0 && last.decay * samples > kShort)
+                model = next;
+        }
         if (model.terms.size() == fit.terms.size())
             break;
         added += model.terms.size() - fit.terms.size();
