@@ -5,6 +5,7 @@
 #include "modes/record.h"
 #include "modes/remarks.h"
 #include "modes/rounding.h"
+#include "modes/select.h"
 
 #include "common/elementary.h"
 
@@ -24,8 +25,8 @@ constexpr double kDepths[] = {6e-16, 1e-9};
 // The same in single precision, of its rounding. The steps of a simulation round too: what they leave lies above the
 // noise between lines, and excites every mode of a grid.
 constexpr double kDepthsSingle[] = {2, 16};
-// Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of. Nor is what is weaker
-// than the rounding of the record's largest sample.
+// Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of. Nor is what is
+// weaker than the rounding of the record's largest sample.
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
 constexpr double kDouble = 0x1p-53;
@@ -72,7 +73,7 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
         }
         if (late.good)
             late = walk_to_drive(record, std::move(late), watch);
-        if (late.good && (!stage.good || cost(late) < cost(stage))) {
+        if (late.good && (!stage.good || cancel(stage.series, stage.fit.terms) || cost(late) < cost(stage))) {
             stage = std::move(late);
             stage.skipped = stage.first > 0;
         }
@@ -109,6 +110,8 @@ std::vector<double> local_noise(const Stage& stage)
 {
     const Series& series = stage.series;
     const std::size_t n = series.size(), width = series.complex() ? 2 : 1;
+    // where amplitudes walk, what they leave belongs to the noise that the significance knows
+    const double usual = stage.fit.walks ? std::max(1.0, stage.fit.chiSquare / freedom(series, stage.fit.terms, n)) : 1;
     std::vector<double> residual, out;
     evaluate(series, stage.fit.terms, n, &residual);
     for (const Term& term : stage.fit.terms) {
@@ -121,7 +124,7 @@ std::vector<double> local_noise(const Stage& stage)
                 sum += residual[part * n + at] * residual[part * n + at] * series.weightAt(at);
         }
         const auto values = static_cast<double>(count * width);
-        out.push_back(std::max(1.0, sum / values - kChance * std::sqrt(2 / values)));
+        out.push_back(std::max(1.0, sum / values / usual - kChance * std::sqrt(2 / values)));
     }
     return out;
 }
@@ -150,8 +153,7 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     bool slow = false;
     for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
         Mode mode = modes[j];
-        if (highest_amplitude(mode) < std::max(least * strongest, kDouble) ||
-            fit.significance[j] < required * local[j])
+        if (highest_amplitude(mode) < std::max(least * strongest, kDouble) || fit.significance[j] < required * local[j])
             continue;
         mode.amplitude *= unit;
         mode.amplitudeError *= unit;

@@ -22,7 +22,7 @@ constexpr std::size_t kMostTried = 8; // of them a round
 constexpr double kPossible = 5;       // score in the residual: neighbours take up most of what a missing term leaves
 constexpr double kLikely = 9;         // half the gain in chi^2 of a term that is likely
 constexpr Extended kBeside = 3;       // widths of two lines that overlap
-constexpr Extended kLeastDecay = 2;   // nepers over the record
+constexpr Extended kLeastDecay = 1;   // nepers over the record
 constexpr Extended kShort = 16;       // the same: a short life
 constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
 constexpr Extended kSlow = 6; // of the distance of a pole from zero, over the record
@@ -77,7 +77,25 @@ Refined complete(const Series& series, Terms terms, std::size_t n, std::size_t m
     return model;
 }
 
+/// Terms that are a drift together, and may cancel.
+bool slow(const Term& term, std::size_t samples)
+{
+    return std::abs(term.decay) + std::abs(term.angle) < kSlow / static_cast<Extended>(samples);
+}
+
 } // namespace
+
+bool cancel(const Series& series, const Terms& terms)
+{
+    const std::size_t head = std::min<std::size_t>(series.size(), 16);
+    double sum = 0, peak = 0;
+    for (const Term& term : terms)
+        if (term.origin == 0 && term.decay > 0 && !slow(term, series.size()))
+            sum += std::abs(term.c);
+    for (std::size_t k = 0; k < head; ++k)
+        peak = std::max(peak, std::abs(series.re[k]));
+    return sum > 30 * peak;
+}
 
 bool imitates_drive(const Series& series, const Terms& terms, double highest)
 {
@@ -88,23 +106,15 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
         const Term* term;
     };
     std::vector<Short> life;
-    double sum = 0, peak = 0;
     for (const Term& term : terms) {
-        if (term.origin != 0 || term.decay <= 0)
-            continue;
-        // slow terms that cancel are a drift
-        if (std::abs(term.decay) + std::abs(term.angle) < kSlow / static_cast<Extended>(series.size()))
+        if (term.origin != 0 || term.decay <= 0 || slow(term, series.size()))
             continue;
         const double above = std::abs(term.c) / sigma;
-        sum += std::abs(term.c);
         if (above > 1 && term.decay < 1) { // of shorter life: an artefact of the first sample
             const double samples = logarithm(above) / static_cast<double>(term.decay);
             life.push_back({samples * highest, samples, &term});
         }
     }
-    const std::size_t head = std::min<std::size_t>(series.size(), 16);
-    for (std::size_t k = 0; k < head; ++k)
-        peak = std::max(peak, std::abs(series.re[k]));
     std::sort(life.begin(), life.end(), [](const Short& a, const Short& b) { return a.periods < b.periods; });
     std::size_t many = 0; // terms in less than their share of periods
     for (std::size_t j = 0; j < life.size(); ++j) {
@@ -131,8 +141,7 @@ bool imitates_drive(const Series& series, const Terms& terms, double highest)
         if (whole < (many > 2 ? kCancelledMany : kCancelled) * parts)
             return true;
     }
-    // modes that cancel at the beginning: residues much larger than the record
-    return sum > 30 * peak;
+    return cancel(series, terms);
 }
 
 Fit continue_fit(const Series& series, Terms terms, std::size_t mostModes, Effort effort, const Watch& watch,

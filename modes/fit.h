@@ -84,6 +84,9 @@ private:
     const Watch* whole_ = nullptr;
 };
 
+/// Whether terms cancel at the beginning: their residues are much larger than the samples.
+bool cancel(const Series& series, const Terms& terms);
+
 /// Whether terms of short life crowd at the beginning, or cancel there, as they do when they imitate a drive.
 bool imitates_drive(const Series& series, const Terms& terms, double highest);
 

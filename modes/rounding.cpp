@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
 
 namespace tessel::modes {
@@ -14,6 +15,8 @@ constexpr double kNearest = 2.5; // bins: from the main lobe's half on
 constexpr double kFarthest = 9;
 constexpr double kShown = 3;   // of the white noise, at kNearest: a foot that counts
 constexpr double kLikely = 30; // of the white noise at a bin, of what all lines have: some three standard errors of it
+constexpr std::size_t kAround = 9; // lines, at most, that tell what a walk usually is
+constexpr double kUsual = 1.5;     // of the second largest walk around a line: what its own may be
 constexpr double kPi = 3.14159265358979323846;
 
 /// Periodogram of the weighted residual, mean 1 for white noise of the series' weights; its length is that of the
@@ -129,9 +132,27 @@ Feet feet_of(const Series& series, const Terms& terms, std::size_t n, const std:
     const double certain = kLikely * feet.level * resolution * resolution / std::sqrt(static_cast<double>(all.size()));
     feet.common = common > certain ? common : 0;
     const double all_have = common < least ? 0 : common / 4;
+    // Walks vary with the probe's place in each mode, and little with the frequency. One that is far larger than those
+    // around it is no walk: another line, not in the model yet, stands in the foot.
+    const auto usual = [&](std::size_t j) {
+        std::vector<std::size_t> known;
+        for (std::size_t i = 0; i < terms.size(); ++i)
+            if (i != j && own[i] >= 0)
+                known.push_back(i);
+        std::stable_sort(known.begin(), known.end(), [&](std::size_t a, std::size_t b) {
+            return std::abs(terms[a].angle - terms[j].angle) < std::abs(terms[b].angle - terms[j].angle);
+        });
+        known.resize(std::min(known.size(), kAround));
+        std::vector<double> around;
+        for (const std::size_t i : known)
+            around.push_back(own[i]);
+        std::sort(around.begin(), around.end(), std::greater<>());
+        const bool most_walk = around.size() > kAround / 2 && around[around.size() / 2] > 0;
+        return most_walk ? kUsual * around[1] : most;
+    };
     bool any = feet.common > 0;
     for (std::size_t j = 0; j < terms.size(); ++j) {
-        double walk = std::min(own[j], most);
+        double walk = std::min({own[j], most, usual(j)});
         if (walk < least / kShown)
             walk = 0;
         feet.walk.push_back(std::max(walk, all_have));
