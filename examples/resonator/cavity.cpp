@@ -39,26 +39,29 @@ constexpr long double kPi = std::numbers::pi_v<long double>;
 struct Shape
 {
     Index m, n;
-    long double q;    ///< turns the field into its second difference in time, without loss
-    long double seen; ///< couples the field at the source to the mode and the mode to the field at the probe
+    long double q;      ///< turns the field into its second difference in time, without loss
+    long double driven; ///< couples the field at the source to the mode
+    long double seen;   ///< and the mode to the field at the probe
 };
+
+/// sin(pi waves node / cells) with its argument reduced while it is whole
+long double sine(Index waves, Index node, Index cells)
+{
+    return std::sin(kPi * static_cast<long double>(waves * node % (2 * cells)) / static_cast<long double>(cells));
+}
 
 std::vector<Shape> shapes(const Cavity& cavity)
 {
-    // sin(pi waves node / cells) with its argument reduced while it is whole
-    const auto sine = [](Index waves, Index node, Index cells) {
-        return std::sin(kPi * static_cast<long double>(waves * node % (2 * cells)) / static_cast<long double>(cells));
-    };
     const auto [keep, curl, induce] = cavity.coefficients();
     const Index nx = cavity.cells_x, ny = cavity.cells_y;
     std::vector<Shape> result;
     for (Index m = 1; m < nx; ++m)
         for (Index n = 1; n < ny; ++n) {
             const long double sine_x = sine(m, 1, 2 * nx), sine_y = sine(n, 1, 2 * ny);
-            result.push_back({m, n, 4.0L * curl * induce * (sine_x * sine_x + sine_y * sine_y),
-                              4.0L / static_cast<long double>(nx * ny) * sine(m, cavity.source.i, nx) *
-                                  sine(n, cavity.source.j, ny) * sine(m, cavity.probe.i, nx) *
-                                  sine(n, cavity.probe.j, ny)});
+            result.push_back(
+                {m, n, 4.0L * curl * induce * (sine_x * sine_x + sine_y * sine_y),
+                 4.0L / static_cast<long double>(nx * ny) * sine(m, cavity.source.i, nx) * sine(n, cavity.source.j, ny),
+                 sine(m, cavity.probe.i, nx) * sine(n, cavity.probe.j, ny)});
         }
     return result;
 }
@@ -108,7 +111,7 @@ Complex Cavity::current_spectrum(double frequency) const
     return sum * std::sqrt(step) * time_step(); // the first current flows after half a step
 }
 
-Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
+Record simulate(const Cavity& cavity, const OnStep& on_step)
 {
     const Index nx = cavity.cells_x, ny = cavity.cells_y;
     const auto [keep_e, step_e, step_h] = cavity.coefficients();
@@ -143,7 +146,7 @@ Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step)
         }
         source -= kick_after(cavity, step);
         record.values.push_back(probe);
-        on_step(step + 1);
+        on_step(step + 1, ez);
     }
     return record;
 }
@@ -182,9 +185,20 @@ std::vector<CavityMode> exact_modes(const Cavity& cavity)
         ExtendedComplex sum = 0.0L; // of change(l) z^-l, by Horner's rule
         for (auto change = changes.rbegin(); change != changes.rend(); ++change)
             sum = sum * back + *change;
-        modes.push_back({shape.m, shape.n, step / dt, shape.seen * sum / (z - std::conj(z))});
+        const ExtendedComplex strength = shape.driven * sum / (z - std::conj(z));
+        modes.push_back({shape.m, shape.n, step / dt, shape.seen * strength, strength});
     }
     return modes;
+}
+
+std::pair<std::vector<long double>, std::vector<long double>> shape_of(const Cavity& cavity, const CavityMode& mode)
+{
+    std::pair<std::vector<long double>, std::vector<long double>> shape;
+    for (Index i = 0; i <= cavity.cells_x; ++i)
+        shape.first.push_back(sine(mode.m, i, cavity.cells_x));
+    for (Index j = 0; j <= cavity.cells_y; ++j)
+        shape.second.push_back(sine(mode.n, j, cavity.cells_y));
+    return shape;
 }
 
 /// In the equation above with e(k) = E z^k and I(k+1/2) = z^(k+1/2), |z| = 1.
@@ -200,7 +214,7 @@ std::vector<Complex> exact_response(const Cavity& cavity, const std::vector<doub
         Complex sum = 0.0;
         for (const Shape& shape : all) {
             const Complex denominator = unshifted + static_cast<double>(shape.q);
-            sum += static_cast<double>(shape.seen) / std::norm(denominator) * std::conj(denominator);
+            sum += static_cast<double>(shape.driven * shape.seen) / std::norm(denominator) * std::conj(denominator);
         }
         result.push_back(curl / cavity.cell * (std::conj(half) - half) * sum);
     }

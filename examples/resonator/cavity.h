@@ -3,6 +3,7 @@
 #include "examples/resonator/record.h"
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace resonator {
@@ -51,13 +52,14 @@ struct Cavity
 };
 
 /// A mode of the discrete cavity with m and n half waves along x and y. What the probe sees of it, from the end of the
-/// pulse on, is residue * exp(pole * t) plus the complex conjugate. In extended precision: the record determines a
-/// strong mode more precisely than a double holds.
+/// pulse on, is residue * exp(pole * t) plus the complex conjugate; at any node it is strength * shape. In extended
+/// precision: the record determines a strong mode more precisely than a double holds.
 struct CavityMode
 {
     Index m, n;
-    ExtendedComplex pole;    ///< [1/s]
-    ExtendedComplex residue; ///< [V/m]
+    ExtendedComplex pole;          ///< [1/s]
+    ExtendedComplex residue;       ///< [V/m]
+    ExtendedComplex strength = {}; ///< [V/m]
 
     long double frequency() const; ///< [Hz]
     long double quality() const;
@@ -65,9 +67,15 @@ struct CavityMode
     ExtendedComplex residue_at(long double t) const { return residue * std::exp(pole * t); }
 };
 
+/// What is told of each step: the number of steps made, and Ez [V/m] at all (cells_x + 1) * (cells_y + 1) nodes, those
+/// of equal i one behind the other.
+using OnStep = std::function<void(Index, const std::vector<double>&)>;
+
 /// Steps the cavity from rest. The record holds Ez at the probe [V/m] before the first step and after each.
-/// `on_step` is told the number of steps made.
-Record simulate(const Cavity& cavity, const std::function<void(Index)>& on_step);
+Record simulate(const Cavity& cavity, const OnStep& on_step);
+
+/// sin(m pi i / cells_x) over i = 0..cells_x of a mode, and sin(n pi j / cells_y) over j: its shape is their product.
+std::pair<std::vector<long double>, std::vector<long double>> shape_of(const Cavity& cavity, const CavityMode& mode);
 
 /// All (cells_x - 1) * (cells_y - 1) modes that the simulation really has: in closed form, of the discrete cavity with
 /// the program's coefficients as rounded. The loss must be small enough that every mode oscillates.

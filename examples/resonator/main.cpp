@@ -2,18 +2,14 @@
 // record with the solvers of the other library; compares all with the exact modes, and draws.
 
 #include "examples/resonator/analysis.h"
+#include "examples/resonator/files.h"
 #include "examples/resonator/output.h"
 #include "examples/resonator/report.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -53,18 +49,10 @@ within 1e-6). 1 if not; 2 if something hinders.
   --help            print this
 )";
 
-/// Prints the current step on a terminal, over the previous one; nothing clears the line.
-void progress(const std::string& text)
-{
-    static const bool watched = isatty(STDERR_FILENO) != 0;
-    if (watched)
-        std::fprintf(stderr, "\r\033[K%s", text.c_str());
-}
-
 Subject simulate_cavity()
 {
     Subject subject;
-    subject.record = simulate(subject.cavity, [&](Index step) {
+    subject.record = simulate(subject.cavity, [&](Index step, const std::vector<double>&) {
         if (step % 100 == 0)
             progress("simulating: " + std::to_string(100 * step / subject.cavity.steps) + " %");
     });
@@ -92,8 +80,7 @@ bool run(const std::string& prefix)
         write_files(prefix, subject.record, findings);
         print_files(prefix, draw_pictures(prefix));
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) // such as a full disk
-        throw std::runtime_error(std::string("standard output: cannot be written: ") + std::strerror(errno));
+    finish_output();
     return met;
 }
 

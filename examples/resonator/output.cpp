@@ -1,55 +1,16 @@
 #include "examples/resonator/output.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "examples/resonator/files.h"
 
-#include <cerrno>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <limits>
-#include <memory>
 #include <numbers>
-#include <stdexcept>
 
 namespace resonator {
 
 namespace {
 
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-
-/// A file that is being written; errors are reported when it is finished.
-class File
-{
-public:
-    explicit File(const std::string& path) : path_(path), file_(std::fopen(path.c_str(), "w"), std::fclose)
-    {
-        if (!file_)
-            fail();
-    }
-
-    [[gnu::format(printf, 2, 3)]] void print(const char* format, ...)
-    {
-        std::va_list values;
-        va_start(values, format);
-        std::vfprintf(file_.get(), format, values);
-        va_end(values);
-    }
-    void finish()
-    {
-        if (std::fflush(file_.get()) != 0 || std::ferror(file_.get()))
-            fail();
-    }
-
-private:
-    [[noreturn]] void fail() const { throw std::runtime_error(path_ + ": cannot be written: " + std::strerror(errno)); }
-
-    std::string path_;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
-};
 
 /// The modes found, at a time counted from the first sample used.
 double model_at(const std::vector<tessel::modes::Mode>& modes, long double time)
@@ -119,37 +80,7 @@ void write_response(const std::string& path, const Response& response)
     file.finish();
 }
 
-/// Draws one picture by the script of that name beside this program. Returns the reason if that fails.
-std::string draw(const char* name, const std::string& prefix)
-{
-    std::error_code ignored;
-    const std::string script = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / name;
-    if (!std::filesystem::exists(script, ignored))
-        return "no picture: " + script + " is missing";
-
-    std::string words[] = {"gnuplot", "-c", script, prefix};
-    char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
-    pid_t child = 0;
-    if (const int status = posix_spawnp(&child, "gnuplot", nullptr, nullptr, arguments, environ); status != 0)
-        return std::string("no picture: gnuplot: ") + std::strerror(status);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0)
-        if (errno != EINTR)
-            return std::string("no picture: gnuplot: ") + std::strerror(errno);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? "" : "no picture: gnuplot failed";
-}
-
 } // namespace
-
-void make_folder(const std::string& prefix)
-{
-    const auto folder = std::filesystem::path(prefix).parent_path();
-    std::error_code status;
-    if (!folder.empty())
-        std::filesystem::create_directories(folder, status);
-    if (status)
-        throw std::runtime_error(folder.string() + ": cannot be made: " + status.message());
-}
 
 void write_files(const std::string& prefix, const Record& record, const Findings& findings)
 {

@@ -6,9 +6,6 @@
 
 namespace resonator {
 
-/// Makes the folder for files of this prefix, if necessary. Throws if it cannot.
-void make_folder(const std::string& prefix);
-
 /// Writes PREFIX-record.dat, -modes.dat, -singular.dat and -response.dat. Throws an error that
 /// names the file if one cannot be written.
 void write_files(const std::string& prefix, const Record& record, const Findings& findings);
