@@ -6,6 +6,8 @@
 #include "app/plot.h"
 #include "app/run.h"
 
+#include <malloc.h>
+
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -20,6 +22,9 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "tessel-modes: %s\n", fault.c_str());
         return started().rank == 0 ? 1 : 0; // the first to fail would end the one that speaks
     }
+    // Arrays of a whole record come and go: their pages stay with the process, which spares faulting them in again.
+    mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    mallopt(M_TRIM_THRESHOLD, 1 << 30);
     try {
         const CommandLine line = parse_command_line({argv + 1, argv + argc});
         if (line.text) {

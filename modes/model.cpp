@@ -161,6 +161,8 @@ Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std
         out.chiSquare += (w * r * r).sum();
         if (complex)
             out.chiSquare += (w * ri * ri).sum();
+        if (residual != nullptr)
+            continue;
         r *= w;
         ri *= w;
         for (std::size_t j = 0; j < count; ++j) {

@@ -61,7 +61,7 @@ struct Evaluation
 };
 
 /// Evaluates the residual r = record - model. With `residual` not null it receives r, in the record's unit (imaginary
-/// part behind the real one for a complex record).
+/// part behind the real one for a complex record), and Evaluation::x and y stay zero.
 Evaluation evaluate(const Series& series, const Terms& terms, std::size_t n, std::vector<double>* residual = nullptr);
 
 /// The inner products of the columns, L = d model / d c and B = d model / d pole at c = 1.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <ostream>
 
 namespace tessel::modes {
 namespace {
@@ -54,6 +55,11 @@ struct Kind
     const char* name;
     std::function<Draft(Random&)> draw;
 };
+
+void PrintTo(const Kind& kind, std::ostream* out)
+{
+    *out << kind.name;
+}
 
 const Kind kKinds[] = {
     {"clean",
