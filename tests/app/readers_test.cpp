@@ -81,12 +81,12 @@ TEST(Text, NamesColumnsAndUnits)
     EXPECT_EQ(all[0].column, "Ez (V/m)");
     EXPECT_EQ(all[1].column, "Hx");
     EXPECT_EQ(all[1].complex, (std::vector<std::complex<double>>{{2, 3}, {5, 6}, {8, 9}}));
-    EXPECT_EQ(all[0].unit.name, "ns");
+    EXPECT_EQ(all[0].unit, (TimeUnit{"ns", -9}));
     EXPECT_EQ(records(text, {"--column", "2"})[0].column, "Ez (V/m)");
     EXPECT_EQ(records(text, {"-c", "Hx,2"}).size(), 2u);
     // A line of units behind the names, as instruments write it.
     const std::vector<Record> scope = records("Time,CH1\nus,V\n0,1\n2,2\n4,1\n");
-    EXPECT_EQ(scope[0].unit.name, "us");
+    EXPECT_EQ(scope[0].unit, (TimeUnit{"us", -6}));
     EXPECT_EQ(scope[0].spacing, 2.0);
     EXPECT_EQ(scope[0].column, "CH1");
 }
