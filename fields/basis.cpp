@@ -1,5 +1,7 @@
 #include "fields/basis.h"
 
+#include "fields/crew.h"
+
 #include <Eigen/QR>
 
 #include <algorithm>
@@ -9,8 +11,10 @@ namespace tessel::fields {
 
 namespace {
 
-constexpr std::ptrdiff_t kRun = 64;        // powers by products, before one is formed anew
-constexpr Extended kNothing = 1e-17L;      // of a slab's columns: nothing of them in a direction
+constexpr std::ptrdiff_t kRun = 64; // powers by products, before one is formed anew
+constexpr double kNothing = 1e-15;  // of a slab's columns: nothing of them in a direction
+constexpr double kWorthwhile = 0.9; // of the work with the columns themselves
+constexpr Index kColumnsOfTask = 8;
 constexpr Extended kLargestNeper = 11000L; // of the range of extended precision
 
 /// exp(x). The exponential of the C library has last bits of the processor's maker.
@@ -62,56 +66,116 @@ Columns::Columns(const Grid& grid, const Terms& terms, std::size_t drift)
     total = linears + modes;
 }
 
-Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit)
+Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit,
+             unsigned threads)
     : grid_(grid),
       terms_(std::move(terms)),
       columns_(grid, terms_, drift),
       drift_(drift),
       unit_(unit),
-      weights_(grid.rows(), unit)
+      weights_(grid.rows(), unit),
+      slabs_(grid.slabs())
 {
     for (std::size_t row = 0; row < weights_.size() && !weights.empty(); ++row)
         weights_[row] = weights[row / grid.parts()] * unit;
     v_ = evaluate(terms_);
-    const Index width = columns_.total;
-    const Eigen::HouseholderQR<ExtendedMatrix> qr(v_);
-    r_ = qr.matrixQR().topRows(width).triangularView<Eigen::Upper>();
-    const ExtendedMatrix q = qr.householderQ() * ExtendedMatrix::Identity(v_.rows(), width);
-    q_ = q.cast<double>();
-
-    packed_.assign(grid.slabs() * kSlab * this->width(), 0);
-    packedEmpty_.assign(grid.slabs() * kSlab * kEmpty, 0);
-    const auto pack = [](const auto& from, const double* weight, double* to) {
-        for (Index begin = 0; begin < from.cols(); begin += kColumnGroup) {
-            const Index end = std::min(from.cols(), begin + static_cast<Index>(kColumnGroup));
-            for (Index row = 0; row < from.rows(); ++row)
-                for (Index c = begin; c < end; ++c)
-                    *to++ = static_cast<double>(from(row, c)) * weight[row];
-        }
-    };
-    for (std::size_t s = 0; s < grid.slabs(); ++s) {
-        const auto from = static_cast<Index>(s * kSlab), rows = static_cast<Index>(grid.rowsOf(s));
-        pack(q_.middleRows(from, rows), this->weights(s), packed_.data() + s * kSlab * this->width());
-        // The last directions of a decomposition that takes the largest columns first.
-        Eigen::ColPivHouseholderQR<ExtendedMatrix> local(q.middleRows(from, rows));
-        local.setThreshold(kNothing);
-        const Index rank = local.rank();
-        const Index count = std::min(rows - rank, static_cast<Index>(kEmpty));
-        emptyCounts_.push_back(static_cast<std::size_t>(count));
-        ExtendedMatrix last = ExtendedMatrix::Zero(rows, count);
-        for (Index c = 0; c < count; ++c)
-            last(rows - count + c, c) = 1;
-        if (count > 0)
-            last.applyOnTheLeft(local.householderQ());
-        pack(last, this->weights(s), packedEmpty_.data() + s * kSlab * kEmpty);
+    {
+        const Eigen::HouseholderQR<Matrix> qr(v_.cast<double>());
+        q_ = qr.householderQ() * Matrix::Identity(v_.rows(), columns_.total);
     }
+    share(threads, slabs_.size(), [&](std::size_t s) { slabs_[s] = slabOf(s); });
+    // Whatever rounding made of the basis: these are the columns in it.
+    r_ = inner(v_, threads);
+}
+
+/// Packs a slab; where the columns are made of directions, the basis becomes what that gives.
+Basis::Slab Basis::slabOf(std::size_t slab)
+{
+    const auto from = static_cast<Index>(slab * kSlab), rows = static_cast<Index>(grid_.rowsOf(slab));
+    const Index width = columns_.total;
+    const auto weight = Eigen::Map<const Vector>(weights_.data() + from, rows).asDiagonal();
+    // The last directions of a decomposition that takes the largest columns first are orthogonal to all.
+    Eigen::ColPivHouseholderQR<Matrix> local(q_.middleRows(from, rows));
+    local.setThreshold(kNothing);
+    const Index rank = local.rank(), count = std::min(rows - rank, static_cast<Index>(kEmpty));
+    const auto directions = [&](Index first, Index some) {
+        Matrix out = Matrix::Zero(rows, some);
+        out.middleRows(first, some).setIdentity();
+        out.applyOnTheLeft(local.householderQ());
+        return out;
+    };
+    Slab out;
+    out.emptyCount = static_cast<std::size_t>(count);
+    if (count > 0)
+        out.empty = packed(weight * directions(rows - count, count));
+    if (static_cast<double>(rank * (rows + width)) < kWorthwhile * static_cast<double>(rows * width)) {
+        const Matrix rectangle = local.matrixR().topRows(rank).template triangularView<Eigen::Upper>();
+        const Matrix columns = rectangle * local.colsPermutation().transpose(), kept = directions(0, rank);
+        q_.middleRows(from, rows).noalias() = kept * columns;
+        out.rank = static_cast<std::size_t>(rank);
+        out.rows = packed(weight * kept);
+        out.columns = packed(columns);
+    } else {
+        out.rows = packed(weight * q_.middleRows(from, rows));
+    }
+    return out;
+}
+
+void Basis::addComponents(std::size_t slab, const double* x, double* y) const
+{
+    const Kernels& use = kernels();
+    const Slab& own = slabs_[slab];
+    const std::size_t rows = grid_.rowsOf(slab);
+    if (own.rank == 0)
+        return use.product(rows, width(), own.rows.data(), x, y);
+    alignas(64) double parts[kSlab * kTile];
+    std::fill_n(parts, own.rank * kTile, 0.0);
+    use.product(rows, own.rank, own.rows.data(), x, parts);
+    use.product(own.rank, width(), own.columns.data(), parts, y);
+}
+
+/// The transposed basis times columns. Products of doubles are summed in extended precision; what the columns hold
+/// beyond doubles is small.
+ExtendedMatrix Basis::inner(const ExtendedMatrix& v, unsigned threads) const
+{
+    const Matrix high = v.cast<double>(), low = (v - high.cast<Extended>()).cast<double>();
+    ExtendedMatrix out = (q_.transpose() * low).cast<Extended>();
+    const Index width = q_.cols(), rows = q_.rows(), slab = static_cast<Index>(kSlab);
+    const auto tasks = static_cast<std::size_t>((v.cols() + kColumnsOfTask - 1) / kColumnsOfTask);
+    share(threads, tasks, [&](std::size_t task) {
+        const Index first = static_cast<Index>(task) * kColumnsOfTask;
+        const Index end = std::min(first + kColumnsOfTask, v.cols());
+        for (Index from = 0; from < rows; from += slab) {
+            const Index stop = std::min(from + slab, rows);
+            for (Index c = first; c < end; ++c)
+                for (Index i = 0; i < width; i += 4) {
+                    // Four sums hide that each waits for its last term.
+                    const double* const x = &high(0, c);
+                    const double* q[4];
+                    for (Index n = 0; n < 4; ++n)
+                        q[n] = &q_(0, std::min(i + n, width - 1));
+                    Extended a = 0, b = 0, d = 0, e = 0;
+                    for (Index k = from; k < stop; ++k) {
+                        const auto value = static_cast<Extended>(x[k]);
+                        a += value * static_cast<Extended>(q[0][k]);
+                        b += value * static_cast<Extended>(q[1][k]);
+                        d += value * static_cast<Extended>(q[2][k]);
+                        e += value * static_cast<Extended>(q[3][k]);
+                    }
+                    const Extended sums[] = {a, b, d, e};
+                    for (Index n = 0; n < std::min<Index>(4, width - i); ++n)
+                        out(i + n, c) += sums[n];
+                }
+        }
+    });
+    return out;
 }
 
 std::size_t Basis::emptyTotal() const
 {
     std::size_t total = 0;
-    for (const std::size_t count : emptyCounts_)
-        total += count;
+    for (const Slab& slab : slabs_)
+        total += slab.emptyCount;
     return total;
 }
 
@@ -178,6 +242,16 @@ Vector Basis::outside(const Terms& terms) const
     const Matrix inside = q_.transpose() * change;
     change.noalias() -= q_ * inside;
     return change.colwise().squaredNorm().transpose();
+}
+
+std::vector<double> packed(const Matrix& columns)
+{
+    std::vector<double> out;
+    for (Index begin = 0; begin < columns.cols(); begin += kColumnGroup)
+        for (Index row = 0; row < columns.rows(); ++row)
+            for (Index c = begin; c < std::min(columns.cols(), begin + static_cast<Index>(kColumnGroup)); ++c)
+                out.push_back(columns(row, c));
+    return out;
 }
 
 } // namespace tessel::fields

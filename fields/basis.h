@@ -61,7 +61,9 @@ public:
     /// @param drift    degree of the polynomial that every record may hold beside the modes
     /// @param weights  of each sum, by which records and columns are multiplied; none: 1
     /// @param unit     power of two by which records are multiplied too, so that no square leaves the range
-    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {}, double unit = 1);
+    /// @param threads  that make it, whose number reaches no bit
+    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {}, double unit = 1,
+          unsigned threads = 1);
 
     const Grid& grid() const { return grid_; }
     const Terms& terms() const { return terms_; }
@@ -76,11 +78,13 @@ public:
     double unit() const { return unit_; }
     /// The weights of the rows times the unit.
     const double* weights(std::size_t slab) const { return weights_.data() + slab * kSlab; }
-    /// The basis times these weights, and in each slab a few directions, times them too, that are orthogonal to
-    /// all columns there: packed for Kernels::product.
-    const double* slab(std::size_t slab) const { return packed_.data() + slab * kSlab * width(); }
-    const double* empty(std::size_t slab) const { return packedEmpty_.data() + slab * kSlab * kEmpty; }
-    std::size_t emptyCount(std::size_t slab) const { return emptyCounts_[slab]; }
+    /// Adds to the components of a tile what a slab of it has: y(c, p) + sum over the rows of w(row) q(row, c) x(row,
+    /// p).
+    void addComponents(std::size_t slab, const double* x, double* y) const;
+    /// A few directions of a slab, times the weights, that are orthogonal to all columns there: packed for
+    /// Kernels::product.
+    const double* empty(std::size_t slab) const { return slabs_[slab].empty.data(); }
+    std::size_t emptyCount(std::size_t slab) const { return slabs_[slab].emptyCount; }
     std::size_t emptyTotal() const;
     const Matrix& matrix() const { return q_; }
 
@@ -88,8 +92,19 @@ public:
     std::size_t origin(std::size_t term) const { return terms_[term].decay < 0 ? grid_.sums - 1 : 0; }
 
 private:
+    /// The rows of a slab times the weights, packed for Kernels::product: the columns or, where that is less work, the
+    /// few directions that slow columns span there, and the columns in terms of them.
+    struct Slab
+    {
+        std::size_t rank = 0; ///< number of directions; 0: the columns
+        std::vector<double> rows, columns, empty;
+        std::size_t emptyCount = 0;
+    };
+
     ExtendedMatrix evaluate(const Terms& terms) const;
     Matrix moved(const Terms& terms) const;
+    Slab slabOf(std::size_t slab);
+    ExtendedMatrix inner(const ExtendedMatrix& v, unsigned threads) const;
 
     Grid grid_;
     Terms terms_;
@@ -98,8 +113,11 @@ private:
     double unit_;
     ExtendedMatrix v_, r_;
     Matrix q_;
-    std::vector<double> weights_, packed_, packedEmpty_;
-    std::vector<std::size_t> emptyCounts_;
+    std::vector<double> weights_;
+    std::vector<Slab> slabs_;
 };
+
+/// Columns of a matrix for Kernels::product: group by group, there row by row.
+std::vector<double> packed(const Matrix& columns);
 
 } // namespace tessel::fields

@@ -149,7 +149,7 @@ private:
         double lanes[kSlab * 8] = {};
         for (std::size_t t = 0; t < tiles_; ++t) {
             const double* x = &samples_[t * kTileStride];
-            use.product(rows, basis.width(), basis.slab(slab), x, &y_[t * basis.width() * kTile]);
+            basis.addComponents(slab, x, &y_[t * basis.width() * kTile]);
             use.squares(rows, basis.weights(slab), x, &energy_[t * kTile]);
             double noise[kEmpty * kTile] = {};
             use.product(rows, count, basis.empty(slab), x, noise);
@@ -489,16 +489,6 @@ std::vector<std::vector<double>> filters_of(const Grid& grid)
         for (std::size_t row = 0; row < grid.rows(); ++row)
             filter.push_back(exponential(-nepers * static_cast<double>(row / grid.parts()) / sums));
     }
-    return out;
-}
-
-std::vector<double> packed(const Matrix& columns)
-{
-    std::vector<double> out;
-    for (Index begin = 0; begin < columns.cols(); begin += kColumnGroup)
-        for (Index row = 0; row < columns.rows(); ++row)
-            for (Index c = begin; c < std::min(columns.cols(), begin + static_cast<Index>(kColumnGroup)); ++c)
-                out.push_back(columns(row, c));
     return out;
 }
 

@@ -61,7 +61,4 @@ Pass run_pass(Work& work, const Basis& basis, std::size_t firstStep);
 /// The name under which a store keeps the blocks of a pass.
 std::string pass_name(const Basis& basis, std::size_t firstStep);
 
-/// Columns of a matrix for Kernels::product: group by group, there row by row.
-std::vector<double> packed(const Matrix& columns);
-
 } // namespace tessel::fields
