@@ -48,7 +48,7 @@ public:
         for (;;) {
             if (start_.terms.empty())
                 return silent();
-            const Basis basis = make_basis(work_.shape(), start_, work_.options.threads);
+            const Basis basis(make_span(work_.shape(), start_, work_.options.threads));
             const Pass pass = run_pass(work_, basis, start_.firstStep);
             const Poles poles = solve_poles(basis, pass.sums);
             if (!poles.settled && start_.passes + 1 < kMostPasses) {

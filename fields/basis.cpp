@@ -66,26 +66,28 @@ Columns::Columns(const Grid& grid, const Terms& terms, std::size_t drift)
     total = linears + modes;
 }
 
-Basis::Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit,
-             unsigned threads)
+Span::Span(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit,
+           unsigned threads)
     : grid_(grid),
       terms_(std::move(terms)),
       columns_(grid, terms_, drift),
       drift_(drift),
       unit_(unit),
-      weights_(grid.rows(), unit),
-      slabs_(grid.slabs())
+      threads_(threads),
+      weights_(grid.rows(), unit)
 {
     for (std::size_t row = 0; row < weights_.size() && !weights.empty(); ++row)
         weights_[row] = weights[row / grid.parts()] * unit;
     v_ = evaluate(terms_);
-    {
-        const Eigen::HouseholderQR<Matrix> qr(v_.cast<double>());
-        q_ = qr.householderQ() * Matrix::Identity(v_.rows(), columns_.total);
-    }
-    share(threads, slabs_.size(), [&](std::size_t s) { slabs_[s] = slabOf(s); });
+    const Eigen::HouseholderQR<Matrix> qr(v_.cast<double>());
+    q_ = qr.householderQ() * Matrix::Identity(v_.rows(), columns_.total);
+}
+
+Basis::Basis(Span span) : Span(std::move(span)), slabs_(grid_.slabs())
+{
+    share(threads_, slabs_.size(), [&](std::size_t s) { slabs_[s] = slabOf(s); });
     // Whatever rounding made of the basis: these are the columns in it.
-    r_ = inner(v_, threads);
+    r_ = inner(v_);
 }
 
 /// Packs a slab; where the columns are made of directions, the basis becomes what that gives.
@@ -136,13 +138,13 @@ void Basis::addComponents(std::size_t slab, const double* x, double* y) const
 
 /// The transposed basis times columns. Products of doubles are summed in extended precision; what the columns hold
 /// beyond doubles is small.
-ExtendedMatrix Basis::inner(const ExtendedMatrix& v, unsigned threads) const
+ExtendedMatrix Basis::inner(const ExtendedMatrix& v) const
 {
     const Matrix high = v.cast<double>(), low = (v - high.cast<Extended>()).cast<double>();
     ExtendedMatrix out = (q_.transpose() * low).cast<Extended>();
     const Index width = q_.cols(), rows = q_.rows(), slab = static_cast<Index>(kSlab);
     const auto tasks = static_cast<std::size_t>((v.cols() + kColumnsOfTask - 1) / kColumnsOfTask);
-    share(threads, tasks, [&](std::size_t task) {
+    share(threads_, tasks, [&](std::size_t task) {
         const Index first = static_cast<Index>(task) * kColumnsOfTask;
         const Index end = std::min(first + kColumnsOfTask, v.cols());
         for (Index from = 0; from < rows; from += slab) {
@@ -179,7 +181,7 @@ std::size_t Basis::emptyTotal() const
     return total;
 }
 
-ExtendedMatrix Basis::evaluate(const Terms& terms) const
+ExtendedMatrix Span::evaluate(const Terms& terms) const
 {
     const auto sums = static_cast<Index>(grid_.sums);
     const Index parts = static_cast<Index>(grid_.parts());
@@ -196,7 +198,7 @@ ExtendedMatrix Basis::evaluate(const Terms& terms) const
         }
     };
     const auto q = static_cast<std::ptrdiff_t>(grid_.factor);
-    for (std::size_t j = 0; j < terms.size(); ++j) {
+    share(threads_, terms.size(), [&](std::size_t j) {
         const Term& term = terms[j];
         const auto o = static_cast<Index>(origin(j));
         std::vector<ExtendedComplex> run;
@@ -211,7 +213,7 @@ ExtendedMatrix Basis::evaluate(const Terms& terms) const
             const Extended t = static_cast<Extended>(k - o) / static_cast<Extended>(sums);
             set(columns_.poles[j], columns_.widths[j], k, t * e);
         }
-    }
+    });
     for (std::size_t degree = 0; degree <= drift_; ++degree)
         for (Index k = 0; k < sums; ++k) {
             const Extended t = 2 * static_cast<Extended>(k) / static_cast<Extended>(sums) - 1;

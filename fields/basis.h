@@ -55,41 +55,61 @@ struct Columns
 
 constexpr std::size_t kEmpty = 8; ///< most directions of a slab that are orthogonal to the basis
 
-class Basis
+/// The columns of some poles, and an orthonormal basis of what they span.
+class Span
 {
 public:
     /// @param drift    degree of the polynomial that every record may hold beside the modes
     /// @param weights  of each sum, by which records and columns are multiplied; none: 1
     /// @param unit     power of two by which records are multiplied too, so that no square leaves the range
-    /// @param threads  that make it, whose number reaches no bit
-    Basis(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights = {}, double unit = 1,
-          unsigned threads = 1);
+    /// @param threads  that work on it, whose number reaches no bit
+    Span(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit,
+         unsigned threads);
 
     const Grid& grid() const { return grid_; }
     const Terms& terms() const { return terms_; }
     const Columns& columns() const { return columns_; }
     std::size_t width() const { return static_cast<std::size_t>(columns_.total); }
+    double unit() const { return unit_; }
+    /// The weights of the rows times the unit.
+    const double* weights(std::size_t slab) const { return weights_.data() + slab * kSlab; }
+    const Matrix& matrix() const { return q_; }
+
+    /// Origin of a term's columns, in sums: the last of one that grew when the basis was made.
+    std::size_t origin(std::size_t term) const { return terms_[term].decay < 0 ? grid_.sums - 1 : 0; }
+
+protected:
+    ExtendedMatrix evaluate(const Terms& terms) const;
+
+    Grid grid_;
+    Terms terms_;
+    Columns columns_;
+    std::size_t drift_;
+    double unit_;
+    unsigned threads_;
+    std::vector<double> weights_;
+    ExtendedMatrix v_; ///< the columns
+    Matrix q_;
+};
+
+/// A basis as a pass and the search for poles need it.
+class Basis : public Span
+{
+public:
+    explicit Basis(Span span);
 
     /// The columns, of other poles too, times the transposed basis.
     ExtendedMatrix projected(const Terms& terms) const;
     /// Squares of what lies outside of the basis, of each column of these poles.
     Vector outside(const Terms& terms) const;
 
-    double unit() const { return unit_; }
-    /// The weights of the rows times the unit.
-    const double* weights(std::size_t slab) const { return weights_.data() + slab * kSlab; }
-    /// Adds to the components of a tile what a slab of it has: y(c, p) + sum over the rows of w(row) q(row, c) x(row,
-    /// p).
+    /// Adds to a tile's components what its rows of a slab have: y(c, p) + sum of w(row) q(row, c) x(row, p).
     void addComponents(std::size_t slab, const double* x, double* y) const;
     /// A few directions of a slab, times the weights, that are orthogonal to all columns there: packed for
     /// Kernels::product.
     const double* empty(std::size_t slab) const { return slabs_[slab].empty.data(); }
     std::size_t emptyCount(std::size_t slab) const { return slabs_[slab].emptyCount; }
     std::size_t emptyTotal() const;
-    const Matrix& matrix() const { return q_; }
-
-    /// Origin of a term's columns, in sums: the last of one that grew when the basis was made.
-    std::size_t origin(std::size_t term) const { return terms_[term].decay < 0 ? grid_.sums - 1 : 0; }
 
 private:
     /// The rows of a slab times the weights, packed for Kernels::product: the columns or, where that is less work, the
@@ -101,19 +121,11 @@ private:
         std::size_t emptyCount = 0;
     };
 
-    ExtendedMatrix evaluate(const Terms& terms) const;
     Matrix moved(const Terms& terms) const;
     Slab slabOf(std::size_t slab);
-    ExtendedMatrix inner(const ExtendedMatrix& v, unsigned threads) const;
+    ExtendedMatrix inner(const ExtendedMatrix& v) const;
 
-    Grid grid_;
-    Terms terms_;
-    Columns columns_;
-    std::size_t drift_;
-    double unit_;
-    ExtendedMatrix v_, r_;
-    Matrix q_;
-    std::vector<double> weights_;
+    ExtendedMatrix r_; ///< the columns times the transposed basis
     std::vector<Slab> slabs_;
 };
 

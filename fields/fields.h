@@ -71,6 +71,7 @@ struct Profiles
 {
     std::size_t firstPoint = 0, points = 0;
     std::vector<double> amplitude, phase, amplitudeError, phaseError;
+    std::vector<double> real, imag; ///< amplitude times cosine and sine of the phase
 };
 
 /// Points are worked on in blocks of this many, always the same ones whatever the number of ranks, threads and bytes of

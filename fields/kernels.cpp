@@ -19,6 +19,10 @@ namespace {
 
 typedef double Wide __attribute__((vector_size(TESSEL_VECTOR_BYTES)));
 typedef float Narrow __attribute__((vector_size(TESSEL_VECTOR_BYTES / 2)));
+typedef float Four __attribute__((vector_size(16)));
+typedef int FourPlaces __attribute__((vector_size(16)));
+typedef double Two __attribute__((vector_size(16)));
+typedef long TwoPlaces __attribute__((vector_size(16)));
 
 constexpr std::size_t kLanes = sizeof(Wide) / sizeof(double);
 constexpr std::size_t kLanesOfSum = 8;
@@ -43,6 +47,46 @@ TESSEL_INLINE Wide widened(const double* from)
 TESSEL_INLINE Wide widened(const float* from)
 {
     return __builtin_convertvector(load<Narrow>(from), Wide);
+}
+
+template <class V, class T>
+TESSEL_INLINE void put(T* to, V v)
+{
+    __builtin_memcpy(to, &v, sizeof v);
+}
+
+TESSEL_INLINE void turn_square(const float* in, std::size_t stride, float* out)
+{
+    const Four a = load<Four>(in), b = load<Four>(in + stride), c = load<Four>(in + 2 * stride),
+               d = load<Four>(in + 3 * stride);
+    const FourPlaces low = {0, 4, 1, 5}, high = {2, 6, 3, 7}, front = {0, 1, 4, 5}, back = {2, 3, 6, 7};
+    const Four ab = __builtin_shuffle(a, b, low), cd = __builtin_shuffle(c, d, low);
+    const Four ba = __builtin_shuffle(a, b, high), dc = __builtin_shuffle(c, d, high);
+    put(out, __builtin_shuffle(ab, cd, front));
+    put(out + kTile, __builtin_shuffle(ab, cd, back));
+    put(out + 2 * kTile, __builtin_shuffle(ba, dc, front));
+    put(out + 3 * kTile, __builtin_shuffle(ba, dc, back));
+}
+
+TESSEL_INLINE void turn_square(const double* in, std::size_t stride, double* out)
+{
+    const Two a = load<Two>(in), b = load<Two>(in + stride);
+    const TwoPlaces front = {0, 2}, back = {1, 3};
+    put(out, __builtin_shuffle(a, b, front));
+    put(out + kTile, __builtin_shuffle(a, b, back));
+}
+
+template <class T>
+void turn(std::size_t points, std::size_t steps, const T* in, std::size_t stride, T* out)
+{
+    constexpr std::size_t edge = 16 / sizeof(T);
+    const std::size_t wholePoints = points - points % edge, wholeSteps = steps - steps % edge;
+    for (std::size_t p = 0; p < wholePoints; p += edge)
+        for (std::size_t k = 0; k < wholeSteps; k += edge)
+            turn_square(in + p * stride + k, stride, out + k * kTile + p);
+    for (std::size_t p = 0; p < points; ++p)
+        for (std::size_t k = p < wholePoints ? wholeSteps : 0; k < steps; ++k)
+            out[k * kTile + p] = in[p * stride + k];
 }
 
 template <class T>
@@ -144,6 +188,6 @@ void project(std::size_t rows, const double* x, const double* sign, double* z)
 
 } // namespace
 
-extern const Kernels TESSEL_KERNELS = {add<float>, add<double>, product, squares, project};
+extern const Kernels TESSEL_KERNELS = {turn<float>, turn<double>, add<float>, add<double>, product, squares, project};
 
 } // namespace tessel::fields

@@ -17,6 +17,9 @@ constexpr std::size_t kColumnGroup = 4; ///< columns of a basis that lie togethe
 
 struct Kernels
 {
+    /// out[step * kTile + point] = in[point * stride + step], of at most kTile points.
+    void (*turnSingle)(std::size_t points, std::size_t steps, const float* in, std::size_t stride, float* out);
+    void (*turnDouble)(std::size_t points, std::size_t steps, const double* in, std::size_t stride, double* out);
     /// Adds `rows` rows of `points` samples, `stride` from one to the next, in their order: out + tile * kTileStride.
     /// `fresh`: to nothing, whatever stands there.
     void (*addSingle)(std::size_t points, std::size_t rows, const float* in, std::size_t stride, bool fresh,

@@ -18,6 +18,9 @@ constexpr std::size_t kTilesOfBlock = kBlock / kTile;
 constexpr std::size_t kPiece = std::size_t(16) << 20;     // bytes read together where time comes first
 constexpr std::size_t kLongPiece = std::size_t(64) << 20; // where records lie together
 constexpr std::size_t kRowsAtOnce = 8;                    // streams that a processor can follow
+constexpr std::size_t kTilesAtOnce = 8;                   // whose state a cache holds
+constexpr std::size_t kStrip = 64;                        // steps of records that are turned at a time
+constexpr std::size_t kLanes = 8;                         // of Kernels::project
 constexpr std::size_t kEmptyWanted = 8;                   // degrees of freedom
 constexpr double kCancelled = 1e-12;      // of a record's energy: below it the difference of two energies says little
 constexpr double kOwnRounding = 3;        // of the sums over time, in units of 2^-53 of a record's root mean square
@@ -71,26 +74,60 @@ public:
             sign_[p] = sign_of(firstPoint + p) ? 1 : -1;
     }
 
-    /// Adds steps [from, end), counted from the first used; a step's samples lie `stride` behind the last one's.
+    /// Adds steps [from, end), counted from the first used. Tiles go through all of them a few at a time, so that what
+    /// belongs to these stays in the cache.
     template <class T>
-    void absorb(const Basis& basis, std::size_t from, std::size_t end, const T* re, const T* im, std::size_t stride)
+    void absorb(const Basis& basis, std::size_t from, std::size_t end, const T* re, const T* im, Strides strides)
     {
         const Grid& grid = basis.grid();
         const std::size_t parts = grid.parts(), perSlab = kSlab / parts;
-        for (std::size_t k = from; k < end;) {
-            const std::size_t sum = k / grid.factor, slab = sum / perSlab, row = sum % perSlab * parts;
-            const std::size_t stop = std::min(end, (sum + 1) * grid.factor);
-            for (std::size_t at = k; at < stop; at += kRowsAtOnce) {
-                const std::size_t rows = std::min(kRowsAtOnce, stop - at), offset = (at - from) * stride;
+        const auto slab_of = [&](std::size_t step) { return step / grid.factor / perSlab; };
+        const auto closes = [&](std::size_t slab, std::size_t step) {
+            return step == (slab * perSlab + grid.rowsOf(slab) / parts) * grid.factor;
+        };
+        const std::size_t first = slab_of(from);
+        std::vector<double> lanes((slab_of(end - 1) + 1 - first) * kSlab * kLanes, 0);
+        const bool turned = strides.point != 1, whole = from == 0 && end == grid.factor * grid.sums;
+        std::vector<T> strip(turned ? kStrip * kTile * parts : 0);
+        const std::size_t some = turned ? 1 : kTilesAtOnce;
+        for (std::size_t t = 0; t < tiles_; t += some) {
+            const std::size_t tiles = std::min(some, tiles_ - t), point = t * kTile;
+            const std::size_t points = std::min(points_ - point, tiles * kTile);
+            double* const samples = &samples_[(turned && whole ? 0 : t) * kTileStride];
+            std::size_t stripFrom = from, stripEnd = from;
+            for (std::size_t at = from; at < end;) {
+                const std::size_t sum = at / grid.factor, slab = slab_of(at), row = sum % perSlab * parts;
+                std::size_t stop = std::min({end, (sum + 1) * grid.factor, at + kRowsAtOnce});
+                std::size_t offset = (at - from) * strides.step + point * strides.point, stride = strides.step;
+                const T *realPart = re + offset, *imagPart = parts == 2 ? im + offset : nullptr;
+                if (turned) {
+                    if (at == stripEnd) {
+                        stripFrom = at;
+                        stripEnd = std::min(end, at + kStrip);
+                        turn(points, stripEnd - at, realPart, strides.point, strip.data());
+                        if (parts == 2)
+                            turn(points, stripEnd - at, imagPart, strides.point, &strip[kStrip * kTile]);
+                    }
+                    stop = std::min(stop, stripEnd);
+                    stride = kTile;
+                    realPart = &strip[(at - stripFrom) * kTile];
+                    imagPart = realPart + kStrip * kTile;
+                }
                 const bool fresh = at == sum * grid.factor;
-                add(rows, re + offset, stride, fresh, &samples_[row * kTile]);
+                add(points, stop - at, realPart, stride, fresh, samples + row * kTile);
                 if (parts == 2)
-                    add(rows, im + offset, stride, fresh, &samples_[(row + 1) * kTile]);
+                    add(points, stop - at, imagPart, stride, fresh, samples + (row + 1) * kTile);
+                at = stop;
+                if (closes(slab, at))
+                    close(basis, slab, t, tiles, samples, &lanes[(slab - first) * kSlab * kLanes]);
             }
-            k = stop;
-            if (stop == (sum + 1) * grid.factor && row + parts == grid.rowsOf(slab))
-                close(basis, slab);
         }
+        for (std::size_t slab = first; slab <= slab_of(end - 1); ++slab)
+            for (std::size_t k = 0; k < grid.rowsOf(slab) && (slab < slab_of(end - 1) || closes(slab, end)); ++k) {
+                const double* l = &lanes[((slab - first) * kSlab + k) * kLanes];
+                projection_[slab * kSlab + k] =
+                    basis.weights(slab)[k] * (((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7])));
+            }
     }
 
     /// Whether a sample so far was not finite, and the first such point.
@@ -133,33 +170,38 @@ public:
     }
 
 private:
-    void add(std::size_t rows, const float* in, std::size_t stride, bool fresh, double* out) const
+    static void add(std::size_t points, std::size_t rows, const float* in, std::size_t stride, bool fresh, double* out)
     {
-        kernels().addSingle(points_, rows, in, stride, fresh, out);
+        kernels().addSingle(points, rows, in, stride, fresh, out);
     }
-    void add(std::size_t rows, const double* in, std::size_t stride, bool fresh, double* out) const
+    static void add(std::size_t points, std::size_t rows, const double* in, std::size_t stride, bool fresh, double* out)
     {
-        kernels().addDouble(points_, rows, in, stride, fresh, out);
+        kernels().addDouble(points, rows, in, stride, fresh, out);
+    }
+    static void turn(std::size_t points, std::size_t steps, const float* in, std::size_t stride, float* out)
+    {
+        kernels().turnSingle(points, steps, in, stride, out);
+    }
+    static void turn(std::size_t points, std::size_t steps, const double* in, std::size_t stride, double* out)
+    {
+        kernels().turnDouble(points, steps, in, stride, out);
     }
 
-    void close(const Basis& basis, std::size_t slab)
+    /// Takes a slab of some tiles into the basis; the sums over points go on from tile to tile.
+    void close(const Basis& basis, std::size_t slab, std::size_t first, std::size_t count, const double* samples,
+               double* lanes)
     {
         const Kernels& use = kernels();
-        const std::size_t rows = basis.grid().rowsOf(slab), count = basis.emptyCount(slab);
-        double lanes[kSlab * 8] = {};
-        for (std::size_t t = 0; t < tiles_; ++t) {
-            const double* x = &samples_[t * kTileStride];
+        const std::size_t rows = basis.grid().rowsOf(slab), empties = basis.emptyCount(slab);
+        for (std::size_t k = 0; k < count; ++k) {
+            const std::size_t t = first + k;
+            const double* x = samples + k * kTileStride;
             basis.addComponents(slab, x, &y_[t * basis.width() * kTile]);
             use.squares(rows, basis.weights(slab), x, &energy_[t * kTile]);
             double noise[kEmpty * kTile] = {};
-            use.product(rows, count, basis.empty(slab), x, noise);
-            use.squares(count, kOnes, noise, &empty_[t * kTile]);
+            use.product(rows, empties, basis.empty(slab), x, noise);
+            use.squares(empties, kOnes, noise, &empty_[t * kTile]);
             use.project(rows, x, &sign_[t * kTile], lanes);
-        }
-        for (std::size_t k = 0; k < rows; ++k) {
-            const double* l = &lanes[k * 8];
-            projection_[slab * kSlab + k] =
-                basis.weights(slab)[k] * (((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7])));
         }
     }
 
@@ -413,70 +455,184 @@ Part part_of(const Work& work, const Basis& basis, std::size_t steps)
     return part;
 }
 
-/// Reads blocks [firstBlock, endBlock) and gives each finished one to `done`.
-template <class T, class Done>
-void read_blocks(const Work& work, const Basis& basis, std::size_t firstStep, std::size_t steps, std::size_t firstBlock,
-                 std::size_t endBlock, std::size_t pieceSteps, const Done& done,
-                 const std::function<void(const Range&)>& tell)
+/// A pass over the blocks that the store lacks: reads the next piece while the last one is taken in.
+template <class T>
+class PassReader
 {
-    const std::size_t count = endBlock - firstBlock, firstPoint = firstBlock * kBlock;
-    const std::size_t endPoint = std::min(work.endPoint, endBlock * kBlock), endStep = firstStep + steps;
-    std::vector<BlockState> states;
-    for (std::size_t b = firstBlock; b < endBlock; ++b)
-        states.emplace_back(basis, b * kBlock, work.pointsOf(b));
-    std::vector<T> re[2], im[2];
-    // pieces end where chunks do
-    const auto end_of = [&](std::size_t from) {
-        const std::size_t chunk = work.shape().chunkSteps;
-        const std::size_t end = from + pieceSteps;
-        return std::min(endStep, chunk > 1 && end > from / chunk * chunk + chunk ? end / chunk * chunk : end);
-    };
-    const auto read = [&](std::size_t from, int buffer) {
-        const Range range{from, end_of(from), firstPoint, endPoint};
-        work.read(range, re[buffer], im[buffer]);
-        tell(range);
-    };
-    read(firstStep, 0);
-    int buffer = 0;
-    for (std::size_t from = firstStep; from < endStep; from = end_of(from), buffer = 1 - buffer) {
-        const std::size_t end = end_of(from);
-        share(
-            work.options.threads, count,
-            [&] {
-                if (end < endStep)
-                    read(end, 1 - buffer);
-            },
-            [&](std::size_t i) {
-                const std::size_t offset = i * kBlock;
-                states[i].absorb(basis, from - firstStep, end - firstStep, re[buffer].data() + offset,
-                                 im[buffer].data() + (im[buffer].empty() ? 0 : offset), endPoint - firstPoint);
+public:
+    using Done = std::function<void(std::size_t, const std::vector<double>&)>;
+    using Tell = std::function<void(const Range&)>;
+
+    PassReader(const Work& work, const Basis& basis, std::size_t firstStep, Done done, Tell tell)
+        : work_(work),
+          basis_(basis),
+          firstStep_(firstStep),
+          endStep_(firstStep + basis.grid().factor * basis.grid().sums),
+          done_(std::move(done)),
+          tell_(std::move(tell))
+    {}
+
+    /// Blocks [firstBlock, endBlock), so many at once and so many steps at a time.
+    void run(std::size_t firstBlock, std::size_t endBlock, const Part& part)
+    {
+        const std::size_t steps = endStep_ - firstStep_;
+        if (!work_.shape().timeFirst && part.steps == steps)
+            return records(firstBlock, endBlock, part.blocks);
+        for (std::size_t b = firstBlock; b < endBlock; b += part.blocks)
+            instants(b, std::min(endBlock, b + part.blocks), part.steps);
+    }
+
+private:
+    using States = std::vector<BlockState>;
+
+    States states_of(std::size_t firstBlock, std::size_t endBlock) const
+    {
+        States states;
+        for (std::size_t b = firstBlock; b < endBlock; ++b)
+            states.emplace_back(basis_, b * kBlock, work_.pointsOf(b));
+        return states;
+    }
+    std::size_t endOf(std::size_t endBlock) const { return std::min(work_.endPoint, endBlock * kBlock); }
+
+    /// Steps of all blocks, piece by piece.
+    void instants(std::size_t firstBlock, std::size_t endBlock, std::size_t pieceSteps)
+    {
+        States states = states_of(firstBlock, endBlock);
+        const std::size_t chunk = work_.shape().chunkSteps;
+        // pieces end where chunks do
+        const auto piece = [&](std::size_t from) {
+            const std::size_t end = from + pieceSteps;
+            return Range{
+                from, std::min(endStep_, chunk > 1 && end > from / chunk * chunk + chunk ? end / chunk * chunk : end),
+                firstBlock * kBlock, endOf(endBlock)};
+        };
+        Range now = piece(firstStep_);
+        read(now, 0, 0, [](std::size_t) {});
+        for (int buffer = 0; now.steps() > 0; buffer = 1 - buffer) {
+            const Range next = piece(now.endStep);
+            read(next, 1 - buffer, states.size(), [&](std::size_t i) {
+                const Strides strides(work_.shape(), now);
+                const std::size_t offset = i * kBlock * strides.point;
+                states[i].absorb(basis_, now.firstStep - firstStep_, now.endStep - firstStep_,
+                                 re_[buffer].data() + offset, im_[buffer].data() + (im_[buffer].empty() ? 0 : offset),
+                                 strides);
             });
-        for (std::size_t i = 0; i < count; ++i)
-            if (const std::optional<std::size_t> bad = states[i].bad()) {
-                const std::size_t point = firstPoint + i * kBlock + *bad;
-                std::vector<double> one, other;
-                for (std::size_t k = firstStep; k < end; k += kRescan) {
-                    const Range range{k, std::min(end, k + kRescan), point, point + 1};
-                    work.read(range, one, other);
-                    for (std::size_t n = 0; n < range.steps(); ++n)
-                        if (!std::isfinite(one[n]) || (work.shape().complex && !std::isfinite(other[n])))
-                            work.notFinite(k + n, point);
-                }
-                throw Error("the samples of point " + work.place(point) + " are too large");
+            for (std::size_t i = 0; i < states.size(); ++i)
+                check(states[i], now.firstPoint + i * kBlock, now.endStep);
+            now = next;
+        }
+        finish(states, firstBlock);
+    }
+
+    /// Whole records, some blocks at a time. What chunks hold of the blocks to come is kept for them.
+    void records(std::size_t firstBlock, std::size_t endBlock, std::size_t blocks)
+    {
+        const std::size_t steps = endStep_ - firstStep_, last = endOf(endBlock);
+        const std::size_t chunk = work_.shape().chunkPoints <= blocks * kBlock ? work_.shape().chunkPoints : 1;
+        const auto piece = [&](std::size_t from, std::size_t block) {
+            const std::size_t end = endOf(std::min(endBlock, block + blocks));
+            return Range{firstStep_, endStep_, std::min(from, last),
+                         std::min(last, std::max(from, (end + chunk - 1) / chunk * chunk))};
+        };
+        Range ahead = piece(firstBlock * kBlock, firstBlock);
+        read(ahead, 0, 0, [](std::size_t) {});
+        int buffer = 0;
+        for (std::size_t b = firstBlock; b < endBlock; b += blocks, buffer = 1 - buffer) {
+            const std::size_t end = std::min(endBlock, b + blocks), from = b * kBlock,
+                              kept = ahead.endPoint - endOf(end);
+            const Range next = piece(ahead.endPoint, end);
+            for (auto* both : {&re_, &im_}) {
+                const std::vector<T>& old = both[0][buffer];
+                std::vector<T>& other = both[0][1 - buffer];
+                if (old.empty())
+                    continue;
+                other.resize(std::max(other.size(), (kept + next.points()) * steps));
+                std::copy_n(old.begin() + static_cast<std::ptrdiff_t>((endOf(end) - from) * steps), kept * steps,
+                            other.begin());
             }
+            States states = states_of(b, end);
+            read(
+                next, 1 - buffer, states.size(),
+                [&](std::size_t i) {
+                    const std::size_t offset = i * kBlock * steps;
+                    states[i].absorb(basis_, 0, steps, re_[buffer].data() + offset,
+                                     im_[buffer].data() + (im_[buffer].empty() ? 0 : offset),
+                                     Strides(work_.shape(), next));
+                },
+                kept * steps);
+            for (std::size_t i = 0; i < states.size(); ++i)
+                check(states[i], from + i * kBlock, endStep_);
+            finish(states, b);
+            ahead = next;
+        }
     }
-    const std::size_t batch = 4 * std::max(1U, work.options.threads);
-    for (std::size_t begin = 0; begin < count; begin += batch) {
-        const std::size_t some = std::min(batch, count - begin);
-        std::vector<std::vector<double>> values(some);
-        share(work.options.threads, some, [&](std::size_t i) {
-            values[i] = states[begin + i].finish(basis, work.shape().single);
-            done(firstBlock + begin + i, values[i]);
-        });
-        for (std::size_t i = 0; i < some; ++i)
-            work.store.put(firstBlock + begin + i, values[i].data(), values[i].size());
+
+    /// Reads a range into a buffer, from a place in it on, and does `count` other things meanwhile.
+    template <class Other>
+    void read(const Range& range, int buffer, std::size_t count, const Other& other, std::size_t at = 0)
+    {
+        const std::size_t size = at + range.steps() * range.points();
+        const bool complex = work_.shape().complex;
+        for (std::vector<T>* each : {&re_[buffer], &im_[buffer]})
+            if (each->size() < size && (each == &re_[buffer] || complex))
+                each->resize(size);
+        const auto part = [&](const Range& some) {
+            const Strides strides(work_.shape(), range);
+            const std::size_t offset = at + (some.firstStep - range.firstStep) * strides.step +
+                                       (some.firstPoint - range.firstPoint) * strides.point;
+            work_.source.read(some, re_[buffer].data() + offset, complex ? im_[buffer].data() + offset : nullptr);
+        };
+        const std::vector<Range> parts = range.steps() * range.points() > 0 ? work_.parts(range) : std::vector<Range>();
+        if (parts.size() == 1)
+            share(
+                work_.options.threads, count, [&] { part(range); }, other);
+        else
+            share(work_.options.threads, parts.size() + count,
+                  [&](std::size_t i) { i < parts.size() ? part(parts[i]) : other(i - parts.size()); });
+        if (!parts.empty())
+            tell_(range);
     }
-}
+
+    /// @throws Error  a sample is not finite
+    void check(const BlockState& state, std::size_t firstPoint, std::size_t end) const
+    {
+        const std::optional<std::size_t> bad = state.bad();
+        if (!bad)
+            return;
+        const std::size_t point = firstPoint + *bad;
+        std::vector<double> one, other;
+        for (std::size_t k = firstStep_; k < end; k += kRescan) {
+            const Range range{k, std::min(end, k + kRescan), point, point + 1};
+            work_.read(range, one, other);
+            for (std::size_t n = 0; n < range.steps(); ++n)
+                if (!std::isfinite(one[n]) || (work_.shape().complex && !std::isfinite(other[n])))
+                    work_.notFinite(k + n, point);
+        }
+        throw Error("the samples of point " + work_.place(point) + " are too large");
+    }
+
+    void finish(const States& states, std::size_t firstBlock) const
+    {
+        const std::size_t batch = 4 * std::max(1U, work_.options.threads);
+        for (std::size_t begin = 0; begin < states.size(); begin += batch) {
+            const std::size_t some = std::min(batch, states.size() - begin);
+            std::vector<std::vector<double>> values(some);
+            share(work_.options.threads, some, [&](std::size_t i) {
+                values[i] = states[begin + i].finish(basis_, work_.shape().single);
+                done_(firstBlock + begin + i, values[i]);
+            });
+            for (std::size_t i = 0; i < some; ++i)
+                work_.store.put(firstBlock + begin + i, values[i].data(), values[i].size());
+        }
+    }
+
+    const Work& work_;
+    const Basis& basis_;
+    std::size_t firstStep_, endStep_;
+    const Done done_;
+    const Tell tell_;
+    std::vector<T> re_[2], im_[2];
+};
 
 } // namespace
 
@@ -534,24 +690,27 @@ Pass run_pass(Work& work, const Basis& basis, std::size_t firstStep)
         const auto done = [&](std::size_t block, const std::vector<double>& values) {
             pool.add(block, work.pointsOf(block), values.data());
         };
-        for (std::size_t b = work.firstBlock(); b < work.endBlock();) {
-            if (work.store.has(b)) {
-                std::vector<double> values(layout.size(work.pointsOf(b)));
-                work.store.get(b, values.data(), values.size());
-                done(b, values);
-                tell({firstStep, firstStep + steps, b * kBlock, b * kBlock + work.pointsOf(b)});
-                ++b;
-                continue;
+        const auto pass = [&](auto reading) {
+            for (std::size_t b = work.firstBlock(); b < work.endBlock();) {
+                if (work.store.has(b)) {
+                    std::vector<double> values(layout.size(work.pointsOf(b)));
+                    work.store.get(b, values.data(), values.size());
+                    done(b, values);
+                    tell({firstStep, firstStep + steps, b * kBlock, b * kBlock + work.pointsOf(b)});
+                    ++b;
+                    continue;
+                }
+                std::size_t end = b + 1;
+                while (end < work.endBlock() && !work.store.has(end))
+                    ++end;
+                reading.run(b, end, part);
+                b = end;
             }
-            std::size_t end = b + 1;
-            while (end < work.endBlock() && end - b < part.blocks && !work.store.has(end))
-                ++end;
-            if (work.shape().single)
-                read_blocks<float>(work, basis, firstStep, steps, b, end, part.steps, done, tell);
-            else
-                read_blocks<double>(work, basis, firstStep, steps, b, end, part.steps, done, tell);
-            b = end;
-        }
+        };
+        if (work.shape().single)
+            pass(PassReader<float>(work, basis, firstStep, done, tell));
+        else
+            pass(PassReader<double>(work, basis, firstStep, done, tell));
     });
     return pool.sum(work);
 }

@@ -68,7 +68,7 @@ struct Normal
         norms = schur.diagonal();
         const ExtendedMatrix rest = beside.transpose() * sums.y;
         const ExtendedMatrix v = left.transpose() * (beside.transpose() * sy);
-        chi = (rest * beside).trace();
+        chi = rest.cwiseProduct(beside.transpose()).sum();
         const std::vector<Parameter> parameters = parameters_of(basis);
         const auto n = static_cast<Index>(parameters.size());
         normal.resize(n, n);

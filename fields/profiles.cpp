@@ -157,7 +157,8 @@ Profiles ProfileMaker::profiles(std::size_t firstPoint, std::size_t points, cons
     Profiles out;
     out.firstPoint = firstPoint;
     out.points = points;
-    for (std::vector<double>* each : {&out.amplitude, &out.phase, &out.amplitudeError, &out.phaseError})
+    for (std::vector<double>* each :
+         {&out.amplitude, &out.phase, &out.amplitudeError, &out.phaseError, &out.real, &out.imag})
         each->assign(terms.size() * points, 0);
     Matrix turned(2, columns.parameterTotal);
     std::vector<double> sizes(modes_.size());
@@ -206,11 +207,15 @@ Profiles ProfileMaker::profiles(std::size_t firstPoint, std::size_t points, cons
                 length(std::sqrt(along.dot(spread * along)) * mode.size, 0x1p-54 * out.amplitude[to]);
             if (width == 1) { // in phase or against it
                 out.phase[to] = v[0] * mode.scale.real() < 0 ? kPi : 0;
-                continue;
+            } else {
+                out.phase[to] = wrapped(arc_tangent(v[1], v[0]) + mode.turn);
+                out.phaseError[to] =
+                    size > 0 ? std::min(kPi, length(std::sqrt(across.dot(spread * across)) / size, 0x1p-53 * kPi))
+                             : kPi;
             }
-            out.phase[to] = wrapped(arc_tangent(v[1], v[0]) + mode.turn);
-            out.phaseError[to] =
-                size > 0 ? std::min(kPi, length(std::sqrt(across.dot(spread * across)) / size, 0x1p-53 * kPi)) : kPi;
+            const SineCosine turn = sine_cosine(out.phase[to]);
+            out.real[to] = out.amplitude[to] * turn.cosine;
+            out.imag[to] = out.amplitude[to] * turn.sine;
         }
     }
     return out;

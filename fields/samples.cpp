@@ -97,7 +97,7 @@ private:
                             : std::min(own, std::max<std::size_t>(1, piece / (sizeof(T) * parts_ * shape.steps)));
         if (all)
             varies.assign(own, 0);
-        std::vector<T> firstRe, firstIm;
+        std::vector<T> firstRe(points), firstIm(points);
         std::size_t done = 0;
         for (std::size_t begin = work_.firstPoint; begin < work_.endPoint; begin += points) {
             const std::size_t end = std::min(work_.endPoint, begin + points), width = end - begin;
@@ -106,24 +106,24 @@ private:
                 steps -= steps % shape.chunkSteps;
             for (std::size_t from = 0; from < shape.steps; from += steps) {
                 const Range range{from, std::min(shape.steps, from + steps), begin, end};
+                const Strides strides(shape, range);
                 work_.read(range, re_, im_);
                 for (std::size_t i = 0; i < mine_.size(); ++i)
                     if (mine_[i] >= begin && mine_[i] < end)
                         for (std::size_t k = 0; k < range.steps(); ++k)
-                            take(i, from + k, k * width + mine_[i] - begin);
+                            take(i, from + k, k * strides.step + (mine_[i] - begin) * strides.point);
                 if (all) {
-                    if (from == 0) {
-                        firstRe.assign(re_.begin(), re_.begin() + static_cast<std::ptrdiff_t>(width));
-                        if (parts_ == 2)
-                            firstIm.assign(im_.begin(), im_.begin() + static_cast<std::ptrdiff_t>(width));
-                    }
                     char* out = &varies[begin - work_.firstPoint];
-                    for (std::size_t k = 0; k < range.steps(); ++k)
-                        for (std::size_t p = 0; p < width; ++p) {
-                            out[p] |= re_[k * width + p] != firstRe[p];
-                            if (parts_ == 2)
-                                out[p] |= im_[k * width + p] != firstIm[p];
-                        }
+                    const auto compare = [&](const std::vector<T>& part, std::vector<T>& first) {
+                        for (std::size_t p = 0; from == 0 && p < width; ++p)
+                            first[p] = part[p * strides.point];
+                        for (std::size_t k = 0; k < range.steps(); ++k)
+                            for (std::size_t p = 0; p < width; ++p)
+                                out[p] |= part[k * strides.step + p * strides.point] != first[p];
+                    };
+                    compare(re_, firstRe);
+                    if (parts_ == 2)
+                        compare(im_, firstIm);
                 }
                 done += range.steps() * width;
                 work_.progress("samples", done * work_.sampleBytes(), own * shape.steps * work_.sampleBytes());

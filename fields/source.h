@@ -40,6 +40,15 @@ struct Range
     std::size_t points() const { return endPoint - firstPoint; }
 };
 
+/// How far apart the samples of a part lie: neighbours are points where time comes first, steps where it comes last.
+struct Strides
+{
+    Strides(const Shape& shape, const Range& range)
+        : step(shape.timeFirst ? range.points() : 1), point(shape.timeFirst ? 1 : range.steps())
+    {}
+    std::size_t step, point;
+};
+
 /// A field that can be read in parts.
 class Source
 {
@@ -51,13 +60,16 @@ public:
 
     virtual const Shape& shape() const = 0;
 
-    /// Reads a part of a field that is stored in double precision: `re[step * points + point]`, each counted from the
-    /// part's first; of a complex field the imaginary parts into `im`, which is null for a real one.
+    /// Reads a part of a field that is stored in double precision, in the order of the file: see Strides. Of a complex
+    /// field the imaginary parts go into `im`, which is null for a real one.
     /// @throws Error  the file cannot be read
-    /// @par State  one call at a time
+    /// @par State  one call at a time, unless concurrent()
     virtual void read(const Range& range, double* re, double* im) = 0;
     /// As read(); converts where the field is stored in the other precision.
     virtual void read(const Range& range, float* re, float* im) = 0;
+
+    /// Whether several threads may read at once, in the precision of the file.
+    virtual bool concurrent() const { return false; }
 };
 
 } // namespace tessel::fields

@@ -82,7 +82,7 @@ Start start_from(const Work& work, const modes::JointResult& result, const Sampl
 /// The noise of the records over time: what the basis leaves of them, in segments.
 void find_noise(const Work& work, const Samples& samples, Start& start)
 {
-    const Basis basis = make_basis(work.shape(), start, work.options.threads);
+    const Span basis = make_span(work.shape(), start, work.options.threads);
     const Grid& grid = basis.grid();
     const auto rows = static_cast<Index>(grid.rows()), count = static_cast<Index>(samples.records.size());
     Matrix x(rows, count);
@@ -157,7 +157,7 @@ std::vector<double> weights_of(const Grid& grid, const Start& start)
 
 } // namespace
 
-Basis make_basis(const Shape& shape, const Start& start, unsigned threads)
+Span make_span(const Shape& shape, const Start& start, unsigned threads)
 {
     Grid grid;
     grid.complex = shape.complex;
@@ -173,7 +173,7 @@ Basis make_basis(const Shape& shape, const Start& start, unsigned threads)
     grid.sums = steps / grid.factor;
     if (grid.rows() < columns + 8)
         throw Error("the field has too few steps for its " + std::to_string(start.terms.size()) + " modes");
-    return Basis(grid, start.terms, drift, weights_of(grid, start), std::ldexp(1.0, -start.exponent), threads);
+    return {grid, start.terms, drift, weights_of(grid, start), std::ldexp(1.0, -start.exponent), threads};
 }
 
 std::string to_text(const Start& start)

@@ -31,7 +31,7 @@ std::optional<Start> from_text(const std::string& text);
 
 /// The basis of a pass with these poles: block means that leave standard errors as they are to 1 %.
 /// @throws Error  the field has too few steps
-Basis make_basis(const Shape& shape, const Start& start, unsigned threads);
+Span make_span(const Shape& shape, const Start& start, unsigned threads);
 
 /// Analyses the records together, on rank 0.
 Start analyse_samples(Work& work, const Samples& samples);

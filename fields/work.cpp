@@ -1,7 +1,10 @@
 #include "fields/work.h"
 
+#include "fields/crew.h"
+
 #include <algorithm>
 #include <numeric>
+#include <type_traits>
 
 namespace tessel::fields {
 
@@ -73,25 +76,48 @@ void Work::collectBytes(const void* mine, std::size_t bytes, const std::function
 namespace {
 
 template <class T>
-void read_part(Source& source, const Range& range, std::vector<T>& re, std::vector<T>& im)
+void read_part(const Work& work, const Range& range, std::vector<T>& re, std::vector<T>& im)
 {
     const std::size_t count = range.steps() * range.points();
+    const bool complex = work.shape().complex;
     if (re.size() < count)
         re.resize(count);
-    if (source.shape().complex && im.size() < count)
+    if (complex && im.size() < count)
         im.resize(count);
-    source.read(range, re.data(), source.shape().complex ? im.data() : nullptr);
+    const bool own = work.shape().single == std::is_same_v<T, float>;
+    const std::vector<Range> parts = own ? work.parts(range) : std::vector<Range>{range};
+    const Strides strides(work.shape(), range);
+    share(work.options.threads, parts.size(), [&](std::size_t i) {
+        const std::size_t at = (parts[i].firstStep - range.firstStep) * strides.step +
+                               (parts[i].firstPoint - range.firstPoint) * strides.point;
+        work.source.read(parts[i], re.data() + at, complex ? im.data() + at : nullptr);
+    });
 }
 
 } // namespace
 
 void Work::read(const Range& range, std::vector<float>& re, std::vector<float>& im) const
 {
-    read_part(source, range, re, im);
+    read_part(*this, range, re, im);
 }
 void Work::read(const Range& range, std::vector<double>& re, std::vector<double>& im) const
 {
-    read_part(source, range, re, im);
+    read_part(*this, range, re, im);
+}
+
+std::vector<Range> Work::parts(const Range& range) const
+{
+    const bool first = shape().timeFirst;
+    const std::size_t length = first ? range.steps() : range.points();
+    const std::size_t count = source.concurrent() ? std::min<std::size_t>(length, options.threads) : 1;
+    std::vector<Range> all;
+    for (std::size_t k = 0; k < count; ++k) {
+        Range& part = all.emplace_back(range);
+        const std::size_t from = length * k / count, end = length * (k + 1) / count;
+        (first ? part.firstStep : part.firstPoint) += from;
+        (first ? part.endStep : part.endPoint) -= length - end;
+    }
+    return all;
 }
 
 std::string Work::place(std::size_t point) const

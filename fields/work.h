@@ -43,9 +43,11 @@ struct Work
     }
     /// Bytes of a sample in the file, of both parts.
     std::size_t sampleBytes() const { return (shape().single ? 4U : 8U) * (shape().complex ? 2U : 1U); }
-    /// Reads into storage of the field's precision.
+    /// Reads into storage of the field's precision, which grows to what is needed.
     void read(const Range& range, std::vector<float>& re, std::vector<float>& im) const;
     void read(const Range& range, std::vector<double>& re, std::vector<double>& im) const;
+    /// The parts of a range, one behind the other in memory, that as many threads may read as there are.
+    std::vector<Range> parts(const Range& range) const;
     /// "(i, j)" of a point.
     std::string place(std::size_t point) const;
     [[noreturn]] void notFinite(std::size_t step, std::size_t point) const;

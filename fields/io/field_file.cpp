@@ -6,10 +6,15 @@
 #include "app/error.h"
 #include "app/records.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <map>
 #include <type_traits>
 #include <utility>
@@ -23,7 +28,6 @@ using app::Id;
 constexpr std::size_t kPiece = std::size_t(1) << 22;     // bytes that are rearranged at a time
 constexpr std::size_t kMostPiece = std::size_t(1) << 26; // so that a packed chunk is unpacked once
 constexpr std::size_t kSmallCache = std::size_t(1) << 20;
-constexpr std::size_t kTile = 32; // values along an edge of what is transposed at a time
 
 template <class T>
 hid_t native()
@@ -110,6 +114,15 @@ herr_t collect_name(hid_t, const char* name, const H5L_info_t*, void* data)
     return 0;
 }
 
+template <class T>
+void take_apart(const T* complex, std::size_t count, T* re, T* im)
+{
+    for (std::size_t k = 0; k < count; ++k) {
+        re[k] = complex[2 * k];
+        im[k] = complex[2 * k + 1];
+    }
+}
+
 std::size_t points_in(const std::vector<hsize_t>& dims, std::size_t first, std::size_t end)
 {
     std::size_t count = 1;
@@ -119,6 +132,18 @@ std::size_t points_in(const std::vector<hsize_t>& dims, std::size_t first, std::
 }
 
 } // namespace
+
+Descriptor::~Descriptor()
+{
+    if (number_ >= 0)
+        ::close(number_);
+}
+
+bool Descriptor::open(const std::string& path)
+{
+    number_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    return number_ >= 0;
+}
 
 FieldFile::FieldFile(const Reading& reading)
     : file_(reading.file),
@@ -287,9 +312,26 @@ void FieldFile::open_dataset(const Reading& reading)
     dataset_.reset();
     dataset_.emplace(H5Dopen2(id_, path_.c_str(), access), H5Dclose);
 
+    find_piece();
+
     app::Columns columns;
     app::find_spacing(id_, path_, shape_.steps, columns);
     set_timing(reading, std::move(columns), 0, 1);
+}
+
+/// Finds out whether the field lies in one piece of this file, in the form of memory.
+void FieldFile::find_piece()
+{
+    const Id list(H5Dget_create_plist(*dataset_), H5Pclose), access(H5Fget_access_plist(id_), H5Pclose),
+        type(H5Dget_type(*dataset_), H5Tclose),
+        memory(shape_.single ? memory_type<float>() : memory_type<double>(), H5Tclose);
+    const haddr_t offset = H5Dget_offset(*dataset_);
+    struct stat status = {};
+    if (H5Pget_layout(list) == H5D_CONTIGUOUS && H5Pget_external_count(list) == 0 &&
+        H5Pget_driver(access) == H5FD_SEC2 && H5Tequal(type, memory) > 0 && offset != HADDR_UNDEF &&
+        descriptor_.open(file_) && fstat(descriptor_, &status) == 0 && status.st_ino == status_.st_ino &&
+        status.st_dev == status_.st_dev)
+        offset_ = offset;
 }
 
 void FieldFile::open_members(const Reading& reading)
@@ -414,7 +456,9 @@ void FieldFile::read_as(const Range& range, T* re, T* im)
     check_unchanged();
     if (range.steps() == 0 || range.points() == 0)
         return;
-    if (shape_.timeFirst)
+    if (offset_ && shape_.single == std::is_same_v<T, float>)
+        read_piece(range, re, im);
+    else if (shape_.timeFirst)
         read_instants(range, re, im);
     else
         read_records(range, re, im);
@@ -476,15 +520,11 @@ void FieldFile::read_instants(const Range& range, T* re, T* im)
             read_box(dataset, type, start, extent, {}, values.data());
             for (std::size_t step = 0; step < count; ++step) {
                 const T* const row = values.data() + parts * step * box.points;
-                if (parts == 1) {
-                    std::copy_n(row, box.points, to + step * points + first);
-                    continue;
-                }
-                T* const imaginary = im + (from - range.firstStep + step) * points + first;
-                for (std::size_t point = 0; point < box.points; ++point) {
-                    to[step * points + first + point] = row[2 * point];
-                    imaginary[point] = row[2 * point + 1];
-                }
+                T* const place = to + step * points + first;
+                if (parts == 1)
+                    std::copy_n(row, box.points, place);
+                else
+                    take_apart(row, box.points, place, im + (place - re));
             }
         }
         from += count;
@@ -495,33 +535,75 @@ template <class T>
 void FieldFile::read_records(const Range& range, T* re, T* im)
 {
     const Id type(memory_type<T>(), H5Tclose);
-    const std::size_t steps = range.steps(), points = range.points(), parts = shape_.complex ? 2 : 1;
-    std::size_t piece = std::clamp<std::size_t>(kPiece / (steps * parts * sizeof(T)), 1, points);
-    const std::size_t chunk = shape_.chunkPoints;
-    if (chunk * steps * parts * sizeof(T) <= kMostPiece)
-        piece = (piece + chunk - 1) / chunk * chunk;
-    std::vector<T> records;
-    for (std::size_t from = range.firstPoint; from < range.endPoint;) {
-        // Pieces end where chunks do.
-        const std::size_t end = std::min((from / piece + 1) * piece, range.endPoint), count = end - from;
-        records.resize(std::max(records.size(), count * steps * parts));
+    const std::size_t steps = range.steps();
+    std::vector<T> values;
+    const auto read = [&](std::size_t from, std::size_t end, T* to) {
         for (const Box& box : boxes_of(space_, from, end)) {
             std::vector<hsize_t> start = box.start, extent = box.count;
             start.push_back(range.firstStep);
             extent.push_back(steps);
-            read_box(*dataset_, type, start, extent, {}, records.data() + (box.first - from) * steps * parts);
+            read_box(*dataset_, type, start, extent, {}, to + (box.first - from) * steps * (shape_.complex ? 2 : 1));
         }
-        const std::size_t offset = from - range.firstPoint;
-        for (std::size_t s = 0; s < steps; s += kTile)
-            for (std::size_t p = 0; p < count; p += kTile)
-                for (std::size_t step = s; step < std::min(s + kTile, steps); ++step)
-                    for (std::size_t point = p; point < std::min(p + kTile, count); ++point) {
-                        const T* const value = records.data() + (point * steps + step) * parts;
-                        re[step * points + offset + point] = value[0];
-                        if (parts == 2)
-                            im[step * points + offset + point] = value[1];
-                    }
+    };
+    if (!shape_.complex)
+        return read(range.firstPoint, range.endPoint, re);
+    // Complex numbers are taken apart, in pieces that end where chunks do.
+    std::size_t piece = std::clamp<std::size_t>(kPiece / (2 * steps * sizeof(T)), 1, range.points());
+    const std::size_t chunk = shape_.chunkPoints;
+    if (2 * chunk * steps * sizeof(T) <= kMostPiece)
+        piece = (piece + chunk - 1) / chunk * chunk;
+    for (std::size_t from = range.firstPoint; from < range.endPoint;) {
+        const std::size_t end = std::min((from / piece + 1) * piece, range.endPoint), count = (end - from) * steps;
+        values.resize(std::max(values.size(), 2 * count));
+        read(from, end, values.data());
+        const std::size_t at = (from - range.firstPoint) * steps;
+        take_apart(values.data(), count, re + at, im + at);
         from = end;
+    }
+}
+
+void FieldFile::read_bytes(void* to, std::size_t bytes, std::size_t at) const
+{
+    char* out = static_cast<char*>(to);
+    while (bytes > 0) {
+        const ssize_t done = pread(descriptor_, out, bytes, static_cast<off_t>(at));
+        if (done < 0 && errno == EINTR)
+            continue;
+        if (done <= 0)
+            throw Error(done < 0 ? std::string("cannot be read: ") + std::strerror(errno)
+                                 : "the dataset cannot be read: the file is cut");
+        out += done;
+        at += static_cast<std::size_t>(done);
+        bytes -= static_cast<std::size_t>(done);
+    }
+}
+
+/// Rows of the dataset, which are instants or records, or parts of them.
+template <class T>
+void FieldFile::read_piece(const Range& range, T* re, T* im) const
+{
+    const std::size_t points = shape_.points(), width = shape_.timeFirst ? points : shape_.steps;
+    const std::size_t firstRow = shape_.timeFirst ? range.firstStep : range.firstPoint;
+    const std::size_t first = shape_.timeFirst ? range.firstPoint : range.firstStep;
+    std::size_t rows = shape_.timeFirst ? range.steps() : range.points();
+    std::size_t count = shape_.timeFirst ? range.points() : range.steps();
+    if (count == width) { // one behind the other
+        count *= rows;
+        rows = 1;
+    }
+    const std::size_t size = sizeof(T) * (shape_.complex ? 2 : 1);
+    std::vector<T> values(shape_.complex ? 2 * std::min(count, kPiece / size) : 0);
+    for (std::size_t row = 0; row < rows; ++row) {
+        const std::size_t at = *offset_ + ((firstRow + row) * width + first) * size, to = row * count;
+        if (!shape_.complex) {
+            read_bytes(re + to, count * size, at);
+            continue;
+        }
+        for (std::size_t k = 0; k < count; k += values.size() / 2) {
+            const std::size_t some = std::min(values.size() / 2, count - k);
+            read_bytes(values.data(), some * size, at + k * size);
+            take_apart(values.data(), some, re + to + k, im + to + k);
+        }
     }
 }
 

@@ -27,7 +27,23 @@ struct Reading
     std::size_t cache = std::size_t(1) << 26; ///< bytes that packed chunks may take
 };
 
-/// Reads by the HDF5 library, each process by itself.
+/// A file that is closed at the end.
+class Descriptor
+{
+public:
+    Descriptor() = default;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor();
+    bool open(const std::string& path);
+    operator int() const { return number_; }
+
+private:
+    int number_ = -1;
+};
+
+/// Reads by the HDF5 library, each process by itself; what lies in one piece in the form of memory is read without it,
+/// by several threads at once if they ask.
 ///
 /// Real fields are of floating-point numbers of any width and order of bytes, complex ones of records {r, i}, {re, im}
 /// or {real, imag} of these. Spacing, start and unit are found as for records (app/hdf5_objects.h). Members of a group
@@ -43,6 +59,7 @@ public:
     const Shape& shape() const override { return shape_; }
     void read(const Range& range, double* re, double* im) override;
     void read(const Range& range, float* re, float* im) override;
+    bool concurrent() const override { return offset_.has_value(); }
 
     const app::TimeUnit& unit() const { return unit_; }
     const std::string& path() const { return path_; } ///< of the dataset or the group
@@ -59,7 +76,11 @@ private:
     bool is_time_last(hid_t dataset, const std::vector<hsize_t>& dims, const std::optional<bool>& given);
     void set_chunks(hid_t dataset, std::size_t most);
     void set_timing(const Reading& reading, app::Columns columns, std::size_t first, std::size_t apart);
+    void find_piece();
     void check_unchanged() const;
+    void read_bytes(void* to, std::size_t bytes, std::size_t at) const;
+    template <class T>
+    void read_piece(const Range& range, T* re, T* im) const;
     template <class T>
     hid_t memory_type() const;
     template <class T>
@@ -77,6 +98,8 @@ private:
     std::vector<hsize_t> space_;       ///< extents of space in the file
     std::string realName_, imagName_;  ///< of a complex number's parts
     bool chunked_ = false;
+    std::optional<std::size_t> offset_; ///< of the whole field's bytes, where they lie in one piece as in memory
+    Descriptor descriptor_;
     std::size_t cache_ = 0;
     Shape shape_;
     app::TimeUnit unit_;

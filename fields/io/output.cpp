@@ -6,8 +6,6 @@
 
 #include "app/number.h"
 
-#include "common/elementary.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -396,22 +394,16 @@ void Output::add(const Profiles& profiles)
         const std::size_t count = std::min(profiles.points - from, room_ - held_);
         for (std::size_t mode = 0; mode < modes_; ++mode) {
             const std::size_t source = mode * profiles.points + from;
-            const auto to = [&](Quantity quantity) {
-                return values_.begin() + static_cast<std::ptrdiff_t>((quantity * modes_ + mode) * room_ + held_);
-            };
             const auto copy = [&](const std::vector<double>& values, Quantity quantity) {
-                std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(source), count, to(quantity));
+                std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(source), count,
+                            values_.begin() + static_cast<std::ptrdiff_t>((quantity * modes_ + mode) * room_ + held_));
             };
             copy(profiles.amplitude, amplitude);
             copy(profiles.amplitudeError, amplitudeError);
             copy(profiles.phase, phase);
             copy(profiles.phaseError, phaseError);
-            for (std::size_t k = 0; k < count; ++k) {
-                const auto at = static_cast<std::ptrdiff_t>(k);
-                const SineCosine turn = sine_cosine(profiles.phase[source + k]);
-                *(to(real) + at) = profiles.amplitude[source + k] * turn.cosine;
-                *(to(imag) + at) = profiles.amplitude[source + k] * turn.sine;
-            }
+            copy(profiles.real, real);
+            copy(profiles.imag, imag);
         }
         held_ += count;
         from += count;

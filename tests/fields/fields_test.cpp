@@ -226,8 +226,13 @@ TEST(Fields, NoBitHangsOnHowTheyAreRead)
         source.form.chunkSteps = 7;
         EXPECT_EQ(numbers(analyse_field(source, little)), expected);
         source.form.timeFirst = false;
-        EXPECT_EQ(numbers(analyse_field(source)), expected);
-        EXPECT_EQ(numbers(analyse_field(source, little)), expected);
+        source.form.chunkPoints = 300;
+        Options some = threads; // one or two blocks at once, and what their chunks hold of the next
+        some.memory = 48 << 20;
+        for (const Options& options : {Options(), little, some})
+            EXPECT_EQ(numbers(analyse_field(source, options)), expected);
+        source.form.chunkSteps = 1; // several threads read
+        EXPECT_EQ(numbers(analyse_field(source, some)), expected);
         for (const VectorWidth width : {VectorWidth::baseline, VectorWidth::avx2}) {
             use_vectors(width);
             EXPECT_EQ(numbers(analyse_field(source)), expected);

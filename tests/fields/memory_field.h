@@ -33,6 +33,7 @@ public:
     const Shape& shape() const override { return form; }
     void read(const Range& range, double* toRe, double* toIm) override { copy(range, toRe, toIm); }
     void read(const Range& range, float* toRe, float* toIm) override { copy(range, toRe, toIm); }
+    bool concurrent() const override { return form.chunkSteps == 1; }
 
     /// Rounds to single precision.
     void make_single()
@@ -48,11 +49,13 @@ private:
     void copy(const Range& range, T* toRe, T* toIm) const
     {
         const std::size_t points = form.points();
+        const Strides strides(form, range);
         for (std::size_t k = range.firstStep; k < range.endStep; ++k)
             for (std::size_t p = range.firstPoint; p < range.endPoint; ++p) {
-                *toRe++ = static_cast<T>(re[k * points + p]);
+                const std::size_t at = (k - range.firstStep) * strides.step + (p - range.firstPoint) * strides.point;
+                toRe[at] = static_cast<T>(re[k * points + p]);
                 if (toIm != nullptr)
-                    *toIm++ = static_cast<T>(im[k * points + p]);
+                    toIm[at] = static_cast<T>(im[k * points + p]);
             }
     }
 };
