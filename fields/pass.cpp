@@ -441,8 +441,8 @@ Part part_of(const Work& work, const Basis& basis, std::size_t steps)
     if (shape.timeFirst) {
         part.blocks = std::clamp<std::size_t>(room / (state + chunk * step), 1, all);
         const std::size_t used = part.blocks * state;
-        const std::size_t bytes = std::min(kPiece * parts, room > used ? room - used : 0);
-        part.steps = bytes / (part.blocks * step);
+        const std::size_t free = (room > used ? room - used : 0) / (part.blocks * step);
+        part.steps = std::min(std::max(kPiece * parts / (part.blocks * step), chunk), free);
     } else {
         const std::size_t bytes = std::min(kLongPiece, room / 2);
         part.blocks = std::max<std::size_t>(bytes / (steps * step), work.options.threads);
