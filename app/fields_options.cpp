@@ -31,6 +31,7 @@ constexpr const char* kFooter = R"TEXT(
 Files
   FILE.h5:/path is a dataset over time and one to three dimensions of space, time
   first or last, or a group with a dataset for each step: their names end in numbers.
+  Where each step is a group, '%' stands for its number: FILE.h5:/data/%/fields/E/z.
   Numbers are of single or double precision, or complex: records {r, i}, {re, im} or
   {real, imag}. The spacing is that of an attribute (dt, time_step, sampling_rate, ...),
   of a dataset "time" beside it, or --dt; the manual page of tessel-modes lists them.
@@ -52,6 +53,7 @@ Examples
   tessel-fields cavity.h5:/Ez                          all of it
   tessel-fields --time-axis last --dt 3.3ps run.h5:/E  as some solvers write it
   tessel-fields --band 1GHz:4GHz run.h5:/steps/Ez      a dataset for each step; a band
+  tessel-fields run.h5:/data/%/fields/E/z              a group for each step
   tessel-fields --plot modes.png cavity.h5:/Ez         a picture of each mode
   mpirun -n 8 tessel-fields --memory 4G big.h5:/E      eight processes, 4 GiB each
   tessel-fields --resume big.h5:/E                     after it was stopped)TEXT";

@@ -45,6 +45,7 @@ if(TESSEL_BUILD_COMMAND)
   install(FILES docs/tessel-modes.schema.json DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
   if(TESSEL_BUILD_FIELDS)
     install(TARGETS tessel_fields_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Command)
+    install(FILES docs/tessel-fields.schema.json DESTINATION ${TESSEL_DOC_DIR} COMPONENT Command)
     install(FILES docs/man/tessel-fields.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Command)
     install(FILES app/completion/tessel-fields
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Command)

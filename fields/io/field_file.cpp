@@ -108,10 +108,30 @@ std::optional<Numbered> number_in(const std::string& name)
     return result;
 }
 
+/// A name with a mark in place of its last number.
+std::string with_mark(const std::string& name)
+{
+    std::string marked = number_in(name)->around;
+    marked[marked.rfind('#')] = '%';
+    return marked;
+}
+
+std::string last_part(const std::string& path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
 herr_t collect_name(hid_t, const char* name, const H5L_info_t*, void* data)
 {
     static_cast<std::vector<std::string>*>(data)->emplace_back(name);
     return 0;
+}
+
+std::vector<std::string> names_in(hid_t group)
+{
+    std::vector<std::string> names;
+    H5Literate(group, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect_name, &names);
+    return names;
 }
 
 template <class T>
@@ -155,6 +175,10 @@ FieldFile::FieldFile(const Reading& reading)
     if (!id_)
         throw app::Error("cannot be opened as HDF5: it is damaged, cut, or still being written");
     const Id object(H5Oopen(id_, path_.c_str(), H5P_DEFAULT), H5Oclose);
+    if (!object && path_.find('%') != path_.npos) {
+        open_members(reading, match_members());
+        return;
+    }
     if (!object) {
         const Id root(H5Oopen(id_, "/", H5P_DEFAULT), H5Oclose);
         throw app::Error("there is no " + app::quote(path_) + " inside; there is " + text_of(app::list_datasets(root)));
@@ -165,7 +189,7 @@ FieldFile::FieldFile(const Reading& reading)
             path_ = (path_ == "/" ? "" : path_) + "/" + listing.paths.front();
             notes_.push_back("the dataset " + path_ + " is the only one");
         } else {
-            open_members(reading);
+            open_members(reading, find_members());
             return;
         }
     }
@@ -334,32 +358,92 @@ void FieldFile::find_piece()
         offset_ = offset;
 }
 
-void FieldFile::open_members(const Reading& reading)
+/// The members of a group that the last numbers in their names number, which are otherwise the same.
+FieldFile::Numbers FieldFile::find_members()
 {
-    std::vector<std::string> names;
     const Id group(H5Gopen2(id_, path_.c_str(), H5P_DEFAULT), H5Gclose);
-    H5Literate(group, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect_name, &names);
-    std::map<std::string, std::vector<std::pair<std::size_t, std::string>>> families;
+    const std::vector<std::string> names = names_in(group);
+    std::map<std::string, Numbers> families;
     for (const std::string& name : names)
         if (const std::optional<Numbered> numbered = number_in(name))
-            families[numbered->around].emplace_back(numbered->number, name);
-    auto steps = std::max_element(families.begin(), families.end(),
-                                  [](const auto& a, const auto& b) { return a.second.size() < b.second.size(); });
-    if (steps == families.end() || steps->second.size() < 2) {
-        const app::Listing listing = app::list_datasets(group);
+            families[numbered->around].emplace_back(numbered->number, (path_ == "/" ? "" : path_) + "/" + name);
+    const auto steps = std::max_element(families.begin(), families.end(),
+                                        [](const auto& a, const auto& b) { return a.second.size() < b.second.size(); });
+    const app::Listing listing = app::list_datasets(group);
+    if (steps == families.end() || steps->second.size() < 2)
         throw app::Error("holds " + text_of(listing) + (listing.paths.empty() ? "" : ": say which, as FILE:/path"));
+    const Numbers& numbers = steps->second;
+    const std::string& one = numbers.front().second;
+    const Id member(H5Oopen(id_, one.c_str(), H5P_DEFAULT), H5Oclose);
+    if (member && H5Iget_type(member) == H5I_GROUP)
+        throw app::Error("holds groups, such as " + app::quote(one) + ", with " + text_of(app::list_datasets(member)) +
+                         ": say which dataset of all of them, as FILE:" + (path_ == "/" ? "" : path_) + "/" +
+                         with_mark(last_part(one)) + "/NAME");
+    if (numbers.size() < names.size())
+        notes_.push_back(std::to_string(names.size() - numbers.size()) + " members of " + path_ +
+                         " that are not numbered like " + app::quote(last_part(one)) + " were left out");
+    return numbers;
+}
+
+/// The datasets whose paths have a number in place of the pattern's '%'.
+FieldFile::Numbers FieldFile::match_members()
+{
+    const std::size_t mark = path_.find('%'), begin = path_.rfind('/', mark) + 1;
+    const std::size_t end = std::min(path_.find('/', mark), path_.size());
+    if (path_.find('%', mark + 1) != path_.npos)
+        throw app::Error(app::quote(path_) + " has more than one '%': one number tells the steps apart");
+    const std::string folder = path_.substr(0, begin), rest = path_.substr(end);
+    const std::string before = path_.substr(begin, mark - begin), after = path_.substr(mark + 1, end - mark - 1);
+    const Id group(H5Gopen2(id_, folder.c_str(), H5P_DEFAULT), H5Gclose);
+    if (!group)
+        throw app::Error("there is no group " + app::quote(folder) + " inside");
+    Numbers numbers;
+    for (const std::string& name : names_in(group)) {
+        if (name.size() <= before.size() + after.size() || !name.starts_with(before) || !name.ends_with(after))
+            continue;
+        const char *const from = name.data() + before.size(), *const to = name.data() + name.size() - after.size();
+        std::size_t number = 0;
+        if (const auto [stop, status] = std::from_chars(from, to, number); stop == to && status == std::errc())
+            numbers.emplace_back(number, folder + name + rest);
     }
-    auto& numbers = steps->second;
+    if (numbers.size() < 2)
+        throw app::Error("there are no numbers in the place of the '%' of " + app::quote(path_) + ": " +
+                         app::quote(folder) + " holds " + std::to_string(numbers.size()) + " such member" +
+                         (numbers.size() == 1 ? "" : "s"));
+    depth_ = static_cast<std::size_t>(std::count(rest.begin(), rest.end(), '/'));
+    return numbers;
+}
+
+/// The time of a step: an attribute of its dataset or of the groups around it, as far up as its own one.
+std::optional<double> FieldFile::time_of(const std::string& path) const
+{
+    std::string holder = path;
+    for (std::size_t up = 0; up <= depth_; ++up, holder = app::parent(holder)) {
+        const Id object(H5Oopen(id_, holder.c_str(), H5P_DEFAULT), H5Oclose);
+        std::optional<double> time;
+        double unit = 1;
+        for (const app::Attribute& attribute : app::read_attributes(object)) {
+            const std::string name = app::plain_name(attribute.name);
+            if (attribute.floating && app::is_one_of(name, {"time", "t"}))
+                time = attribute.value;
+            if (attribute.floating && name == "timeunitsi" && attribute.value > 0)
+                unit = attribute.value;
+        }
+        if (time)
+            return *time * unit;
+    }
+    return std::nullopt;
+}
+
+void FieldFile::open_members(const Reading& reading, Numbers numbers)
+{
     std::sort(numbers.begin(), numbers.end());
     const std::size_t first = numbers[0].first, apart = numbers[1].first - first;
     for (std::size_t k = 1; k < numbers.size(); ++k)
         if (apart == 0 || numbers[k].first - numbers[k - 1].first != apart)
             throw app::Error(app::quote(numbers[k].second) + " follows " + app::quote(numbers[k - 1].second) +
-                             (apart == 0 ? "" : ", where members are numbered by " + std::to_string(apart)) +
+                             (apart == 0 ? "" : ", where steps are numbered by " + std::to_string(apart)) +
                              ": a step is missing, or stands twice");
-    if (numbers.size() < names.size())
-        notes_.push_back(std::to_string(names.size() - numbers.size()) + " members of " + path_ +
-                         " that are not numbered like " + numbers[0].second + " were left out");
     shape_.timeFirst = true;
     shape_.steps = numbers.size();
 
@@ -367,8 +451,8 @@ void FieldFile::open_members(const Reading& reading)
     app::Column times;
     times.single = true; // as far as anybody knows
     std::vector<hsize_t> dims;
-    for (const auto& [number, name] : numbers) {
-        const std::string& path = members_.emplace_back((path_ == "/" ? "" : path_) + "/" + name);
+    for (const auto& [number, path] : numbers) {
+        members_.push_back(path);
         const Id dataset(H5Dopen2(id_, path.c_str(), H5P_DEFAULT), H5Dclose);
         if (!dataset)
             throw app::Error(app::quote(path) + " is no dataset");
@@ -386,21 +470,21 @@ void FieldFile::open_members(const Reading& reading)
         } catch (const app::Error& error) {
             throw app::Error(app::quote(path) + ": " + error.what());
         }
-        for (const app::Attribute& attribute : app::read_attributes(dataset))
-            if (attribute.floating && app::is_one_of(app::plain_name(attribute.name), {"time", "t"}))
-                times.real.push_back(attribute.value);
+        if (const std::optional<double> time = time_of(path))
+            times.real.push_back(*time);
         if (members_.size() == 1) {
             set_space(dims);
             set_chunks(dataset, reading.cache);
         }
     }
-    if (times.real.size() == shape_.steps) {
-        times.name = "time, attributes of the members of " + path_;
+    // Times that nobody set are all the same.
+    if (times.real.size() == shape_.steps && times.real.front() != times.real.back()) {
+        times.name = "time, attributes of the steps of " + path_;
         columns.times = std::move(times);
     } else {
         app::find_spacing(id_, members_[0], shape_.steps, columns);
         if (columns.spacing && apart > 1)
-            notes_.push_back("members are numbered by " + std::to_string(apart) + " steps of the spacing");
+            notes_.push_back("steps are numbered by " + std::to_string(apart) + " of the spacing");
     }
     set_timing(reading, std::move(columns), first, apart);
 }

@@ -12,6 +12,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tessel::fields {
@@ -20,7 +21,8 @@ namespace tessel::fields {
 struct Reading
 {
     std::string file;
-    std::string path;             ///< of the dataset, or of the group whose members are the steps
+    /// Of the dataset, or of the group whose members are the steps, or with '%' in place of the number of a step.
+    std::string path;
     std::optional<bool> timeLast; ///< the axis of time
     std::optional<app::Quantity> spacing;
     std::optional<app::TimeUnit> unit;
@@ -48,7 +50,7 @@ private:
 /// Real fields are of floating-point numbers of any width and order of bytes, complex ones of records {r, i}, {re, im}
 /// or {real, imag} of these. Spacing, start and unit are found as for records (app/hdf5_objects.h). Members of a group
 /// are sorted by the last number in their names, which must rise in equal steps; those that their names do not number
-/// are left out.
+/// are left out. So are groups of a path such as /data/%/fields/E/z, which hold a dataset each.
 class FieldFile : public Source
 {
 public:
@@ -70,7 +72,11 @@ public:
 
 private:
     void open_dataset(const Reading& reading);
-    void open_members(const Reading& reading);
+    using Numbers = std::vector<std::pair<std::size_t, std::string>>; ///< of steps, and the paths of their datasets
+    Numbers find_members();
+    Numbers match_members();
+    std::optional<double> time_of(const std::string& path) const;
+    void open_members(const Reading& reading, Numbers numbers);
     void set_type(hid_t type);
     void set_space(const std::vector<hsize_t>& dims);
     bool is_time_last(hid_t dataset, const std::vector<hsize_t>& dims, const std::optional<bool>& given);
@@ -95,6 +101,7 @@ private:
     app::Id id_;
     std::optional<app::Id> dataset_;   ///< of the whole field
     std::vector<std::string> members_; ///< a dataset for each step
+    std::size_t depth_ = 0;            ///< groups of a step's own around its dataset
     std::vector<hsize_t> space_;       ///< extents of space in the file
     std::string realName_, imagName_;  ///< of a complex number's parts
     bool chunked_ = false;

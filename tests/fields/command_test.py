@@ -12,6 +12,7 @@ import h5py
 import numpy as np
 
 COMMAND, BEHAVIOUR = os.path.abspath(sys.argv[1]), sys.argv[2]
+SCHEMA = json.load(open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/tessel-fields.schema.json")))
 MPI = os.path.exists(os.path.join(os.path.dirname(COMMAND), "mpi", "tessel-fields"))
 DT, STEPS, NY, NX = 1e-11, 700, 48, 90
 # Frequency, Q, nodal lines, amplitude and phase of the modes.
@@ -39,15 +40,41 @@ def write(folder, name="field.h5", data=None, attribute=("dt", DT), **how):
     return path
 
 
+# As root too, and where a container forbids processes to copy from each other.
+ENVIRONMENT = {**os.environ, "OMPI_ALLOW_RUN_AS_ROOT": "1", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
+               "OMPI_MCA_btl_vader_single_copy_mechanism": "none", "ASAN_OPTIONS": "detect_leaks=0"}
+
+
+def mpirun(ranks):
+    return ["mpirun", "--oversubscribe", "--bind-to", "none", "-n", str(ranks)] if ranks else []
+
+
 def run(*arguments, ranks=0, status=0, **how):
-    # As root too, and where a container forbids processes to copy from each other.
-    environment = {**os.environ, "OMPI_ALLOW_RUN_AS_ROOT": "1", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
-                   "OMPI_MCA_btl_vader_single_copy_mechanism": "none", "ASAN_OPTIONS": "detect_leaks=0"}
-    start = ["mpirun", "--oversubscribe", "--bind-to", "none", "-n", str(ranks)] if ranks else []
-    done = subprocess.run([*start, COMMAND, *arguments], capture_output=True, timeout=300, env=environment, **how)
+    done = subprocess.run([*mpirun(ranks), COMMAND, *arguments], capture_output=True, timeout=300, env=ENVIRONMENT, **how)
     out, err = done.stdout.decode(), done.stderr.decode()
     assert status is None or done.returncode == status, (arguments, done.returncode, out, err)
     return out, err
+
+
+def check(value, schema, place="result"):
+    """What the schema of the JSON uses of the language of schemas."""
+    if "$ref" in schema:
+        schema = SCHEMA["$defs"][os.path.basename(schema["$ref"])]
+    kinds = {"object": dict, "array": list, "string": str, "boolean": bool, "null": type(None), "integer": int,
+             "number": (int, float)}
+    names = schema.get("type", list(kinds))
+    names = names if isinstance(names, list) else [names]
+    assert any(isinstance(value, kinds[name]) for name in names), (place, value)
+    assert not isinstance(value, bool) or "boolean" in names, (place, value)
+    assert value in schema.get("enum", [value]) and value == schema.get("const", value), (place, value)
+    if isinstance(value, dict):
+        assert set(schema.get("required", [])) <= set(value) <= set(schema["properties"]), (place, list(value))
+        for name, part in value.items():
+            check(part, schema["properties"][name], f"{place}.{name}")
+    if isinstance(value, list):
+        assert schema.get("minItems", 0) <= len(value) <= schema.get("maxItems", len(value)), (place, value)
+        for part in value:
+            check(part, schema["items"], place)
 
 
 def said(err):
@@ -59,6 +86,7 @@ def gives_modes_and_profiles():
     with tempfile.TemporaryDirectory() as folder:
         path = write(folder)
         result = json.loads(run("--json", "--plot", f"{folder}/modes.png", path + ":/Ez")[0])
+        check(result, SCHEMA)
         assert result["space"] == [NY, NX] and result["steps"] == STEPS and len(result["modes"]) == len(MODES)
         assert sorted(os.listdir(folder)) == ["field-modes.h5", "field-modes.xdmf", "field.h5", "modes.png"]
         assert open(f"{folder}/modes.png", "rb").read(4) == b"\x89PNG"
@@ -100,8 +128,9 @@ def gives_modes_and_profiles():
         assert json.loads(run("--json", "--time-axis", "last", last)[0])["modes"] == result["modes"]
         table, err = run(write(folder, "line.h5", field()[:, 17]) + ":/Ez")
         assert err == "" and "line-modes.h5" in table and table.splitlines()[0].endswith(": 4 modes"), table
-        assert "no modes" in run(write(folder, "none.h5", NOISE * np.random.default_rng(1).standard_normal((200, 20, 30)))
-                                 + ":/Ez")[0]
+        none = write(folder, "none.h5", NOISE * np.random.default_rng(1).standard_normal((200, 20, 30))) + ":/Ez"
+        assert "no modes" in run(none)[0]
+        check(json.loads(run("--json", none)[0]), SCHEMA)
 
 
 def says_in_one_line_what_hinders():
@@ -130,6 +159,47 @@ def says_in_one_line_what_hinders():
                 lines = said(err) if ranks else err.splitlines()
                 assert len(lines) == status and says in lines[0] and out == "", (arguments, ranks, out, err)
                 assert set(os.listdir(folder)) == before, (arguments, ranks, os.listdir(folder))
+
+
+def says_what_is_wrong_with_the_file():
+    # With one process and with two, of which one alone meets the fault.
+    with tempfile.TemporaryDirectory() as folder:
+        data = field()
+        path = write(folder, "packed.h5", data, chunks=(100, 16, 45), compression="gzip", compression_opts=1)
+        damage = []
+        with h5py.File(path) as file:
+            chunks = file["Ez"].id
+            last = chunks.get_chunk_info(chunks.get_num_chunks() - 1)
+            damage.append((path, last.byte_offset + last.size // 2))
+        for order, name in ((data, "first.h5"), (np.moveaxis(data, 0, -1), "last.h5")):
+            with h5py.File(write(folder, name, order)) as file:
+                damage.append((file.filename, file["Ez"].id.get_offset() + 8 * (data.size - 50)))
+        for name, place in damage:
+            with open(name, "r+b") as file:
+                file.seek(place)
+                file.write(b"\xff" * 64)
+        before = set(os.listdir(folder))
+        for arguments, says in (([path + ":/Ez"], "the file is damaged"), ([f"{folder}/first.h5:/Ez"], "is not finite"),
+                                (["--time-axis", "last", f"{folder}/last.h5:/Ez"], "is not finite")):
+            for ranks in (0, 2) if MPI else (0,):
+                out, err = run(*arguments, ranks=ranks, status=1)
+                lines = said(err) if ranks else err.splitlines()
+                assert len(lines) == 1 and says in lines[0] and out == "", (arguments, ranks, out, err)
+                assert set(os.listdir(folder)) == before, (arguments, ranks, os.listdir(folder))
+
+        # A file that grows while it is read: the time of its last change moves all the while.
+        whole = write(folder, "grows.h5", data)
+        for ranks in (0, 2) if MPI else (0,):
+            with open(whole, "ab") as file:
+                grow = subprocess.Popen(["sh", "-c", "while echo; do :; done"], stdout=file)
+            try:
+                out, err = run("--output", f"{folder}/grown.h5", whole + ":/Ez", ranks=ranks, status=1)
+            finally:
+                grow.kill()
+                grow.wait()
+            lines = said(err) if ranks else err.splitlines()
+            assert len(lines) == 1 and "still being written" in lines[0] and out == "", (ranks, out, err)
+            assert set(os.listdir(folder)) == before | {"grows.h5"}, (ranks, os.listdir(folder))
 
 
 def goes_on_where_it_stopped():
@@ -181,11 +251,21 @@ def is_the_same_for_any_number_of_processes():
             for file in ("field-modes.h5", "field-modes.xdmf"):
                 os.remove(f"{folder}/{file}")
         assert all(result == results[0] for result in results), [out for out, _ in results]
-        # One of them is gone: all end, and nothing could be taken for a result.
-        start = ["mpirun", "--oversubscribe", "--allow-run-as-root", "-n", "1", COMMAND, path, ":", "-n", "1", "sh", "-c",
-                 "kill -9 $$"]
-        assert subprocess.run(start, capture_output=True, timeout=120).returncode != 0
-        assert not os.path.exists(f"{folder}/field-modes.h5")
+        # One of them is killed at work: all end, nothing could be taken for a result, and what is left hinders nobody.
+        for more in ([], ["--resume"]):
+            process = subprocess.Popen([*mpirun(2), COMMAND, path], env=ENVIRONMENT, stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.DEVNULL)
+            while process.poll() is None and not os.path.exists(f"{folder}/field-modes.h5.part"):
+                pass
+            with open(f"/proc/{process.pid}/task/{process.pid}/children") as children:
+                os.kill(int(children.read().split()[-1]), signal.SIGKILL)
+            assert process.wait(timeout=120) != 0
+            assert not os.path.exists(f"{folder}/field-modes.h5") and os.path.exists(f"{folder}/field-modes.h5.work")
+            out, err = run("--jobs", "1", *more, path)
+            assert err == "" and set(results[0][0].splitlines()) <= set(out.splitlines()), (out, err)
+            assert set(os.listdir(folder)) == {"field.h5", "field-modes.h5", "field-modes.xdmf"}, os.listdir(folder)
+            for file in ("field-modes.h5", "field-modes.xdmf"):
+                os.remove(f"{folder}/{file}")
 
 
 globals()[BEHAVIOUR]()

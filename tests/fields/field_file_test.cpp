@@ -202,6 +202,37 @@ TEST_P(OneFieldFile, TellsTheAxisOfTime)
     EXPECT_NE(file->notes().at(0).find("--time-axis last"), std::string::npos);
 }
 
+TEST_P(OneFieldFile, FindsTheStepsInGroupsOfGroups)
+{
+    for (const std::size_t number : {100, 90, 110, 80}) { // not in the order of their names
+        const std::string step = "/data/" + std::to_string(number), run = "/run/step_" + std::to_string(number) + "x";
+        const std::vector<double> data(6, static_cast<double>(number));
+        for (const std::string& name : {step + "/fields/E/z", step + "/fields/E/x", run + "/Ez"})
+            add(name, {2, 3}, H5T_NATIVE_DOUBLE, H5T_NATIVE_DOUBLE, data.data());
+        attribute(step.c_str(), "time", 0.5 * static_cast<double>(number));
+        attribute(step.c_str(), "dt", 0.25);
+        attribute(step.c_str(), "timeUnitSI", 1e-15);
+        attribute(run.c_str(), "time", 0); // nobody set it
+        attribute(run.c_str(), "dt", 0.25);
+    }
+    for (const auto& [path, start, spacing] :
+         {std::tuple{"/data/%/fields/E/z", 40e-15, 5e-15}, {"/run/step_%x/Ez", 20.0, 2.5}}) {
+        const auto file = open(path, {});
+        EXPECT_EQ(file->shape().steps, 4U);
+        EXPECT_NEAR(file->shape().start, start, 1e-12 * start);
+        EXPECT_NEAR(file->shape().spacing, spacing, 1e-12 * spacing);
+        std::vector<double> to(8);
+        file->read({0, 4, 1, 3}, to.data(), nullptr);
+        EXPECT_EQ(to, (std::vector<double>{80, 80, 90, 90, 100, 100, 110, 110}));
+    }
+    for (const auto& [path, says] : {std::pair{"/data", "as FILE:/data/%/NAME"},
+                                     {"/data/%/fields/%/z", "more than one '%'"},
+                                     {"/data/%5/fields/E/z", "holds 0 such members"},
+                                     {"/none/%/Ez", "no group '/none/'"},
+                                     {"/data/%/fields/H/z", "'/data/80/fields/H/z' is no dataset"}})
+        EXPECT_NE(refusal(path, {}).find(says), std::string::npos) << path << ": " << refusal(path, {});
+}
+
 TEST_P(OneFieldFile, RefusesTheRest)
 {
     const std::vector<double> data(64);
@@ -224,7 +255,7 @@ TEST_P(OneFieldFile, RefusesTheRest)
                                      {"/empty", "is empty"},
                                      {"/unwritten", "nothing was written"},
                                      {"/chunks", "0 of the dataset's 4 chunks"},
-                                     {"/gap", "'4' follows '2'"},
+                                     {"/gap", "'/gap/4' follows '/gap/2'"},
                                      {"/mixed", "shape"},
                                      {"/none", "no '/none' inside"},
                                      {"/", "say which"}})
