@@ -66,6 +66,16 @@ Columns::Columns(const Grid& grid, const Terms& terms, std::size_t drift)
     total = linears + modes;
 }
 
+template <class Work>
+void Span::inParts(Index columns, const Work& work) const
+{
+    const auto tasks = static_cast<std::size_t>((columns + kColumnsOfTask - 1) / kColumnsOfTask);
+    share(threads_, tasks, [&](std::size_t task) {
+        const Index from = static_cast<Index>(task) * kColumnsOfTask;
+        work(from, std::min(kColumnsOfTask, columns - from));
+    });
+}
+
 Span::Span(const Grid& grid, Terms terms, std::size_t drift, const std::vector<double>& weights, double unit,
            unsigned threads)
     : grid_(grid),
@@ -143,10 +153,8 @@ ExtendedMatrix Basis::inner(const ExtendedMatrix& v) const
     const Matrix high = v.cast<double>(), low = (v - high.cast<Extended>()).cast<double>();
     ExtendedMatrix out = (q_.transpose() * low).cast<Extended>();
     const Index width = q_.cols(), rows = q_.rows(), slab = static_cast<Index>(kSlab);
-    const auto tasks = static_cast<std::size_t>((v.cols() + kColumnsOfTask - 1) / kColumnsOfTask);
-    share(threads_, tasks, [&](std::size_t task) {
-        const Index first = static_cast<Index>(task) * kColumnsOfTask;
-        const Index end = std::min(first + kColumnsOfTask, v.cols());
+    inParts(v.cols(), [&](Index first, Index count) {
+        const Index end = first + count;
         for (Index from = 0; from < rows; from += slab) {
             const Index stop = std::min(from + slab, rows);
             for (Index c = first; c < end; ++c)
@@ -234,16 +242,25 @@ Matrix Basis::moved(const Terms& terms) const
 
 ExtendedMatrix Basis::projected(const Terms& terms) const
 {
-    const Matrix change = q_.transpose() * moved(terms);
-    return r_ + change.cast<Extended>();
+    const Matrix change = moved(terms);
+    Matrix inside(q_.cols(), change.cols());
+    inParts(change.cols(), [&](Index from, Index count) {
+        inside.middleCols(from, count).noalias() = q_.transpose() * change.middleCols(from, count);
+    });
+    return r_ + inside.cast<Extended>();
 }
 
 Vector Basis::outside(const Terms& terms) const
 {
-    Matrix change = moved(terms);
-    const Matrix inside = q_.transpose() * change;
-    change.noalias() -= q_ * inside;
-    return change.colwise().squaredNorm().transpose();
+    const Matrix change = moved(terms);
+    Vector out(change.cols());
+    inParts(change.cols(), [&](Index from, Index count) {
+        Matrix rest = change.middleCols(from, count);
+        const Matrix inside = q_.transpose() * rest;
+        rest.noalias() -= q_ * inside;
+        out.segment(from, count) = rest.colwise().squaredNorm().transpose();
+    });
+    return out;
 }
 
 std::vector<double> packed(const Matrix& columns)

@@ -80,6 +80,9 @@ public:
 
 protected:
     ExtendedMatrix evaluate(const Terms& terms) const;
+    /// Calls work(first, count) for columns of a matrix, always in the same parts.
+    template <class Work>
+    void inParts(Index columns, const Work& work) const;
 
     Grid grid_;
     Terms terms_;

@@ -483,13 +483,31 @@ public:
     }
 
 private:
-    using States = std::vector<BlockState>;
+    using States = std::vector<std::optional<BlockState>>;
+
+    /// A part that was read. Its memory is first touched by the threads that read.
+    class Buffer
+    {
+    public:
+        void grow(std::size_t size)
+        {
+            if (size > size_)
+                data_ = std::make_unique_for_overwrite<T[]>(size_ = size);
+        }
+        T* at(std::size_t place) { return data_ ? data_.get() + place : nullptr; }
+
+    private:
+        std::unique_ptr<T[]> data_;
+        std::size_t size_ = 0;
+    };
 
     States states_of(std::size_t firstBlock, std::size_t endBlock) const
     {
-        States states;
-        for (std::size_t b = firstBlock; b < endBlock; ++b)
-            states.emplace_back(basis_, b * kBlock, work_.pointsOf(b));
+        States states(endBlock - firstBlock);
+        share(work_.options.threads, states.size(), [&](std::size_t i) {
+            const std::size_t b = firstBlock + i;
+            states[i].emplace(basis_, b * kBlock, work_.pointsOf(b));
+        });
         return states;
     }
     std::size_t endOf(std::size_t endBlock) const { return std::min(work_.endPoint, endBlock * kBlock); }
@@ -513,12 +531,11 @@ private:
             read(next, 1 - buffer, states.size(), [&](std::size_t i) {
                 const Strides strides(work_.shape(), now);
                 const std::size_t offset = i * kBlock * strides.point;
-                states[i].absorb(basis_, now.firstStep - firstStep_, now.endStep - firstStep_,
-                                 re_[buffer].data() + offset, im_[buffer].data() + (im_[buffer].empty() ? 0 : offset),
-                                 strides);
+                states[i]->absorb(basis_, now.firstStep - firstStep_, now.endStep - firstStep_, re_[buffer].at(offset),
+                                  im_[buffer].at(offset), strides);
             });
             for (std::size_t i = 0; i < states.size(); ++i)
-                check(states[i], now.firstPoint + i * kBlock, now.endStep);
+                check(*states[i], now.firstPoint + i * kBlock, now.endStep);
             now = next;
         }
         finish(states, firstBlock);
@@ -541,27 +558,22 @@ private:
             const std::size_t end = std::min(endBlock, b + blocks), from = b * kBlock,
                               kept = ahead.endPoint - endOf(end);
             const Range next = piece(ahead.endPoint, end);
-            for (auto* both : {&re_, &im_}) {
-                const std::vector<T>& old = both[0][buffer];
-                std::vector<T>& other = both[0][1 - buffer];
-                if (old.empty())
-                    continue;
-                other.resize(std::max(other.size(), (kept + next.points()) * steps));
-                std::copy_n(old.begin() + static_cast<std::ptrdiff_t>((endOf(end) - from) * steps), kept * steps,
-                            other.begin());
-            }
+            for (Buffer* both : {re_, im_})
+                if (const T* old = both[buffer].at((endOf(end) - from) * steps)) {
+                    both[1 - buffer].grow((kept + next.points()) * steps);
+                    std::copy_n(old, kept * steps, both[1 - buffer].at(0));
+                }
             States states = states_of(b, end);
             read(
                 next, 1 - buffer, states.size(),
                 [&](std::size_t i) {
                     const std::size_t offset = i * kBlock * steps;
-                    states[i].absorb(basis_, 0, steps, re_[buffer].data() + offset,
-                                     im_[buffer].data() + (im_[buffer].empty() ? 0 : offset),
-                                     Strides(work_.shape(), next));
+                    states[i]->absorb(basis_, 0, steps, re_[buffer].at(offset), im_[buffer].at(offset),
+                                      Strides(work_.shape(), next));
                 },
                 kept * steps);
             for (std::size_t i = 0; i < states.size(); ++i)
-                check(states[i], from + i * kBlock, endStep_);
+                check(*states[i], from + i * kBlock, endStep_);
             finish(states, b);
             ahead = next;
         }
@@ -573,14 +585,14 @@ private:
     {
         const std::size_t size = at + range.steps() * range.points();
         const bool complex = work_.shape().complex;
-        for (std::vector<T>* each : {&re_[buffer], &im_[buffer]})
-            if (each->size() < size && (each == &re_[buffer] || complex))
-                each->resize(size);
+        re_[buffer].grow(size);
+        if (complex)
+            im_[buffer].grow(size);
         const auto part = [&](const Range& some) {
             const Strides strides(work_.shape(), range);
             const std::size_t offset = at + (some.firstStep - range.firstStep) * strides.step +
                                        (some.firstPoint - range.firstPoint) * strides.point;
-            work_.source.read(some, re_[buffer].data() + offset, complex ? im_[buffer].data() + offset : nullptr);
+            work_.source.read(some, re_[buffer].at(offset), im_[buffer].at(offset));
         };
         const std::vector<Range> parts = range.steps() * range.points() > 0 ? work_.parts(range) : std::vector<Range>();
         if (parts.size() == 1)
@@ -618,7 +630,7 @@ private:
             const std::size_t some = std::min(batch, states.size() - begin);
             std::vector<std::vector<double>> values(some);
             share(work_.options.threads, some, [&](std::size_t i) {
-                values[i] = states[begin + i].finish(basis_, work_.shape().single);
+                values[i] = states[begin + i]->finish(basis_, work_.shape().single);
                 done_(firstBlock + begin + i, values[i]);
             });
             for (std::size_t i = 0; i < some; ++i)
@@ -631,7 +643,7 @@ private:
     std::size_t firstStep_, endStep_;
     const Done done_;
     const Tell tell_;
-    std::vector<T> re_[2], im_[2];
+    Buffer re_[2], im_[2];
 };
 
 } // namespace

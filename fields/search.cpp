@@ -1,8 +1,10 @@
 #include "fields/search.h"
 #include "common/elementary.h"
+#include "fields/crew.h"
 #include "fields/spectrum.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace tessel::fields {
@@ -84,9 +86,11 @@ std::vector<std::size_t> find_missed(Work& work, const Basis& basis, const Pass&
     const Grid& grid = basis.grid();
     const Spectrum spectrum(grid.sums, grid.complex);
     const auto filters = filters_of(grid);
-    bool sum = false;
-    for (std::size_t level = 0; level < sums.size() && !sum; ++level)
-        sum = line_in(sums[level], expected(basis, spectrum, filters[level]), blocks, trials, grid.complex);
+    std::atomic<bool> sum = false;
+    share(work.options.threads, sums.size(), [&](std::size_t level) {
+        if (line_in(sums[level], expected(basis, spectrum, filters[level]), blocks, trials, grid.complex))
+            sum = true;
+    });
     const double one = rare(blocks * trials);
     std::vector<Proposal> mine;
     for (const BlockSearch& block : pass.search.blocks) {
