@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::ptrdiff_t kRun = 64; // powers by products, before one is formed anew
 constexpr double kNothing = 1e-15;  // of a slab's columns: nothing of them in a direction
+constexpr double kLittle = 1e-9;    // of a slab's columns: its square is nothing
 constexpr double kWorthwhile = 0.9; // of the work with the columns themselves
 constexpr Index kColumnsOfTask = 8;
 constexpr Extended kLargestNeper = 11000L; // of the range of extended precision
@@ -93,14 +94,15 @@ Span::Span(const Grid& grid, Terms terms, std::size_t drift, const std::vector<d
     q_ = qr.householderQ() * Matrix::Identity(v_.rows(), columns_.total);
 }
 
-Basis::Basis(Span span) : Span(std::move(span)), slabs_(grid_.slabs())
+Basis::Basis(Span span) : Span(std::move(span)), packed_(q_), slabs_(grid_.slabs())
 {
     share(threads_, slabs_.size(), [&](std::size_t s) { slabs_[s] = slabOf(s); });
-    // Whatever rounding made of the basis: these are the columns in it.
+    // Whatever rounding and packing made of the basis: these are the columns in it.
     r_ = inner(v_);
 }
 
-/// Packs a slab; where the columns are made of directions, the basis becomes what that gives.
+/// Packs a slab; where the columns are made of directions, packed_ becomes what that gives. The projection on some
+/// directions loses of lengths and angles of the columns what the square of the part outside of them is.
 Basis::Slab Basis::slabOf(std::size_t slab)
 {
     const auto from = static_cast<Index>(slab * kSlab), rows = static_cast<Index>(grid_.rowsOf(slab));
@@ -109,7 +111,9 @@ Basis::Slab Basis::slabOf(std::size_t slab)
     // The last directions of a decomposition that takes the largest columns first are orthogonal to all.
     Eigen::ColPivHouseholderQR<Matrix> local(q_.middleRows(from, rows));
     local.setThreshold(kNothing);
-    const Index rank = local.rank(), count = std::min(rows - rank, static_cast<Index>(kEmpty));
+    const Index count = std::min(rows - local.rank(), static_cast<Index>(kEmpty));
+    local.setThreshold(kLittle);
+    const Index rank = local.rank();
     const auto directions = [&](Index first, Index some) {
         Matrix out = Matrix::Zero(rows, some);
         out.middleRows(first, some).setIdentity();
@@ -123,7 +127,7 @@ Basis::Slab Basis::slabOf(std::size_t slab)
     if (static_cast<double>(rank * (rows + width)) < kWorthwhile * static_cast<double>(rows * width)) {
         const Matrix rectangle = local.matrixR().topRows(rank).template triangularView<Eigen::Upper>();
         const Matrix columns = rectangle * local.colsPermutation().transpose(), kept = directions(0, rank);
-        q_.middleRows(from, rows).noalias() = kept * columns;
+        packed_.middleRows(from, rows).noalias() = kept * columns;
         out.rank = static_cast<std::size_t>(rank);
         out.rows = packed(weight * kept);
         out.columns = packed(columns);
@@ -151,8 +155,8 @@ void Basis::addComponents(std::size_t slab, const double* x, double* y) const
 ExtendedMatrix Basis::inner(const ExtendedMatrix& v) const
 {
     const Matrix high = v.cast<double>(), low = (v - high.cast<Extended>()).cast<double>();
-    ExtendedMatrix out = (q_.transpose() * low).cast<Extended>();
-    const Index width = q_.cols(), rows = q_.rows(), slab = static_cast<Index>(kSlab);
+    ExtendedMatrix out = (packed_.transpose() * low).cast<Extended>();
+    const Index width = packed_.cols(), rows = packed_.rows(), slab = static_cast<Index>(kSlab);
     inParts(v.cols(), [&](Index first, Index count) {
         const Index end = first + count;
         for (Index from = 0; from < rows; from += slab) {
@@ -163,7 +167,7 @@ ExtendedMatrix Basis::inner(const ExtendedMatrix& v) const
                     const double* const x = &high(0, c);
                     const double* q[4];
                     for (Index n = 0; n < 4; ++n)
-                        q[n] = &q_(0, std::min(i + n, width - 1));
+                        q[n] = &packed_(0, std::min(i + n, width - 1));
                     Extended a = 0, b = 0, d = 0, e = 0;
                     for (Index k = from; k < stop; ++k) {
                         const auto value = static_cast<Extended>(x[k]);
@@ -243,9 +247,9 @@ Matrix Basis::moved(const Terms& terms) const
 ExtendedMatrix Basis::projected(const Terms& terms) const
 {
     const Matrix change = moved(terms);
-    Matrix inside(q_.cols(), change.cols());
+    Matrix inside(packed_.cols(), change.cols());
     inParts(change.cols(), [&](Index from, Index count) {
-        inside.middleCols(from, count).noalias() = q_.transpose() * change.middleCols(from, count);
+        inside.middleCols(from, count).noalias() = packed_.transpose() * change.middleCols(from, count);
     });
     return r_ + inside.cast<Extended>();
 }
@@ -256,8 +260,8 @@ Vector Basis::outside(const Terms& terms) const
     Vector out(change.cols());
     inParts(change.cols(), [&](Index from, Index count) {
         Matrix rest = change.middleCols(from, count);
-        const Matrix inside = q_.transpose() * rest;
-        rest.noalias() -= q_ * inside;
+        const Matrix inside = packed_.transpose() * rest;
+        rest.noalias() -= packed_ * inside;
         out.segment(from, count) = rest.colwise().squaredNorm().transpose();
     });
     return out;

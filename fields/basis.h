@@ -128,7 +128,8 @@ private:
     Slab slabOf(std::size_t slab);
     ExtendedMatrix inner(const ExtendedMatrix& v) const;
 
-    ExtendedMatrix r_; ///< the columns times the transposed basis
+    Matrix packed_;    ///< the basis as its slabs have it, from which it differs by little
+    ExtendedMatrix r_; ///< the columns times the transposed packed_
     std::vector<Slab> slabs_;
 };
 

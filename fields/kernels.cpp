@@ -94,6 +94,10 @@ void add(std::size_t points, std::size_t rows, const T* in, std::size_t stride, 
 {
     for (std::size_t begin = 0; begin < points; begin += kTile, out += kTileStride) {
         const std::size_t count = points - begin < kTile ? points - begin : kTile;
+        // The rows to come lie too far away for the processor to foresee them.
+        for (std::size_t k = rows; k < 2 * rows; ++k)
+            for (std::size_t p = 0; p < kTile; p += 64 / sizeof(T))
+                __builtin_prefetch(in + k * stride + begin + p);
         std::size_t p = 0;
         for (; p + kLanes <= count; p += kLanes) {
             Wide sum = fresh ? Wide{} : load<Wide>(out + p);
@@ -115,6 +119,9 @@ template <std::size_t columns, std::size_t width>
 TESSEL_INLINE void product_group(std::size_t rows, const double* q, const double* x, double* y)
 {
     Wide sum[columns][width] = {};
+    for (std::size_t c = 0; c < columns; ++c) // needed at the end
+        for (std::size_t j = 0; j < width * kLanes; j += 8)
+            __builtin_prefetch(y + c * kTile + j);
     for (std::size_t k = 0; k < rows; ++k) {
         Wide v[width];
         TESSEL_UNROLL

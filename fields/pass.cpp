@@ -111,7 +111,7 @@ public:
                     stop = std::min(stop, stripEnd);
                     stride = kTile;
                     realPart = &strip[(at - stripFrom) * kTile];
-                    imagPart = realPart + kStrip * kTile;
+                    imagPart = parts == 2 ? realPart + kStrip * kTile : nullptr;
                 }
                 const bool fresh = at == sum * grid.factor;
                 add(points, stop - at, realPart, stride, fresh, samples + row * kTile);
