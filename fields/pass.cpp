@@ -128,16 +128,13 @@ public:
                 projection_[slab * kSlab + k] =
                     basis.weights(slab)[k] * (((l[0] + l[1]) + (l[2] + l[3])) + ((l[4] + l[5]) + (l[6] + l[7])));
             }
+        for (std::size_t p = 0; p < points_ && !bad_; ++p)
+            if (!std::isfinite(energy_[p]))
+                bad_ = p;
     }
 
-    /// Whether a sample so far was not finite, and the first such point.
-    std::optional<std::size_t> bad() const
-    {
-        for (std::size_t p = 0; p < points_; ++p)
-            if (!std::isfinite(energy_[p]))
-                return p;
-        return std::nullopt;
-    }
+    /// The first point of which a sample so far was not finite.
+    std::optional<std::size_t> bad() const { return bad_; }
 
     /// What is kept, by BlockLayout.
     std::vector<double> finish(const Basis& basis, bool single) const
@@ -207,6 +204,7 @@ private:
 
     std::size_t points_, tiles_;
     std::vector<double> samples_, y_, energy_, empty_, sign_, projection_;
+    std::optional<std::size_t> bad_;
 };
 
 using Filters = std::vector<std::vector<double>>;
