@@ -424,6 +424,7 @@ private:
 struct Part
 {
     std::size_t blocks, steps;
+    std::size_t chunk = 1; ///< points of whole records that pieces end behind multiples of
 };
 
 Part part_of(const Work& work, const Basis& basis, std::size_t steps)
@@ -446,6 +447,9 @@ Part part_of(const Work& work, const Basis& basis, std::size_t steps)
         part.blocks = std::max<std::size_t>(bytes / (steps * step), work.options.threads);
         part.blocks = std::clamp<std::size_t>(std::min(part.blocks, room / 2 / state), 1, all);
         part.steps = room / 2 / (part.blocks * step);
+        // What a piece holds beyond its blocks has its room, too.
+        if (shape.chunkPoints <= part.blocks * kBlock && shape.chunkPoints * steps * step / kBlock <= room / 4)
+            part.chunk = shape.chunkPoints;
     }
     part.steps = std::clamp<std::size_t>(part.steps, 1, steps);
     if (part.steps > shape.chunkSteps)
@@ -475,7 +479,7 @@ public:
     {
         const std::size_t steps = endStep_ - firstStep_;
         if (!work_.shape().timeFirst && part.steps == steps)
-            return records(firstBlock, endBlock, part.blocks);
+            return records(firstBlock, endBlock, part.blocks, part.chunk);
         for (std::size_t b = firstBlock; b < endBlock; b += part.blocks)
             instants(b, std::min(endBlock, b + part.blocks), part.steps);
     }
@@ -540,10 +544,9 @@ private:
     }
 
     /// Whole records, some blocks at a time. What chunks hold of the blocks to come is kept for them.
-    void records(std::size_t firstBlock, std::size_t endBlock, std::size_t blocks)
+    void records(std::size_t firstBlock, std::size_t endBlock, std::size_t blocks, std::size_t chunk)
     {
         const std::size_t steps = endStep_ - firstStep_, last = endOf(endBlock);
-        const std::size_t chunk = work_.shape().chunkPoints <= blocks * kBlock ? work_.shape().chunkPoints : 1;
         const auto piece = [&](std::size_t from, std::size_t block) {
             const std::size_t end = endOf(std::min(endBlock, block + blocks));
             return Range{firstStep_, endStep_, std::min(from, last),
