@@ -41,7 +41,8 @@ constexpr double kUnexplained = 10; // and where the modes do not explain the re
 constexpr double kColoured = 1.5;   // of the noise's largest over smallest density, in amplitude
 constexpr double kCertain = 5;      // standard errors beyond which a decay differs from none
 
-/// Fits a record, behind its drive if it has one.
+} // namespace
+
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch)
 {
     Stage stage = fit_from(record, options.first.value_or(0), options, unit,
@@ -82,6 +83,8 @@ Stage fit_stage(const Series& record, const Options& options, double unit, const
         stage = skip_artefacts(record, std::move(stage), watch.share(0.2));
     return stage;
 }
+
+namespace {
 
 /// Variance of the noise at each term over that of the weights.
 std::vector<double> noise_scale(const Stage& stage)

@@ -113,7 +113,8 @@ bool explained(const Series& series, const Terms& terms, std::size_t extension, 
     return true;
 }
 
-/// Whether what the terms leave has one mean square over time.
+} // namespace
+
 bool stationary(const Series& series, const Terms& terms)
 {
     std::vector<double> residual;
@@ -133,6 +134,8 @@ bool stationary(const Series& series, const Terms& terms)
     }
     return true;
 }
+
+namespace {
 
 double highest_sample(const Series& record, std::size_t first)
 {

@@ -28,6 +28,12 @@ struct Stage
 Stage fit_from(const Series& record, std::size_t first, const Options& options, double unit, Effort effort,
                const Watch& watch);
 
+/// Fits a record, behind its drive if it has one; its noise may be coloured.
+Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch);
+
+/// Whether what the terms leave has one mean square over time.
+bool stationary(const Series& series, const Terms& terms);
+
 /// Whether the noise that a good fit leaves is coloured.
 bool is_coloured(const Stage& stage);
 
