@@ -52,9 +52,10 @@ def kicks_sum(kicks, decay, angle):
     return total
 
 
-def line_cavity(rng, courant, real, driven):
+def line_cavity(rng, courant, real, driven, probes=None):
     """A lossy line between two walls, in arithmetic of the type `real`: rung from a Gaussian field, or driven at a node
-    by a short pulse. Returns samples, (decay, angle, residue) of its modes and the first free sample."""
+    by a short pulse. Returns samples, (decay, angle, residue) of its modes and the first free sample. With `probes`, so
+    many random nodes are recorded: samples and residues get a row for each."""
     cells = int(rng.integers(8, 41))
     loss = real(rng.choice([0.0, 10.0 ** rng.uniform(-5, -2)]))
     one, s = real(1), real(courant)
@@ -62,6 +63,8 @@ def line_cavity(rng, courant, real, driven):
     steps = int(800 * 8 ** rng.random())
     nodes = np.arange(cells + 1)
     source, probe = (int(rng.integers(1, cells)) for _ in range(2))
+    if probes:
+        probe = rng.integers(1, cells, probes)
     e, h = np.zeros(cells + 1, real), np.zeros(cells, real)
     width = rng.uniform(0.8, 2.5)
     currents = np.zeros(0, real)
@@ -71,9 +74,9 @@ def line_cavity(rng, courant, real, driven):
     else:
         e[1:-1] = np.exp(-(((nodes[1:-1] - rng.uniform(1, cells - 1)) / width) ** 2))
     start = e.astype(LD)
-    samples = np.empty(steps, real)
+    samples = np.empty((*np.shape(probe), steps), real)
     for k in range(steps):
-        samples[k] = e[probe]
+        samples[..., k] = e[probe]
         h += s * (e[1:] - e[:-1])
         e[1:-1] = c * e[1:-1] + b * (h[1:] - h[:-1])
         if k < len(currents):
@@ -91,7 +94,8 @@ def line_cavity(rng, courant, real, driven):
         e1 = (c - q) * e0
         z_conj = np.exp(-decay) * (np.cos(angle) - 1j * np.sin(angle))
         residue = (e1 - z_conj * e0) * unit_response(decay, angle)
-    return samples, (decay, angle, residue * sine(m, probe, cells) * LD(2) / cells), len(currents)
+    shape = sine(m, np.expand_dims(probe, -1), cells)
+    return samples, (decay, angle, residue * shape * LD(2) / cells), len(currents)
 
 
 def box_cavity(real, rng=None):

@@ -11,7 +11,12 @@ pairs     some modes stand closer to another than one probe resolves
 driven    the probes see a drive, each its own, that ends at one instant
 uneven    noise, length and start differ from probe to probe
 clean     no noise, modes missing
-differ    (on request) one probe belongs to another structure
+On request alone:
+differ    one probe belongs to another structure
+coloured  the noise of each probe has a spectrum of its own
+single    as clean, rounded to single precision
+yee-single, yee-double  a simulated line in single or double precision, all of its modes above a millionth of the
+          strongest to be found
 
 A mode is to be found if the bound resolves its pole (exponentials.py) and chance does not hide it: its amplitude stands
 five of its standard errors above nothing in one probe, or in all R of them together 5 R^(1/4), as the sum of R squares of
@@ -25,10 +30,12 @@ import zlib
 import numpy as np
 import scipy.linalg
 
+import cavities
 import records
-from exponentials import LD, evaluate, powers, resolved
+from exponentials import LD, Colour, evaluate, powers, resolved
 
-KINDS = ("missing", "weak", "pairs", "driven", "uneven", "clean", "differ")
+KINDS = ("missing", "weak", "pairs", "driven", "uneven", "clean")
+COLOURS = ("red", "blue", "hump", "pink")
 NO_NOISE = 1e-16  # of the peak: what stands for the noise in the bound of an exact set
 
 
@@ -40,18 +47,20 @@ def columns(modes, dt, samples):
     return both(e.real, -e.imag), both(-t * e.real, -t * e.imag)  # c = 1: d/d decay, d/d omega = -t Im(E)
 
 
-def bound(modes, residues, dt, lengths, sigmas):
+def bound(modes, residues, dt, lengths, sigmas, colours):
     """Standard errors of frequency and decay by the joint bound, and the error of ln|c| of each probe (rows)."""
     count = len(modes)
     known, information, parts = {}, np.zeros((2 * count, 2 * count)), []
-    for c, samples, sigma in zip(residues, lengths, sigmas):
-        if samples not in known:
-            l, b = columns(modes, dt, samples)
-            norms = np.sqrt((np.hstack((l, b)) ** 2).sum(0))
+    for c, samples, sigma, colour in zip(residues, lengths, sigmas, colours):
+        if (samples, colour) not in known:
+            both = np.hstack(columns(modes, dt, samples))
+            if colour:
+                both = colour.whiten(both)
+            norms = np.sqrt((both**2).sum(0))
             norms[norms == 0.0] = 1e-300
-            r = np.linalg.qr(np.hstack((l, b)) / norms, "r")
-            known[samples] = r, norms
-        r, norms = known[samples]
+            r = np.linalg.qr(both / norms, "r")
+            known[samples, colour] = r, norms
+        r, norms = known[samples, colour]
         k = 2 * count
         # B at c: the column of decay is -t Re(c E), that of omega -t Im(c E)
         turn = np.zeros((k, k))
@@ -91,11 +100,11 @@ def draw(kind, rng, probes):
             modes = np.vstack((modes, twin))
     count = len(modes)
     profile = rng.uniform(-1, 1, (probes, count))  # a mode's field at the probes, some of them near its nodes
-    if kind in ("missing", "clean", "uneven", "differ"):
+    if kind in ("missing", "clean", "uneven", "differ", "single"):
         for j in range(count):
             gone = rng.choice(probes, max(1, int(probes * rng.uniform(0.3, 0.8))), replace=False)[:probes - 1]
             profile[gone, j] = 0.0
-    level = {"clean": 0.0}.get(kind, float(rng.choice([1e-6, 1e-4, 1e-3, 1e-2])))
+    level = 0.0 if kind in ("clean", "single") else float(rng.choice([1e-6, 1e-4, 1e-3, 1e-2]))
     amplitude = np.abs(profile) * modes[:, 2]
     angle = modes[:, 3] + np.where(profile < 0, np.pi, 0.0)
     if kind == "weak":
@@ -120,7 +129,9 @@ def make(kind, rng, probes):
         loud = np.array([records.spread(rng, 0.1, 10) for _ in range(probes)])
     end = int(records.spread(rng, 1, 6) / (draft.highest * dt)) if kind == "driven" else 0
     foreign = rng.integers(probes) if kind == "differ" else -1
-    every, blocks, sigmas = [], [], []
+    every, blocks, sigmas, colours = [], [], [], [None] * probes
+    if kind == "coloured":
+        colours = [Colour.draw(rng, str(rng.choice(COLOURS))) for _ in range(probes)]
     for p in range(probes):
         rows = np.column_stack((modes[:, 0], modes[:, 1], amplitude[p], angle[p]))
         if p == foreign:
@@ -136,14 +147,19 @@ def make(kind, rng, probes):
         peak = float(np.abs(exact).max()) or 1.0
         sigma = level * loud[p] * peak if kind == "uneven" else level
         sigmas.append(max(sigma, NO_NOISE * peak))
-        y = exact.astype(float) + (sigma * rng.standard_normal(len(exact)) if sigma else 0.0)
+        y = exact.astype(float)
+        if kind == "single":
+            y = records.rounded(y, "single", "")
+            sigmas[-1] = max(sigmas[-1], float(np.sqrt(np.mean((y - exact.astype(float)) ** 2))))
+        elif sigma:
+            y += sigma * (colours[p] or Colour([])).noise(rng, len(y))
         blocks.append((starts[p] * LD(dt) + np.arange(len(y)).astype(LD) * LD(dt), y))
         every.append(rows)
     first = np.maximum(starts, end)
     at_first = [powers(rows, dt, [k])[0].astype(complex) * rows[:, 2] * np.exp(1j * rows[:, 3])
                 for rows, k in zip(every, first)]
     free = [len(y) - (k - s) for (_, y), k, s in zip(blocks, first, starts)]
-    sd_f, sd_g, relative = bound(modes, at_first, dt, free, sigmas)
+    sd_f, sd_g, relative = bound(modes, at_first, dt, free, sigmas, colours)
     best = relative.min(axis=0)
     together = 1 / np.sqrt((relative**-2.0).sum(axis=0))
     seen = np.minimum(best, together * probes**0.25)
@@ -159,12 +175,43 @@ def make(kind, rng, probes):
     return blocks, record
 
 
+def simulate(kind, rng, probes):
+    """Records of one run of a solver: their distance from the exact modes, the run's own rounding, is the noise of the
+    bound. All of them see the same, so that it does not average out: the bound is that of a typical record."""
+    real = np.float64 if kind.endswith("double") else np.float32
+    dt, driven = 10.0 ** rng.uniform(-15, -11), bool(rng.integers(2))
+    samples, (decay, angle, residue), end = cavities.line_cavity(rng, rng.uniform(0.5, 0.9), real, driven, probes)
+    strongest = np.abs(residue).max(axis=0)
+    at_end = strongest * np.exp(-decay * end)
+    share = (at_end / at_end.max()).astype(float)
+    listed = share > (1e-14 if real is np.float64 else 3e-8)
+    every, sigmas = [], []
+    for own, y in zip(residue, samples):
+        rows = np.stack((angle / (2 * np.pi * LD(dt)), np.broadcast_to(decay / LD(dt), angle.shape), 2 * np.abs(own),
+                         np.arctan2(own.imag, own.real)), axis=1)
+        left = y[end:].astype(LD) - evaluate(rows, dt, end, len(y))
+        sigmas.append(float(np.sqrt((left**2).mean())) or NO_NOISE)
+        every.append(rows[listed].astype(float))
+    modes = every[0]
+    at_first = [powers(rows, dt, [end])[0].astype(complex) * rows[:, 2] * np.exp(1j * rows[:, 3]) for rows in every]
+    count = samples.shape[1]
+    alike = [np.sqrt(probes) * sigma for sigma in sigmas]
+    sd_f, sd_g, relative = bound(modes, at_first, dt, [count - end] * probes, alike, [None] * probes)
+    sd = np.column_stack((sd_f, sd_g, relative.min(axis=0), relative.min(axis=0)))
+    order = np.argsort(modes[:, 0])
+    record = {"dt": dt, "samples": samples.size, "probes": probes, "end": end, "level": 0.0, "complex": False,
+              "span": (count - end) * dt, "background": 0.0, "foreign": -1, "group": "simulated",
+              "modes": records.mode_entries(modes[order], sd[order], (share[listed] > records.SMALLEST_SEEN)[order])}
+    t = np.arange(count).astype(LD) * LD(dt)
+    return [(t, y.astype(float)) for y in samples], record
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--out", type=pathlib.Path, required=True)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--count", type=int, default=8)
-    parser.add_argument("--kinds", default=",".join(KINDS[:-1]), help="separated by commas")
+    parser.add_argument("--kinds", default=",".join(KINDS), help="separated by commas")
     parser.add_argument("--probes", type=int, help="2 to 64, drawn by default")
     arguments = parser.parse_args()
     arguments.out.mkdir(parents=True, exist_ok=True)
@@ -173,7 +220,7 @@ def main():
         for number in range(arguments.count):
             rng = np.random.default_rng([arguments.seed, zlib.crc32(kind.encode()), number, 7])
             probes = arguments.probes or int(round(records.spread(rng, 3 if kind == "differ" else 2, 64)))
-            blocks, record = make(kind, rng, probes)
+            blocks, record = (simulate if kind.startswith("yee") else make)(kind, rng, probes)
             name = f"{kind}-{number:03d}.txt"
             with open(arguments.out / name, "w", encoding="ascii") as file:
                 for t, y in blocks:
