@@ -36,13 +36,14 @@ constexpr double kWalking = 2.5;      // of the mean square of noise that walks 
 constexpr double kSettled = 0.02;     // nepers of the noise, from round to round
 constexpr double kAboveSilence = 8;   // of the largest sample of what may be silence
 
+} // namespace
+
 std::size_t block_factor(double highest, std::size_t samples)
 {
     const double edge = std::max(highest, 1e-3);
     return std::max<std::size_t>(1, std::min(static_cast<std::size_t>(1 / (kBlocksPerPeriod * edge)), samples / 64));
 }
 
-/// The noise of a late part, carried to an earlier first sample: the drive must not count as noise.
 Noise extend(const Series& record, const Noise& noise, std::size_t from, std::size_t first, double depth)
 {
     Noise out = noise;
@@ -66,13 +67,16 @@ Noise extend(const Series& record, const Noise& noise, std::size_t from, std::si
     return out;
 }
 
+namespace {
+
 /// Whether the fit leaves about the noise: lines that rounding excites leave more than the model of their feet says.
 bool explains(const Fit& fit)
 {
     return fit.reduced < (fit.walks ? kMostWalking : kMostNoise);
 }
 
-/// The shortest time, in samples, in which a term that decays falls by a neper.
+} // namespace
+
 double shortest_life(const Terms& terms)
 {
     double life = INFINITY;
@@ -81,6 +85,8 @@ double shortest_life(const Terms& terms)
             life = std::min(life, 1 / static_cast<double>(term.decay));
     return life;
 }
+
+namespace {
 
 /// Whether the first `extension` means are explained: no mean of squares from the first sample on is above that of the
 /// rest by more than chance.

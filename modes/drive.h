@@ -31,6 +31,15 @@ Stage fit_from(const Series& record, std::size_t first, const Options& options, 
 /// Fits a record, behind its drive if it has one; its noise may be coloured.
 Stage fit_stage(const Series& record, const Options& options, double unit, const Watch& watch);
 
+/// Samples in a block mean of a record of so many, whose lines end at `highest` cycles a sample.
+std::size_t block_factor(double highest, std::size_t samples);
+
+/// The noise of a part of the record from `from` on, carried to another first sample: a drive must not count as noise.
+Noise extend(const Series& record, const Noise& noise, std::size_t from, std::size_t first, double depth);
+
+/// The shortest time, in samples, in which a term that decays falls by a neper.
+double shortest_life(const Terms& terms);
+
 /// Whether what the terms leave has one mean square over time.
 bool stationary(const Series& series, const Terms& terms);
 
