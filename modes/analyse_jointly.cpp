@@ -1,6 +1,7 @@
 #include "modes/chance.h"
 #include "modes/errors.h"
 #include "modes/joint_fit.h"
+#include "modes/joint_rounding.h"
 #include "modes/joint_select.h"
 #include "modes/record.h"
 #include "modes/remarks.h"
@@ -19,6 +20,7 @@ namespace {
 
 // Least noise, of the highest sample, as of one record.
 constexpr double kDepths[] = {6e-16, 1e-9};
+constexpr double kDepthsSingle[] = {2, 16}; // of the rounding
 // Of the strongest mode's rounding: what is weaker may come from rounding alone and is not told of.
 constexpr double kLeastSingle = 4;
 constexpr double kLeastDouble = 100;
@@ -26,9 +28,18 @@ constexpr double kDouble = 0x1p-53;
 // Of chi^2 per degree of freedom: where the noise is less than was assumed, what is left is the model's own rounding,
 // which is not white.
 constexpr double kLeastScale = 0.3;
-constexpr double kCertain = 5;    // standard errors beyond which a decay differs from none
-constexpr double kSeen = 1e-3;    // probability that chance shows any mode in any record where it is none
-constexpr std::size_t kTells = 3; // modes of a record of which it shares at most one: it belongs elsewhere
+// Significance that is required, as of one record: for each unit of chi^2 per degree of freedom above what chance
+// gives; where noise was made white, or walks; and where the modes do not explain the records.
+constexpr double kWhite = 1.1;
+constexpr double kDoubt = 5;
+constexpr double kUnwhite = 2;
+constexpr double kUnexplained = 10;
+constexpr double kColoured = 1.5;   // of the noise's largest over smallest density, in amplitude
+constexpr double kCertain = 5;      // standard errors beyond which a decay differs from none
+constexpr double kSeen = 1e-3;      // probability that chance shows any mode in any record where it is none
+constexpr double kMostShared = 0.9; // of a record's modes, on which such a judgement may rest
+constexpr double kStrange = 1e-4;   // probability of sharing so few
+constexpr std::size_t kTells = 3;   // modes of a record of which it shares at most one: it belongs elsewhere
 
 Series series_of(const Record& record)
 {
@@ -94,48 +105,63 @@ Input prepare(const std::vector<Record>& records, double spacing, const Options&
     return input;
 }
 
+/// Probability of at most this many of `count` chances of a probability each.
+double at_most(std::size_t most, std::size_t count, double probability)
+{
+    double term = 1, sum = 0; // C(count, k) probability^k (1 - probability)^(count - k)
+    for (std::size_t k = 0; k < count; ++k)
+        term *= 1 - probability;
+    for (std::size_t k = 0; k <= most && k <= count; ++k) {
+        sum += term;
+        term *= static_cast<double>(count - k) / static_cast<double>(k + 1) * probability / (1 - probability);
+    }
+    return sum;
+}
+
 /// A record that shares no poles with the others: records and modes as a graph, with a line where the mode is seen in
-/// the record. More than one component, or a record with modes of its own alone. The fit itself takes the poles of all.
+/// the record. More than one component, a record with modes of its own alone, or one that shares far fewer of them than
+/// the others do. The fit itself takes the poles of all.
 void tell_strangers(const std::vector<std::vector<char>>& seen, const Input& input, JointResult& result)
 {
     const std::size_t count = seen.size();
     if (count < 2)
         return;
     const std::size_t modes = seen.front().size();
-    std::vector<std::size_t> group(count);
+    std::vector<std::size_t> group(count), own(count, 0), shared(count, 0);
     std::iota(group.begin(), group.end(), 0);
-    const auto joined = [&](std::size_t p, std::size_t q) {
-        for (std::size_t j = 0; j < modes; ++j)
-            if (seen[p][j] && seen[q][j])
-                return true;
-        return false;
-    };
+    std::size_t allOwn = 0, allShared = 0;
     for (std::size_t p = 0; p < count; ++p)
-        for (std::size_t q = 0; q < p; ++q)
-            if (group[p] != group[q] && joined(p, q)) {
-                const std::size_t old = group[p];
-                std::replace(group.begin(), group.end(), old, group[q]);
-            }
+        for (std::size_t j = 0; j < modes; ++j) {
+            bool others = false;
+            for (std::size_t q = 0; q < count && seen[p][j]; ++q)
+                if (q != p && seen[q][j]) {
+                    others = true;
+                    std::replace(group.begin(), group.end(), std::size_t(group[p]), group[q]);
+                }
+            own[p] += seen[p][j] != 0;
+            shared[p] += others;
+        }
     std::vector<std::size_t> members(count, 0);
-    for (const std::size_t g : group)
-        ++members[g];
+    for (std::size_t p = 0; p < count; ++p) {
+        ++members[group[p]];
+        allOwn += own[p];
+        allShared += shared[p];
+    }
     const auto main = static_cast<std::size_t>(std::max_element(members.begin(), members.end()) - members.begin());
     for (std::size_t p = 0; p < count; ++p) {
-        std::size_t own = 0, shared = 0;
-        for (std::size_t j = 0; j < modes; ++j) {
-            if (!seen[p][j])
-                continue;
-            ++own;
-            bool others = false;
-            for (std::size_t q = 0; q < count; ++q)
-                others = others || (q != p && seen[q][j]);
-            shared += others;
-        }
-        if (own == 0 || !(group[p] != main || (own >= kTells && shared <= 1)))
+        if (own[p] == 0)
+            continue;
+        // what the others share of their modes
+        const double usual =
+            allOwn > own[p] ? static_cast<double>(allShared - shared[p]) / static_cast<double>(allOwn - own[p]) : 0;
+        const bool few =
+            (own[p] >= kTells && shared[p] <= 1) || at_most(shared[p], own[p], std::min(usual, kMostShared)) < kStrange;
+        if (group[p] == main && !few)
             continue;
         result.remarks.push_back({RemarkCode::recordsDiffer, static_cast<double>(input.place[p]),
-                                  "record " + std::to_string(input.place[p]) +
-                                      " shares no modes with the others: it may not belong to them"});
+                                  "record " + std::to_string(input.place[p]) + " shares " +
+                                      (shared[p] == 0 ? "no" : "few") +
+                                      " modes with the others: it may not belong to them"});
     }
 }
 
@@ -158,7 +184,13 @@ void tell_modes(const Input& input, const JointStage& stage, double spacing, con
     const Projection projection = project(set, stage.fit.model, n);
     const JointCovariance covariance(projection, set);
     const double span = static_cast<double>(n * stage.factor) * spacing;
-    const double scale = options.noise ? stage.fit.reduced : std::max(stage.fit.reduced, kLeastScale);
+    // single precision leaves more than the model's own rounding
+    const bool single = std::all_of(input.raw.records.begin(), input.raw.records.end(),
+                                    [](const Series& series) { return series.rounding > kDouble; });
+    const double least = options.noise || single ? 0 : kLeastScale;
+    const double reduced = std::max(stage.fit.reduced, least);
+    const double excess = std::max(1.0, stage.fit.reduced);
+    const JointFeet feet(set, stage.fit.model, n);
 
     std::vector<std::vector<Mode>> all(set.size());
     std::vector<double> strongest(set.size(), 0);
@@ -171,18 +203,24 @@ void tell_modes(const Input& input, const JointStage& stage, double spacing, con
     for (std::size_t p = 0; p < set.size(); ++p) {
         const Terms terms = projection.model.of(set, p, n);
         for (std::size_t j = 0; j < count; ++j) {
-            const ExtendedMatrix block = covariance.block(j, p);
-            all[p].push_back(mode_of(terms[j], block, stage.factor, Whitener(), spacing, scale));
+            const double scale = feet.any() ? std::max(excess * feet.scale(p, j), least) : reduced;
+            const double ofPole = feet.any() ? std::max(excess * feet.scale(j), least) : reduced;
+            const ExtendedMatrix block = covariance.block(j, p, scale, ofPole);
+            all[p].push_back(mode_of(terms[j], block, stage.factor,
+                                     stage.whitener.empty() ? Whitener() : stage.whitener[p], spacing, 1));
             const int linear = linearCount(terms[j]);
             ExtendedVector c(linear);
             c[0] = static_cast<Extended>(terms[j].c.real());
             if (linear == 2)
                 c[1] = static_cast<Extended>(terms[j].c.imag());
             const ExtendedMatrix own = block.topLeftCorner(linear, linear);
-            shows[p].push_back(c.dot(own.inverse() * c) > line * static_cast<Extended>(std::max(1.0, scale)));
+            shows[p].push_back(c.dot(own.inverse() * c) > line * static_cast<Extended>(std::max(1.0, 1 / scale)));
             strongest[p] = std::max(strongest[p], highest(all[p][j]));
         }
     }
+    double required = stage.good ? 1 + kDoubt * std::max(0.0, stage.fit.reduced - kWhite) : kUnexplained;
+    if (stage.good && (!stage.whitener.empty() || feet.any()))
+        required = std::max(required, kUnwhite);
     std::vector<std::vector<char>> seen(set.size());
     double background = 0;
     for (std::size_t j = 0; j < count; ++j) {
@@ -194,7 +232,7 @@ void tell_modes(const Input& input, const JointStage& stage, double spacing, con
                     highest(all[p][j]) >= rounding * (rounding > kDouble ? kLeastSingle : kLeastDouble) * strongest[p];
             offset = std::max(offset, all[p][j].amplitude * input.raw.unit[p]);
         }
-        if (!shown)
+        if (!shown || stage.fit.significance[j] < required)
             continue;
         JointMode mode;
         fill(mode, all.front()[j]);
@@ -261,6 +299,7 @@ void add_common_remarks(const Input& input, const JointStage& joint, double spac
     stage.skipped = joint.skipped;
     stage.fit.terms = joint.fit.model.terms;
     stage.fit.failed = joint.fit.failed;
+    stage.fit.exhausted = joint.fit.exhausted;
     stage.fit.stopped = joint.fit.stopped;
     stage.noise.found = true;
     for (std::size_t p = 0; p < joint.noise.size(); ++p)
@@ -290,11 +329,16 @@ JointResult analyseJointly(const std::vector<Record>& records, double spacing, c
     for (const Series& series : input.raw.records)
         samples += series.size();
     JointStage stage;
-    for (const double depth : kDepths) {
+    double rounding = INFINITY;
+    for (const Series& series : input.raw.records)
+        rounding = std::min(rounding, series.rounding);
+    const bool single = rounding > kDouble;
+    for (const std::size_t k : {0U, 1U}) {
+        const double depth = single ? kDepthsSingle[k] * rounding : kDepths[k];
         double least = INFINITY;
         for (const Noise& noise : stage.noise)
             least = std::min(least, noise.sigma.front());
-        if (depth > kDepths[0] && least > depth)
+        if (k > 0 && least > depth)
             continue;
         stage = fit_records(input.raw, options, Watch(options, samples, depth));
         if (stage.good)
@@ -315,7 +359,7 @@ JointResult analyseJointly(const std::vector<Record>& records, double spacing, c
         JointRecord& out = result.records[input.place[p]];
         out.firstSample = input.raw.first(p, stage.from);
         out.referenceTime += static_cast<double>(out.firstSample) * spacing;
-        out.noise = stage.noise[p].sigma.front() * input.raw.unit[p];
+        out.noise = (stage.whitener.empty() ? stage.noise[p].sigma.front() : stage.level[p]) * input.raw.unit[p];
         if (p < stage.fit.model.chiSquares.size())
             out.reducedChiSquare =
                 stage.fit.model.chiSquares[p] / freedom(set, stage.fit.model.terms, set.longest(), p);
@@ -323,6 +367,9 @@ JointResult analyseJointly(const std::vector<Record>& records, double spacing, c
     }
     if (!stage.fit.failed)
         tell_modes(input, stage, spacing, options, result);
+    if (!stage.whitener.empty() && stage.contrast > kColoured)
+        result.remarks.push_back({RemarkCode::colouredNoise, stage.contrast,
+                                  "the noise is not white: each record's was weighted by its spectrum"});
     add_common_remarks(input, stage, spacing, peak, result);
     return result;
 }

@@ -1,6 +1,9 @@
 #include "modes/joint_fit.h"
+#include "modes/band.h"
 #include "modes/chance.h"
+#include "modes/colour.h"
 #include "modes/decimation.h"
+#include "modes/joint_rounding.h"
 #include "modes/joint_search.h"
 #include "modes/joint_select.h"
 #include "modes/joint_start.h"
@@ -21,16 +24,25 @@ constexpr std::size_t kRounds = 12; // of search at one length
 constexpr std::size_t kMostARound = 6;
 constexpr std::size_t kPatience = 6; // rounds after which a fit far from the noise is given up
 constexpr std::size_t kQuickPatience = 2;
-constexpr int kSteps = 8;        // of refinement in a round
-constexpr double kHopeless = 10; // chi^2 per degree of freedom of such a fit
-constexpr Extended kSlow = 6;    // of the distance of a pole from zero, over the records
-constexpr double kCancel = 30;   // sum of residues over the highest sample: terms that cancel
-constexpr double kBlocksPerPeriod = 8;
+constexpr std::size_t kCrowded = 4;  // such rounds, each of which finds all that it may
+constexpr int kSteps = 8;            // of refinement in a round
+constexpr double kHopeless = 10;     // chi^2 per degree of freedom of such a fit
 constexpr double kBlocksPerLife = 2; // of a term: fewer would average it out
 constexpr std::size_t kMostModes = 300;
 constexpr std::size_t kFewest = 8;
-constexpr double kMostNoise = 2;   // of chi^2 per degree of freedom
-constexpr std::size_t kFew = 6;    // records that show the end of the drive
+constexpr double kMostNoise = 2; // of chi^2 per degree of freedom
+constexpr double kMostWalking = 10;
+constexpr double kUnexplained = 1.5;
+constexpr double kWalking = 2.5;      // of the mean square of noise that walks at
+                                      // random, in a part of a record
+constexpr double kMostContrast = 1e3; // of noise; above it the filter takes lines for noise
+constexpr double kSettled = 0.02;     // nepers of the noise, from round to round
+constexpr int kColourRounds = 6;
+constexpr std::size_t kFew = 6;    // records that show whether all begin with a drive
+constexpr std::size_t kScouts = 4; // that may show where it ends
+constexpr std::size_t kAgree = 2;  // of them that are enough
+constexpr double kLater = 0.1;     // of the record
+constexpr double kBrief = 10;      // nepers in that part, of a term that lives briefly
 constexpr double kUnlikely = 1e-4; // of a beginning that noise explains
 
 void spend(const Watch& watch, const RecordSet& set, const JointModel& model, std::size_t n)
@@ -46,33 +58,65 @@ void spend(const Watch& watch, const RecordSet& set, const JointModel& model, st
         watch.spend(done, 0);
 }
 
-double reduced_of(const RecordSet& set, const JointModel& model, std::size_t n)
+/// chi^2 per degree of freedom, without what feet of lines explain.
+double reduced_of(const RecordSet& set, const JointModel& model, std::size_t n, bool* walks = nullptr)
 {
-    return model.chiSquare / freedom(set, model.terms, n);
+    const double reduced = model.chiSquare / freedom(set, model.terms, n);
+    if (reduced < kUnexplained)
+        return reduced;
+    const JointFeet feet(set, model, n);
+    if (walks != nullptr)
+        *walks = feet.any();
+    return reduced * feet.part();
 }
 
-/// Refines and searches over the first n samples until the residuals ask for nothing more.
-JointModel complete(const RecordSet& set, JointModel model, std::size_t n, std::size_t mostModes, JointFit& fit,
-                    Effort effort, const Watch& watch)
+/// Whether terms imitate a drive, as imitates_drive() of one record finds it in
+/// most of some records.
+bool imitates_drive(const RecordSet& set, const JointModel& model, double highest)
+{
+    const std::size_t count = std::min(set.size(), kFew);
+    std::size_t found = 0;
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::size_t p = k * set.size() / count;
+        found += imitates_drive(set.records[p], model.of(set, p, set.longest()), highest);
+    }
+    return 2 * found > count;
+}
+
+/// Refines and searches over the first n samples until the residuals ask for
+/// nothing more.
+JointModel complete(const RecordSet& set, JointModel model, std::size_t n, std::size_t mostModes, double highest,
+                    JointFit& fit, Effort effort, const Watch& watch)
 {
     const double part = static_cast<double>(n) / static_cast<double>(set.longest());
     const double enough = JointThreshold(set, n).one;
     model = refine(set, std::move(model), n, 2 * kSteps);
     spend(watch, set, model, n);
+    bool crowded = true;
     for (std::size_t round = 0; round < kRounds; ++round) {
         watch.tell("search", model.terms.size(), part);
         if (model.terms.size() >= mostModes) {
             fit.stopped = true;
             break;
         }
-        if (watch.exhausted() || (round >= (effort == Effort::quick ? kQuickPatience : kPatience) &&
-                                  reduced_of(set, model, n) > kHopeless)) {
+        if (watch.exhausted()) {
+            fit.failed = fit.exhausted = true;
+            break;
+        }
+        const bool quick = effort == Effort::quick;
+        if ((round >= (quick ? kQuickPatience : kPatience) && reduced_of(set, model, n) > kHopeless) ||
+            (quick && round > 0 && imitates_drive(set, model, highest))) {
             fit.failed = true;
             break;
         }
         const std::vector<Candidate> found = search(set, model, n, kMostARound);
         if (found.empty())
             break;
+        crowded = crowded && found.size() == kMostARound;
+        if (quick && crowded && round >= kCrowded) { // noise that is not white asks for more and more
+            fit.failed = true;
+            break;
+        }
         JointModel next = model;
         for (const Candidate& c : found)
             next.add(c.term);
@@ -90,11 +134,12 @@ JointModel complete(const RecordSet& set, JointModel model, std::size_t n, std::
     return model;
 }
 
-JointFit continue_fit(const RecordSet& set, JointModel model, std::size_t mostModes, Effort effort, const Watch& watch)
+JointFit continue_fit(const RecordSet& set, JointModel model, std::size_t mostModes, double highest, Effort effort,
+                      const Watch& watch)
 {
     const std::size_t n = set.longest();
     JointFit fit;
-    model = complete(set, std::move(model), n, mostModes, fit, effort, watch);
+    model = complete(set, std::move(model), n, mostModes, highest, fit, effort, watch);
     fit.reduced = reduced_of(set, model, n);
     if (fit.failed || (fit.stopped && fit.reduced > 2)) {
         fit.significance.assign(model.terms.size(), 1);
@@ -107,43 +152,10 @@ JointFit continue_fit(const RecordSet& set, JointModel model, std::size_t mostMo
         spend(watch, set, m, n);
         return !watch.exhausted();
     });
-    fit.failed = watch.exhausted();
+    fit.failed = fit.exhausted = watch.exhausted();
     fit.stopped = fit.stopped && fit.model.terms.size() >= mostModes;
-    fit.reduced = reduced_of(set, fit.model, n);
+    fit.reduced = reduced_of(set, fit.model, n, &fit.walks);
     return fit;
-}
-
-/// Whether terms of short life crowd at the beginning, or cancel there, as they do when they imitate a drive.
-bool imitates_drive(const RecordSet& set, const JointModel& model, double highest)
-{
-    const auto n = static_cast<Extended>(set.longest());
-    std::vector<double> life;
-    std::vector<double> sum(set.size(), 0);
-    for (std::size_t j = 0; j < model.terms.size(); ++j) {
-        const Term& term = model.terms[j];
-        if (term.decay <= 0 || std::abs(term.decay) + std::abs(term.angle) < kSlow / n)
-            continue;
-        double above = 0;
-        for (std::size_t p = 0; p < set.size(); ++p) {
-            above = std::max(above, std::abs(model.residues[p][j]) * std::sqrt(set.weight[p]));
-            sum[p] += std::abs(model.residues[p][j]);
-        }
-        if (above > 1)
-            life.push_back(logarithm(above) / static_cast<double>(term.decay) * highest);
-    }
-    std::sort(life.begin(), life.end());
-    for (std::size_t j = 0; j < life.size(); ++j)
-        if (static_cast<double>(j + 1) > 3 + life[j] / kPeriodsPerMode)
-            return true;
-    for (std::size_t p = 0; p < set.size(); ++p) {
-        const Series& series = set.records[p];
-        double peak = 3 / std::sqrt(set.weight[p]);
-        for (std::size_t k = 0; k < std::min<std::size_t>(series.size(), 16); ++k)
-            peak = std::max(peak, std::abs(series.re[k]));
-        if (sum[p] > kCancel * peak)
-            return true;
-    }
-    return false;
 }
 
 JointFit fit_set(const RecordSet& set, double highest, std::size_t mostModes, Effort effort, const Watch& watch)
@@ -163,7 +175,7 @@ JointFit fit_set(const RecordSet& set, double highest, std::size_t mostModes, Ef
         model.add(term);
     model = prune(set, model, n);
     while (n < m) {
-        model = complete(set, std::move(model), n, mostModes, early, effort, watch);
+        model = complete(set, std::move(model), n, mostModes, highest, early, effort, watch);
         if (effort == Effort::quick && imitates_drive(set, model, highest))
             early.failed = true;
         if (early.failed || early.stopped) {
@@ -173,29 +185,18 @@ JointFit fit_set(const RecordSet& set, double highest, std::size_t mostModes, Ef
         }
         n = 2 * n > m - m / 8 ? m : 2 * n;
     }
-    return continue_fit(set, std::move(model), mostModes, effort, watch);
+    return continue_fit(set, std::move(model), mostModes, highest, effort, watch);
 }
 
-std::size_t block_factor(double highest, std::size_t samples)
-{
-    const double edge = std::max(highest, 1e-3);
-    return std::max<std::size_t>(1, std::min(static_cast<std::size_t>(1 / (kBlocksPerPeriod * edge)), samples / 64));
-}
-
-double shortest_life(const Terms& terms)
-{
-    double life = INFINITY;
-    for (const Term& term : terms)
-        if (term.decay > 0)
-            life = std::min(life, 1 / static_cast<double>(term.decay));
-    return life;
-}
-
+/// The decimated records of a stage, behind its filters.
 void decimate(const RawSet& raw, JointStage& stage)
 {
     stage.series.clear();
-    for (std::size_t p = 0; p < raw.records.size(); ++p)
+    for (std::size_t p = 0; p < raw.records.size(); ++p) {
         stage.series.push_back(decimate(raw.records[p], raw.first(p, stage.from), stage.factor, stage.noise[p]));
+        if (!stage.whitener.empty())
+            stage.series[p] = whiten(stage.series[p], stage.whitener[p]);
+    }
 }
 
 bool bursts(const JointStage& stage)
@@ -205,14 +206,22 @@ bool bursts(const JointStage& stage)
 
 bool explains(const JointStage& stage)
 {
-    return !stage.fit.failed && !stage.fit.stopped && stage.fit.reduced < kMostNoise && !bursts(stage);
+    return !stage.fit.failed && !stage.fit.stopped &&
+           stage.fit.reduced < (stage.fit.walks ? kMostWalking : kMostNoise) && !bursts(stage);
 }
 
-/// Fits the records from an instant on, anew.
-JointStage fit_from(const RawSet& raw, std::size_t from, const Options& options, Effort effort, const Watch& watch)
+/// Whether a stage begins with something else than modes.
+bool imitates_drive(const JointStage& stage)
+{
+    return imitates_drive(stage.set(), stage.fit.model, stage.highest * static_cast<double>(stage.factor));
+}
+
+/// The records from an instant on, not yet fitted.
+JointStage stage_from(const RawSet& raw, std::size_t from, const Options& options, const Watch& watch)
 {
     JointStage stage;
     stage.from = from;
+    stage.fit.model.residues.resize(raw.records.size());
     watch.tell("band", 0, 0);
     stage.highest = highest_line(raw.records, raw.firsts(from));
     std::size_t samples = 0;
@@ -225,14 +234,20 @@ JointStage fit_from(const RawSet& raw, std::size_t from, const Options& options,
             stage.noise[p].found = true;
         }
     }
+    stage.factor = block_factor(stage.highest, samples);
+    decimate(raw, stage);
+    return stage;
+}
+
+/// Fits the records from an instant on, anew.
+JointStage fit_from(const RawSet& raw, std::size_t from, const Options& options, Effort effort, const Watch& watch)
+{
+    JointStage stage = stage_from(raw, from, options, watch);
     if (effort == Effort::quick && bursts(stage)) { // a drive: nothing that follows would be taken
         stage.fit.failed = true;
-        stage.fit.model.residues.resize(raw.records.size());
-        decimate(raw, stage);
         return stage;
     }
-    for (stage.factor = block_factor(stage.highest, samples);; stage.factor = (stage.factor + 1) / 2) {
-        decimate(raw, stage);
+    for (;; stage.factor = (stage.factor + 1) / 2, decimate(raw, stage)) {
         stage.fit = fit_set(stage.set(), stage.highest * static_cast<double>(stage.factor), kMostModes, effort, watch);
         if (stage.factor == 1 || stage.fit.failed || shortest_life(stage.fit.model.terms) > kBlocksPerLife)
             break;
@@ -241,37 +256,137 @@ JointStage fit_from(const RawSet& raw, std::size_t from, const Options& options,
     return stage;
 }
 
-/// The fit of `late`, carried to an earlier instant and continued there. The noise is that of the late part: the drive
-/// must not count as noise.
+/// A model of records behind filters, as one of the records before them.
+JointModel through(JointModel model, const std::vector<Whitener>& whitener)
+{
+    for (std::size_t p = 0; p < model.residues.size(); ++p) {
+        Terms terms = model.terms;
+        for (std::size_t j = 0; j < terms.size(); ++j)
+            terms[j].c = model.residues[p][j];
+        terms = through(terms, whitener[p], true);
+        for (std::size_t j = 0; j < terms.size(); ++j)
+            model.residues[p][j] = terms[j].c;
+    }
+    return model;
+}
+
+/// A stage of one of the records.
+Stage stage_of(const JointStage& joint, const RecordSet& set, std::size_t p)
+{
+    Stage stage;
+    stage.series = set.records[p];
+    stage.fit.terms = joint.fit.model.of(set, p, set.longest());
+    stage.fit.reduced = joint.fit.model.chiSquares[p] / freedom(set, joint.fit.model.terms, set.longest(), p);
+    return stage;
+}
+
+/// Whether the noise of a record is coloured.
+bool is_coloured(const JointStage& stage)
+{
+    const RecordSet set = stage.set();
+    for (std::size_t p = 0; p < set.size(); ++p) {
+        const Stage own = stage_of(stage, set, p);
+        std::vector<double> residual;
+        evaluate(own.series, own.fit.terms, own.series.size(), &residual);
+        if (coloured(own.series, residual, std::min(1.0, own.fit.reduced)) && is_coloured(own))
+            return true;
+    }
+    return false;
+}
+
+/// Fits a stage's records anew, the noise of each coloured, as fit_coloured()
+/// of one record.
+/// @param known  terms to begin with; none: start values of its own
+JointStage fit_coloured(const RawSet& raw, JointStage base, Terms known, const Watch& watch)
+{
+    base.good = false;
+    base.whitener.clear();
+    if (bursts(base))
+        return base;
+    decimate(raw, base);
+    const std::vector<Series> plain = base.series;
+    const double highest = base.highest * static_cast<double>(base.factor);
+    std::vector<std::vector<double>> residuals;
+    for (const Series& series : plain) {
+        residuals.push_back(series.re);
+        residuals.back().insert(residuals.back().end(), series.im.begin(), series.im.end());
+    }
+    JointStage best = base;
+    std::vector<double> gains;
+    for (int round = 0; round < kColourRounds; ++round) {
+        JointStage stage = base;
+        double gain = 0;
+        for (std::size_t p = 0; p < plain.size(); ++p) {
+            const Colour colour = colour_of(plain[p], residuals[p]);
+            if (!colour.whitener.taps.empty())
+                gain += logarithm(std::abs(colour.whitener.taps[0])) / static_cast<double>(plain.size());
+            stage.whitener.push_back(colour.whitener);
+            stage.contrast = std::max(stage.contrast, colour.contrast);
+        }
+        decimate(raw, stage);
+        const RecordSet set = stage.set();
+        if (!known.empty()) {
+            JointModel model;
+            model.residues.resize(set.size());
+            for (const Term& term : known)
+                model.add(term);
+            stage.fit = continue_fit(set, std::move(model), kMostModes, highest, Effort::thorough, watch.share(0.4));
+        }
+        if (known.empty() || stage.fit.failed)
+            stage.fit = fit_set(set, highest, kMostModes, Effort::thorough, watch.share(0.4));
+        known = stage.fit.model.terms;
+        if (stage.fit.failed || stage.fit.stopped)
+            break; // the noise that was assumed before is the least that few modes
+                   // explain
+        stage.good = stage.contrast < kMostContrast && explains(stage);
+        const JointModel before = through(stage.fit.model, stage.whitener);
+        for (std::size_t p = 0; p < plain.size(); ++p) {
+            evaluate(plain[p], before.of(set, p, set.longest()), plain[p].size(), &residuals[p]);
+            double sum = 0;
+            for (const double r : residuals[p])
+                sum += r * r;
+            stage.level.push_back(std::sqrt(sum / static_cast<double>(residuals[p].size())));
+            const Stage own = stage_of(stage, set, p);
+            stage.good = stage.good && stationary(own.series, own.fit.terms);
+        }
+        stage.good = stage.good && !imitates_drive(RecordSet(plain), before, highest);
+        best = std::move(stage);
+        // settled, or going to and fro
+        if (round > 0 && (std::abs(gain - gains.back()) < kSettled ||
+                          (round > 1 && std::abs(gain - gains[gains.size() - 2]) < kSettled)))
+            break;
+        gains.push_back(gain);
+    }
+    return best;
+}
+
+/// The fit of `late`, carried to another instant and continued there. The noise
+/// is that of the late part: the drive must not count as noise.
 JointStage carry(const RawSet& raw, const JointStage& late, std::size_t from, std::size_t mostModes, const Watch& watch)
 {
-    JointStage stage;
+    JointStage stage = late;
     stage.from = from;
-    stage.factor = late.factor;
-    stage.highest = late.highest;
-    stage.noise = late.noise;
-    for (std::size_t p = 0; p < stage.noise.size(); ++p) {
-        Noise& noise = stage.noise[p];
-        const std::size_t more = raw.first(p, late.from) - raw.first(p, from);
-        if (noise.varies)
-            noise.sigma.insert(noise.sigma.begin(), (more + noise.segment - 1) / noise.segment, noise.sigma.front());
-    }
+    for (std::size_t p = 0; p < stage.noise.size(); ++p)
+        stage.noise[p] =
+            extend(raw.records[p], late.noise[p], raw.first(p, late.from), raw.first(p, from), watch.depth());
     decimate(raw, stage);
     const RecordSet set = stage.set();
     JointModel model;
     model.terms = late.fit.model.terms;
     model.residues.assign(set.size(), Residues(model.terms.size(), 0));
-    stage.fit = continue_fit(set, std::move(model), mostModes, Effort::quick, watch);
+    stage.fit = continue_fit(set, std::move(model), mostModes, INFINITY, Effort::quick, watch);
     stage.good = explains(stage);
     return stage;
 }
 
-/// Whether the first `extension` means are explained, of all records together and of each.
+/// Whether the first `extension` means are explained, of all records together
+/// and of each.
 bool explained(const JointStage& stage, std::size_t extension)
 {
     const RecordSet set = stage.set();
     const std::size_t n = set.longest();
-    const double unit = std::max(1.0, stage.fit.reduced);
+    // noise that walks at random is largest at the ends
+    const double unit = std::max(1.0, stage.fit.reduced) * (stage.fit.walks ? kWalking : 1);
     std::vector<std::vector<double>> squares;
     for (std::size_t p = 0; p < set.size(); ++p) {
         const Series& series = set.records[p];
@@ -309,7 +424,8 @@ bool explained(const JointStage& stage, std::size_t extension)
     }
 }
 
-/// The fit walked back from `late`; good if it stays explained by few new modes.
+/// The fit walked back from `late`; good if it stays explained by few new
+/// modes.
 JointStage walk_back(const RawSet& raw, const JointStage& late, std::size_t from, const Watch& watch)
 {
     const double periods = static_cast<double>(late.from - from) * late.highest;
@@ -328,8 +444,8 @@ double cost(const JointStage& stage)
            static_cast<double>(stage.from) * stage.highest / kPeriodsPerMode;
 }
 
-/// Leaves out what terms of short life explain at the beginning of driven records, where they take less than their
-/// share of periods.
+/// Leaves out what terms of short life explain at the beginning of driven
+/// records, where they take less than their share of periods.
 JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
 {
     for (;;) {
@@ -364,13 +480,6 @@ JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
                 kept[lives[j].term] = 0;
             JointStage rest = stage;
             rest.fit.model = stage.fit.model.with(kept);
-            for (std::size_t p = 0; p < rest.noise.size(); ++p) {
-                Noise& noise = rest.noise[p];
-                const std::size_t gone = (raw.first(p, from) - raw.first(p, stage.from)) / noise.segment;
-                noise.sigma.erase(noise.sigma.begin(), noise.sigma.begin() + static_cast<std::ptrdiff_t>(std::min(
-                                                                                 gone, noise.sigma.size() - 1)));
-            }
-            rest.from = from;
             rest = carry(raw, rest, from, rest.fit.model.terms.size() + 1, watch);
             if (!rest.fit.failed && cost(rest) < cost(best))
                 best = std::move(rest);
@@ -382,94 +491,137 @@ JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
     }
 }
 
-/// Walks a late fit back, to `lowest` at the earliest, in steps that halve where one fails: what a long step cannot
-/// explain, two short ones may, as modes of short life come in.
-JointStage walk(const RawSet& raw, JointStage late, std::size_t lowest, const Watch& watch)
+/// The records that stand highest above their noise behind an instant, best
+/// first.
+std::vector<std::size_t> highest_records(const RawSet& raw, std::size_t from, double depth)
 {
-    double left = 0.8;
-    const double part = 0.08; // of the work, for one step
-    const auto enough = std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(late.highest, 1e-4)));
-    std::size_t step = late.from - lowest;
-    while (step >= enough && late.from > lowest && left > 0) {
-        const Watch share = watch.share(part);
-        JointStage stage = walk_back(raw, late, late.from - std::min(step, late.from - lowest), share);
-        left -= part * share.spent();
-        if (stage.good)
-            late = std::move(stage);
-        else
-            step = std::min(step, late.from - lowest) / 2;
+    std::vector<double> height;
+    for (std::size_t p = 0; p < raw.records.size(); ++p) {
+        const Series& series = raw.records[p];
+        const std::size_t first = raw.first(p, from);
+        const Noise noise = measure_noise(series, first, highest_line(series, first), depth);
+        double sum = 0;
+        for (std::size_t k = first; k < series.size(); ++k)
+            sum += series.re[k] * series.re[k];
+        const double sigma = *std::max_element(noise.sigma.begin(), noise.sigma.end());
+        height.push_back(sigma > 0 ? sum / (sigma * sigma) : 0);
     }
-    // A mode of short life that shows only near the drive's end is admitted by a leap alone.
-    for (const double periods : {2.01, 1.01}) {
-        const auto leap = static_cast<std::size_t>(periods * kPeriodsPerMode / std::max(late.highest, 1e-4));
-        if (leap < late.from - lowest) {
-            JointStage stage = walk_back(raw, late, late.from - leap, watch.share(part));
-            if (stage.good)
-                late = std::move(stage);
-        }
-    }
-    return late;
-}
-
-/// The walk of the few records that stand highest above their noise: as a drive ends at one instant, they show it.
-JointStage walk_few(const RawSet& raw, const JointStage& late, const Watch& watch)
-{
     std::vector<std::size_t> order(raw.records.size());
     std::iota(order.begin(), order.end(), 0);
-    std::vector<double> height;
-    for (std::size_t p = 0; p < late.series.size(); ++p) {
-        double sum = 0;
-        for (std::size_t k = 0; k < late.series[p].size(); ++k)
-            sum += late.series[p].re[k] * late.series[p].re[k] * late.series[p].weightAt(k);
-        height.push_back(sum);
-    }
     std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return height[a] > height[b]; });
-    order.resize(std::min(order.size(), kFew));
-    const RawSet few = raw.some(order);
-    JointStage stage = late;
-    stage.noise.clear();
-    for (const std::size_t p : order)
-        stage.noise.push_back(late.noise[p]);
-    return walk(few, carry(few, stage, late.from, late.fit.model.terms.size() + 1, watch.share(0.1)), 0, watch);
+    return order;
 }
 
-/// Fits what follows the drive: a fit that begins late enough is walked back.
-JointStage skip_drive(const RawSet& raw, const Options& options, const Watch& watch)
+/// What single records show: where the drive ends, and whether noise is
+/// coloured.
+struct Scouts
 {
-    watch.tell("drive", 0, 0);
-    JointStage late;
-    const std::size_t n = raw.latest(0), latest = raw.latest(kFewest);
-    for (const double part : {0.25, 0.5, 0.7}) {
-        const auto from = std::min(latest, static_cast<std::size_t>(part * static_cast<double>(n)));
-        if (from == 0)
-            continue;
-        late = fit_from(raw, from, options, Effort::thorough, watch.share(0.3));
-        late.good =
-            late.good && !imitates_drive(late.set(), late.fit.model, late.highest * static_cast<double>(late.factor));
-        if (late.good)
+    std::vector<std::size_t> ends; ///< instants, latest first
+    Terms terms;                   ///< of all of them, in raw samples
+    bool coloured = false;
+};
+
+Scouts send_scouts(const RawSet& raw, const Options& options, const Watch& watch)
+{
+    Scouts out;
+    std::vector<std::size_t> order = highest_records(raw, raw.latest(0) / 2, watch.depth());
+    order.resize(std::min(order.size(), kScouts));
+    for (const std::size_t p : order) {
+        if (out.ends.size() == kAgree)
             break;
-    }
-    if (!late.good)
-        return late;
-    if (raw.records.size() <= 2 * kFew) {
-        late = walk(raw, std::move(late), 0, watch);
-    } else {
-        const JointStage few = walk_few(raw, late, watch.share(0.5));
-        // The terms that came in go along.
-        JointStage more = late;
-        const auto width = 1 / static_cast<Extended>(late.set().longest());
-        for (const Term& term : few.fit.model.terms) {
-            bool known = false;
-            for (const Term& own : late.fit.model.terms)
-                known = known || std::hypot(own.angle - term.angle, own.decay - term.decay) < width;
+        const Watch alone(options, raw.records[p].size(), watch.depth());
+        const Stage stage = fit_stage(raw.records[p], options, raw.unit[p], alone.share(0.5));
+        if (!stage.good || stage.fit.terms.empty())
+            continue;
+        out.ends.push_back(stage.first > 0 ? raw.offset[p] + stage.first : 0);
+        out.coloured = out.coloured || stage.whitener.order() > 0;
+        const auto factor = static_cast<Extended>(stage.factor);
+        const auto width = 1 / static_cast<Extended>(raw.records[p].size());
+        for (Term term : stage.fit.terms) {
+            term.angle /= factor;
+            term.decay /= factor;
+            term.origin = 0;
+            const bool known = std::any_of(out.terms.begin(), out.terms.end(), [&](const Term& own) {
+                return std::hypot(own.angle - term.angle, own.decay - term.decay) < width;
+            });
             if (!known)
-                more.fit.model.add(term);
+                out.terms.push_back(term);
         }
-        JointStage stage = walk_back(raw, more, few.from, watch.share(0.3));
-        late = stage.good ? std::move(stage) : walk(raw, std::move(late), few.from, watch);
     }
-    late.skipped = late.from > 0;
-    return trim(raw, std::move(late), watch.share(0.2));
+    std::sort(out.ends.rbegin(), out.ends.rend());
+    out.ends.erase(std::unique(out.ends.begin(), out.ends.end()), out.ends.end());
+    return out;
+}
+
+/// Fits the records from an instant on, from the modes of the scouts.
+JointStage fit_from(const RawSet& raw, std::size_t from, const Scouts& scouts, const Options& options,
+                    const Watch& watch)
+{
+    JointStage stage = stage_from(raw, from, options, watch);
+    while (stage.factor > 1 && !(shortest_life(scouts.terms) > kBlocksPerLife * static_cast<double>(stage.factor)))
+        stage.factor = (stage.factor + 1) / 2;
+    decimate(raw, stage);
+    for (Term term : scouts.terms) {
+        term.angle *= static_cast<Extended>(stage.factor);
+        term.decay *= static_cast<Extended>(stage.factor);
+        stage.fit.model.add(term);
+    }
+    stage.fit = continue_fit(stage.set(), std::move(stage.fit.model), kMostModes, INFINITY, Effort::thorough, watch);
+    stage.good = explains(stage);
+    return stage;
+}
+
+/// Fits the records from the instant on from which single ones are sums of
+/// modes: the latest, then the earlier ones as long as the fit goes on to
+/// explain all records.
+JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, const Watch& watch)
+{
+    const std::size_t latest = raw.latest(kFewest);
+    const std::size_t from = std::min(scouts.ends.front(), latest);
+    JointStage stage;
+    if (scouts.coloured) {
+        stage = fit_coloured(raw, stage_from(raw, from, options, watch), {}, watch.share(0.4));
+    } else {
+        // A record may hear late of a drive that others see: then what comes in
+        // beside the scouts' modes lives briefly.
+        const double n = static_cast<double>(raw.latest(0) - from);
+        const auto brief = [&](const Terms& terms, std::size_t factor) {
+            return std::count_if(terms.begin(), terms.end(), [&](const Term& term) {
+                return static_cast<double>(term.decay) * kLater * n > kBrief * static_cast<double>(factor);
+            });
+        };
+        for (const double part : {0.0, kLater, 0.25, 0.5}) {
+            if (stage.good && brief(stage.fit.model.terms, stage.factor) <= brief(scouts.terms, 1))
+                break;
+            const std::size_t later = std::min(from + static_cast<std::size_t>(part * n), latest);
+            JointStage other = fit_from(raw, later, scouts, options, watch.share(0.2));
+            other.good = other.good && !imitates_drive(other);
+            if (!stage.good || (other.good && cost(other) < cost(stage)))
+                stage = std::move(other);
+        }
+        if (stage.good && !options.noise && is_coloured(stage)) {
+            JointStage other = fit_coloured(raw, stage, stage.fit.model.terms, watch.share(0.4));
+            if (other.good)
+                stage = std::move(other);
+        }
+    }
+    const auto enough = std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(stage.highest, 1e-4)));
+    for (std::size_t step = (stage.from - from) / 2; stage.good && stage.from > from && step >= enough;) {
+        JointStage more = walk_back(raw, stage, stage.from - std::min(step, stage.from - from), watch.share(0.1));
+        if (more.good)
+            stage = std::move(more);
+        else
+            step /= 2;
+    }
+    for (const std::size_t earlier : scouts.ends)
+        if (stage.good && earlier < stage.from) {
+            JointStage more = walk_back(raw, stage, earlier, watch.share(0.1));
+            if (!more.good)
+                break;
+            stage = std::move(more);
+        }
+    stage.skipped = stage.from > 0;
+    return stage.good ? trim(raw, std::move(stage), watch.share(0.2)) : stage;
 }
 
 } // namespace
@@ -503,30 +655,53 @@ std::size_t RawSet::latest(std::size_t fewest) const
 
 JointStage fit_records(const RawSet& raw, const Options& options, const Watch& watch)
 {
-    if (options.first)
-        return fit_from(raw, *options.first, options, Effort::thorough, watch);
-    const auto begins = [](const JointStage& stage) {
-        return stage.good &&
-               !imitates_drive(stage.set(), stage.fit.model, stage.highest * static_cast<double>(stage.factor));
+    const auto fit_white_or_coloured = [&](JointStage stage) {
+        if (options.noise || (stage.good && !is_coloured(stage)))
+            return stage;
+        JointStage other = fit_coloured(raw, stage, {}, watch.share(0.5));
+        return other.good ? other : stage;
     };
-    // What many records begin with shows in a few of them.
-    bool likely = true;
+    if (options.first)
+        return fit_white_or_coloured(fit_from(raw, *options.first, options, Effort::thorough, watch));
+    const auto begins = [](const JointStage& stage) { return stage.good && !imitates_drive(stage); };
+    // What many records begin with, and whether their noise is coloured, shows in
+    // a few of them.
+    RawSet few = raw;
     if (raw.records.size() > 2 * kFew) {
         std::vector<std::size_t> spread;
         for (std::size_t k = 0; k < kFew; ++k)
             spread.push_back(k * raw.records.size() / kFew);
-        likely = begins(fit_from(raw.some(spread), 0, options, Effort::quick, watch.share(0.03)));
+        few = raw.some(spread);
     }
+    const bool many = few.records.size() < raw.records.size();
     JointStage stage;
+    if (many)
+        stage = fit_from(few, 0, options, Effort::quick, watch.share(0.03));
+    const bool likely = !many || begins(stage);
     if (likely) {
         stage = fit_from(raw, 0, options, Effort::quick, watch.share(0.35));
         if (begins(stage))
-            return stage;
+            return fit_white_or_coloured(std::move(stage));
     }
-    JointStage late = skip_drive(raw, options, watch);
-    if (late.good && (!stage.good || cost(late) < cost(stage)))
-        return late;
-    return likely ? stage : fit_from(raw, 0, options, Effort::thorough, watch);
+    if (!options.noise) {
+        JointStage coloured =
+            fit_coloured(few, likely && many ? stage_from(few, 0, options, watch) : stage, {}, watch.share(0.1));
+        if (coloured.good && many) {
+            JointStage all = stage_from(raw, 0, options, watch);
+            all.factor = coloured.factor;
+            coloured = fit_coloured(raw, std::move(all), coloured.fit.model.terms, watch.share(0.4));
+        }
+        if (coloured.good)
+            return coloured;
+    }
+    const Scouts scouts = send_scouts(raw, options, watch);
+    if (!scouts.ends.empty()) {
+        JointStage behind = fit_behind(raw, scouts, options, watch);
+        if (behind.good && (!stage.good || cost(behind) < cost(stage)))
+            return behind;
+    }
+    return likely && stage.good ? stage
+                                : fit_white_or_coloured(fit_from(raw, 0, options, Effort::thorough, watch.share(0.3)));
 }
 
 } // namespace tessel::modes

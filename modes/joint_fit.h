@@ -3,9 +3,8 @@
 #ifndef TESSEL_MODES_JOINT_FIT_H
 #define TESSEL_MODES_JOINT_FIT_H
 
-#include "modes/fit.h"
+#include "modes/drive.h"
 #include "modes/joint.h"
-#include "modes/noise.h"
 
 namespace tessel::modes {
 
@@ -15,7 +14,9 @@ struct JointFit
     JointModel model;
     std::vector<double> significance; ///< of each term
     bool stopped = false;             ///< at the limit of modes
+    bool exhausted = false;           ///< at the limit of work
     bool failed = false;              ///< given up: no sum of few exponentials and noise
+    bool walks = false;               ///< the lines stand on feet that rounding explains
     double reduced = 0;               ///< chi^2 per degree of freedom
 };
 
@@ -40,9 +41,12 @@ struct JointStage
 {
     std::size_t from = 0; ///< the instant, in samples after the earliest start
     std::size_t factor = 1;
-    double highest = 0;       ///< cycles a raw sample
-    std::vector<Noise> noise; ///< of each record
-    std::vector<Series> series;
+    double highest = 0;             ///< cycles a raw sample
+    std::vector<Noise> noise;       ///< of each record
+    std::vector<Whitener> whitener; ///< of each record, if the noise is coloured
+    double contrast = 1;            ///< of the noise's spectrum, where it is largest
+    std::vector<double> level;      ///< of that noise in each record: standard deviation of a mean of samples
+    std::vector<Series> series;     ///< behind the whitener
     JointFit fit;
     bool good = false;    ///< the fit explains the records
     bool skipped = false; ///< what lies before was taken for a drive

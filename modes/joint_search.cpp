@@ -15,7 +15,7 @@ constexpr double kPartOfLargest = 0.02;
 constexpr double kTail = 5; // nepers after which a filter ends
 constexpr Extended kTwoPi = 6.28318530717958647692528676655900577L;
 
-/// A peak of the statistic: the sum over the records and the largest of them.
+/// A peak of the statistic: the sum over the records and the largest of them, over their thresholds.
 struct Peak
 {
     Term term;
@@ -53,9 +53,13 @@ public:
                 out[k] = from[backward ? from.size() - 1 - k : k] * filter[k];
             return out;
         };
-        const auto take = [&](std::size_t k, double score) {
+        who.assign(all.size(), 0);
+        const auto take = [&](std::size_t k, double score, std::size_t record) {
             all[k] += score;
-            one[k] = std::max(one[k], score);
+            if (score > one[k]) {
+                one[k] = score;
+                who[k] = record;
+            }
         };
         const std::size_t count = residuals.re.size();
         for (std::size_t p = 0; p < count; ++p) {
@@ -64,7 +68,7 @@ public:
                 const std::vector<double>& power =
                     spectra.power(filtered(residuals.re[p]), filtered(residuals.im[p]), padded);
                 for (std::size_t k = 0; k < all.size(); ++k)
-                    take(k, power[k] / (2 * e));
+                    take(k, power[k] / (2 * e), p);
                 continue;
             }
             if (p + 1 < count && residuals.re[p].size() == residuals.re[p + 1].size()) {
@@ -73,15 +77,15 @@ public:
                     spectra.transform(filtered(residuals.re[p]), filtered(residuals.re[p + 1]), padded);
                 for (std::size_t k = 0; k < all.size(); ++k) {
                     const Complex a = f[k], b = std::conj(f[k == 0 ? 0 : padded - k]);
-                    take(k, std::norm(a + b) / (4 * e));
-                    take(k, std::norm(a - b) / (4 * e));
+                    take(k, std::norm(a + b) / (4 * e), p);
+                    take(k, std::norm(a - b) / (4 * e), p + 1);
                 }
                 ++p;
                 continue;
             }
             const std::vector<double>& power = spectra.power(filtered(residuals.re[p]), {}, padded);
             for (std::size_t k = 0; k < all.size(); ++k)
-                take(k, power[k] / e);
+                take(k, power[k] / e, p);
         }
         if (!complex) { // one degree of freedom
             all[0] /= 2;
@@ -90,11 +94,12 @@ public:
     }
 
     std::vector<double> all, one;
+    std::vector<std::size_t> who; ///< the record of the largest
     std::size_t padded = 0;
 };
 
 void scan(const Residuals& residuals, bool backward, std::size_t longest, const JointThreshold& threshold,
-          Spectra& spectra, std::vector<Peak>& out)
+          const JointFeet& feet, Spectra& spectra, std::vector<Peak>& out)
 {
     const bool complex = !residuals.im.front().empty();
     for (int level = backward ? 1 : 0;; ++level) {
@@ -109,15 +114,25 @@ void scan(const Residuals& residuals, bool backward, std::size_t longest, const 
             return score[k] >= left && score[k] >= right;
         };
         for (std::size_t k = 0; k < size; ++k) {
-            const bool shown = (scores.all[k] > threshold.all && peaks(scores.all, k)) ||
-                               (scores.one[k] > threshold.one && peaks(scores.one, k));
-            if (!shown)
+            const bool ofAll = scores.all[k] > threshold.all && peaks(scores.all, k);
+            const bool ofOne = scores.one[k] > threshold.one && peaks(scores.one, k);
+            if (!ofAll && !ofOne)
                 continue;
-            Peak peak{{}, scores.all[k], scores.one[k]};
             Extended angle = kTwoPi * static_cast<Extended>(k) / static_cast<Extended>(scores.padded);
             if (complex && 2 * k > scores.padded)
                 angle -= kTwoPi;
+            Peak peak;
             peak.term.angle = complex && backward ? -angle : angle;
+            double all = threshold.all, one = threshold.one;
+            if (feet.any()) {
+                const auto at = static_cast<double>(peak.term.angle);
+                all += threshold.common * feet.foot(at, g);
+                one *= 1 + feet.foot(scores.who[k], at, g);
+            }
+            peak.all = scores.all[k] / all;
+            peak.one = scores.one[k] / one;
+            if (!(ofAll && peak.all > 1) && !(ofOne && peak.one > 1))
+                continue;
             // the width between two levels of the decay, so that a step from it can go either way
             peak.term.decay = static_cast<Extended>(level == 0 ? 0.1 / static_cast<double>(longest) : g);
             if (backward)
@@ -138,6 +153,7 @@ JointThreshold::JointThreshold(const RecordSet& set, std::size_t n)
     const double alarm = alarm_of(std::min(n, set.longest()));
     all = half_quantile(alarm, set.size());
     one = half_quantile(alarm / static_cast<double>(set.size()), 1);
+    common = half_quantile(alarm, 1);
 }
 
 std::vector<Candidate> search(const RecordSet& set, const JointModel& model, std::size_t n, std::size_t most)
@@ -161,8 +177,9 @@ std::vector<Candidate> search(const RecordSet& set, const JointModel& model, std
     const std::size_t longest = std::min(n, set.longest());
     std::vector<Peak> peaks;
     Spectra spectra;
-    scan(residuals, false, longest, threshold, spectra, peaks);
-    scan(residuals, true, longest, threshold, spectra, peaks);
+    const JointFeet feet(set, model, n);
+    scan(residuals, false, longest, threshold, feet, spectra, peaks);
+    scan(residuals, true, longest, threshold, feet, spectra, peaks);
     double all = 0, one = 0;
     for (const Peak& peak : peaks) {
         all = std::max(all, peak.all);
@@ -170,9 +187,8 @@ std::vector<Candidate> search(const RecordSet& set, const JointModel& model, std
     }
     std::vector<Candidate> candidates, out;
     for (const Peak& peak : peaks)
-        if ((peak.all > threshold.all && peak.all > kPartOfLargest * all) ||
-            (peak.one > threshold.one && peak.one > kPartOfLargest * one))
-            candidates.push_back({peak.term, std::max(peak.all / threshold.all, peak.one / threshold.one)});
+        if ((peak.all > 1 && peak.all > kPartOfLargest * all) || (peak.one > 1 && peak.one > kPartOfLargest * one))
+            candidates.push_back({peak.term, std::max(peak.all, peak.one)});
     std::stable_sort(candidates.begin(), candidates.end(),
                      [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
     const auto resolution = static_cast<double>(kTwoPi) / static_cast<double>(longest);

@@ -3,7 +3,7 @@
 #ifndef TESSEL_MODES_JOINT_SEARCH_H
 #define TESSEL_MODES_JOINT_SEARCH_H
 
-#include "modes/joint.h"
+#include "modes/joint_rounding.h"
 #include "modes/search.h"
 
 namespace tessel::modes {
@@ -15,6 +15,7 @@ struct JointThreshold
     JointThreshold(const RecordSet& set, std::size_t n);
     double all;
     double one;
+    double common; ///< of what all records see alike: the sum has the freedom of one of them
 };
 
 /// Candidates in the residuals over the first n samples, best first, at most `most`: above a threshold and 2 % of the

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <optional>
 
 namespace tessel::modes {
 
@@ -18,38 +19,62 @@ namespace {
 constexpr double kSurely = 30;         // thresholds, of a statistic that needs no refinement
 constexpr std::size_t kNeighbours = 4; // terms whose poles answer to one that is taken out
 constexpr double kNothing = 0.2;       // thresholds, of the energy of a term that is nothing
+constexpr double kUnexplained = 1.5;   // chi^2 per degree of freedom
 
-/// The rise of chi^2 that chance explains, of a term taken out: its pole and all residues, or one record's alone.
-struct Chance
+/// The rises of chi^2 that chance explains, of terms taken out of a model: their poles and all residues, or one
+/// record's alone.
+class Chance
 {
-    Chance(const RecordSet& set, std::size_t n)
+public:
+    Chance(const RecordSet& set, const JointModel& model, std::size_t n) : terms_(model.terms), feet_(set, model, n)
     {
         const double alarm = alarm_of(std::min(n, set.longest()));
-        all = 2 * half_quantile(alarm, set.size() + 1);
-        one = 2 * half_quantile(alarm / static_cast<double>(set.size()), 2);
+        all_ = 2 * half_quantile(alarm, set.size() + 1);
+        common_ = 2 * half_quantile(alarm, 2);
+        one_ = 2 * half_quantile(alarm / static_cast<double>(set.size()), 2);
+        unit_ = unit(model.chiSquare / freedom(set, model.terms, n));
+        for (std::size_t p = 0; p < set.size(); ++p)
+            units_.push_back(unit(model.chiSquares[p] / freedom(set, model.terms, n, p)));
     }
-    double all, one;
+    /// Of a term, in all records.
+    double all(std::size_t term) const
+    {
+        return unit_ * (all_ + (feet_.any() ? common_ * feet_.foot(angle(term), decay(term)) : 0));
+    }
+    /// Of a term, in one record.
+    double one(std::size_t term, std::size_t p) const
+    {
+        return units_[p] * one_ * (feet_.any() ? 1 + feet_.foot(p, angle(term), decay(term)) : 1);
+    }
+    /// The least that any rise is compared to.
+    double least() const { return unit_ * one_; }
+
+private:
+    /// What a unit of chi^2 is: its value per degree of freedom, if that is above one.
+    double unit(double reduced) const
+    {
+        return std::max(1.0, reduced > kUnexplained ? reduced * feet_.part() : reduced);
+    }
+    double angle(std::size_t term) const { return static_cast<double>(terms_[term].angle); }
+    double decay(std::size_t term) const { return static_cast<double>(terms_[term].decay); }
+    Terms terms_;
+    JointFeet feet_;
+    double all_, common_, one_, unit_;
+    std::vector<double> units_;
 };
 
-/// What a unit of chi^2 is: its value per degree of freedom, if that is above one.
-double unit_of(const RecordSet& set, const JointModel& model, std::size_t n)
+/// The rise of chi^2 from one model to another without some terms, over what chance explains.
+double rise(const RecordSet& set, const JointModel& model, const JointModel& without,
+            const std::vector<std::size_t>& out, const Chance& chance)
 {
-    return std::max(1.0, model.chiSquare / freedom(set, model.terms, n));
-}
-
-double unit_of(const RecordSet& set, const JointModel& model, std::size_t n, std::size_t p)
-{
-    return std::max(1.0, model.chiSquares[p] / freedom(set, model.terms, n, p));
-}
-
-/// The rise of chi^2 from one model to a smaller one over what chance explains.
-double rise(const RecordSet& set, const JointModel& model, const JointModel& without, std::size_t n,
-            const Chance& chance)
-{
-    double most = (without.chiSquare - model.chiSquare) / (chance.all * unit_of(set, model, n));
-    for (std::size_t p = 0; p < set.size(); ++p)
-        most = std::max(most, (without.chiSquares[p] - model.chiSquares[p]) / (chance.one * unit_of(set, model, n, p)));
-    return most;
+    double least = INFINITY; // as one of the terms has it that chance explains best
+    for (const std::size_t j : out) {
+        double most = (without.chiSquare - model.chiSquare) / chance.all(j);
+        for (std::size_t p = 0; p < set.size(); ++p)
+            most = std::max(most, (without.chiSquares[p] - model.chiSquares[p]) / chance.one(j, p));
+        least = std::min(least, most);
+    }
+    return least;
 }
 
 /// The statistics of all terms over what chance explains.
@@ -60,9 +85,9 @@ std::vector<double> statistics(const RecordSet& set, const JointModel& model, st
     std::vector<double> out;
     for (std::size_t j = 0; j < model.terms.size(); ++j) {
         const JointCovariance::Statistic statistic = covariance.wald(j);
-        double most = statistic.all / (chance.all * unit_of(set, model, n));
+        double most = statistic.all / chance.all(j);
         for (std::size_t p = 0; p < set.size(); ++p)
-            most = std::max(most, statistic.each[p] / (chance.one * unit_of(set, model, n, p)));
+            most = std::max(most, statistic.each[p] / chance.one(j, p));
         out.push_back(most);
     }
     return out;
@@ -91,19 +116,20 @@ ExtendedVector JointCovariance::residue(std::size_t term, std::size_t record) co
     return out;
 }
 
-ExtendedMatrix JointCovariance::block(std::size_t term, std::size_t record) const
+ExtendedMatrix JointCovariance::block(std::size_t term, std::size_t record, double scale, double poleScale) const
 {
     const int count = linearCount(projection_.model.terms[term]);
     const int pole = layout_.pole[term] - layout_.linearTotal, poles = poleCount(projection_.model.terms[term]);
     const Grid& grid = projection_.grids[projection_.gridOf[record]];
     const ExtendedMatrix a = turned(projection_.model.terms, projection_.model.residues[record],
                                     grid.carried.middleRows(layout_.linear[term], count));
-    const ExtendedMatrix ap = a * poles_;
+    const auto common = static_cast<Extended>(poleScale);
+    const ExtendedMatrix ap = common * a * poles_;
     ExtendedMatrix out(count + poles, count + poles);
-    out.topLeftCorner(count, count) = own(term, record) + ap * a.transpose();
+    out.topLeftCorner(count, count) = static_cast<Extended>(scale) * own(term, record) + ap * a.transpose();
     out.topRightCorner(count, poles) = -ap.middleCols(pole, poles);
     out.bottomLeftCorner(poles, count) = out.topRightCorner(count, poles).transpose();
-    out.bottomRightCorner(poles, poles) = poles_.block(pole, pole, poles, poles);
+    out.bottomRightCorner(poles, poles) = common * poles_.block(pole, pole, poles, poles);
     return out;
 }
 
@@ -176,9 +202,9 @@ JointModel prune(const RecordSet& set, const JointModel& model, std::size_t n)
 
 JointModel thin(const RecordSet& set, JointModel model, std::size_t n, const JointAccount& account)
 {
-    const Chance chance(set, n);
     std::size_t most = model.terms.size();
     while (most > 0) {
+        const Chance chance(set, model, n);
         const std::vector<double> statistic = statistics(set, model, n, chance);
         std::vector<std::size_t> weak;
         for (std::size_t j = 0; j < statistic.size(); ++j)
@@ -193,11 +219,10 @@ JointModel thin(const RecordSet& set, JointModel model, std::size_t n, const Joi
         std::vector<char> kept(model.terms.size(), 1);
         for (const std::size_t j : weak)
             kept[j] = 0;
-        JointModel without =
-            refine(set, model.with(kept), n, 12, model.chiSquare + chance.one * unit_of(set, model, n));
+        JointModel without = refine(set, model.with(kept), n, 12, model.chiSquare + chance.least());
         if (!account(without))
             break;
-        if (rise(set, model, without, n, chance) < 1)
+        if (rise(set, model, without, weak, chance) < 1)
             model = std::move(without);
         else
             most /= 2;
@@ -209,9 +234,14 @@ JointModel eliminate(const RecordSet& set, JointModel model, std::size_t n, std:
                      const JointAccount& account)
 {
     model = thin(set, std::move(model), n, account);
-    const Chance chance(set, n);
-    std::vector<char> tested(model.terms.size(), 0); // and found real since the last removal
-    significance = statistics(set, model, n, chance);
+    std::optional<Chance> chance;
+    std::vector<char> tested; // and found real since the last removal
+    const auto begin = [&] {
+        chance.emplace(set, model, n);
+        significance = statistics(set, model, n, *chance);
+        tested.assign(model.terms.size(), 0);
+    };
+    begin();
     for (;;) {
         // least significant first
         std::size_t worst = model.terms.size();
@@ -222,15 +252,13 @@ JointModel eliminate(const RecordSet& set, JointModel model, std::size_t n, std:
             break;
         std::vector<char> kept(model.terms.size(), 1);
         kept[worst] = 0;
-        JointModel without =
-            refine(set, model.with(kept), n, 20, model.chiSquare + chance.one * unit_of(set, model, n));
+        JointModel without = refine(set, model.with(kept), n, 20, model.chiSquare + chance->least());
         if (!account(without))
             break;
-        const double risen = rise(set, model, without, n, chance);
+        const double risen = rise(set, model, without, {worst}, *chance);
         if (risen < 1) {
             model = std::move(without);
-            significance = statistics(set, model, n, chance);
-            tested.assign(model.terms.size(), 0);
+            begin();
         } else {
             tested[worst] = 1;
             significance[worst] = risen;

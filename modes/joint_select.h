@@ -18,7 +18,8 @@ class JointCovariance
 public:
     explicit JointCovariance(const Projection& projection, const RecordSet& set);
     /// Of the parameters of one term in one record: those linear first, then those of its pole.
-    ExtendedMatrix block(std::size_t term, std::size_t record) const;
+    /// With the noise's variance over that of the weights, for the record and for the poles.
+    ExtendedMatrix block(std::size_t term, std::size_t record, double scale = 1, double poleScale = 1) const;
     /// Wald's statistics of a term: the rise of chi^2 without it in all records, and in each alone, to first order. The
     /// term's pole and the nearest others are free.
     struct Statistic

@@ -197,6 +197,85 @@ TEST(JointModes, ARecordOfAnotherStructureIsNoticed)
         }
 }
 
+TEST(JointModes, ARecordThatSharesFewModesIsNoticed)
+{
+    // Nine poles, of which record 3 shares two and has seven of its own.
+    std::vector<Pole> poles, other;
+    for (int j = 0; j < 9; ++j) {
+        poles.push_back({0.012 + 0.004 * j, 0.0005 + 0.0001 * j});
+        other.push_back(poles.back());
+        if (j >= 2)
+            other.back().frequency += 0.0017;
+    }
+    std::vector<Record> records;
+    for (unsigned p = 0; p < 5; ++p)
+        records.push_back({samples_of(p == 3 ? other : poles, {1, {0, 1}, 1, {0.6, 1}, -1, 1, {1, 0.2}, {0, 1}, 1},
+                                      2500, 1e-3, p + 1),
+                           0});
+    std::vector<double> told;
+    for (const Remark& remark : analyseJointly(records, 1).remarks)
+        if (remark.code == RemarkCode::recordsDiffer)
+            told.push_back(remark.value);
+    EXPECT_EQ(told, std::vector<double>{3});
+}
+
+TEST(JointModes, NoiseOfAColourOfItsOwnIsWeightedInEachRecord)
+{
+    std::vector<Record> records;
+    for (unsigned p = 0; p < 6; ++p) {
+        std::vector<double> y = samples_of(kPoles, {1, {0.5, 0.2}, std::polar(0.4, 1.0 * p)}, 3000, 0, 1);
+        std::mt19937 engine(p + 1);
+        const double feedback = p % 2 == 0 ? 0.95 : -0.7;
+        double state = 0;
+        for (double& v : y)
+            v += 1e-3 * (state = feedback * state + noise_of(engine));
+        records.push_back({y, 0});
+    }
+    const JointResult result = analyseJointly(records, 1);
+    ASSERT_EQ(result.modes.size(), 3U);
+    EXPECT_TRUE(result.has(RemarkCode::colouredNoise));
+    EXPECT_NEAR(result.reducedChiSquare, 1, 0.2);
+    for (std::size_t j = 0; j < 3; ++j) {
+        EXPECT_NEAR(result.modes[j].frequency, kPoles[j].frequency, 4 * result.modes[j].frequencyError);
+        EXPECT_NEAR(result.modes[j].decay, kPoles[j].decay, 4 * result.modes[j].decayError);
+    }
+    EXPECT_NEAR(result.modes[0].residues[2].amplitude, 1, 5 * result.modes[0].residues[2].amplitudeError);
+}
+
+TEST(JointModes, ASimulationInSinglePrecisionHasItsModesAndNoOthers)
+{
+    // A lossless line of 20 cells between walls, rung from a Gaussian field: its rounding excites every mode at each
+    // step and all probes hear it.
+    constexpr std::size_t kCells = 20, kSteps = 3000, kProbes = 8;
+    const float courant = 0.6F;
+    std::vector<float> e(kCells + 1, 0), h(kCells, 0);
+    for (std::size_t i = 1; i < kCells; ++i)
+        e[i] = std::exp(-0.4F * (static_cast<float>(i) - 7.3F) * (static_cast<float>(i) - 7.3F));
+    std::vector<std::vector<double>> samples(kProbes);
+    for (std::size_t k = 0; k < kSteps; ++k) {
+        for (std::size_t p = 0; p < kProbes; ++p)
+            samples[p].push_back(static_cast<double>(e[2 * p + 3]));
+        for (std::size_t i = 0; i < kCells; ++i)
+            h[i] += courant * (e[i + 1] - e[i]);
+        for (std::size_t i = 1; i < kCells; ++i)
+            e[i] += courant * (h[i] - h[i - 1]);
+    }
+    std::vector<Record> records;
+    for (const std::vector<double>& own : samples)
+        records.push_back({own, 0});
+    const JointResult result = analyseJointly(records, 1);
+    ASSERT_EQ(result.modes.size(), kCells - 1);
+    std::size_t within = 0;
+    for (std::size_t m = 1; m < kCells; ++m) {
+        const double half = static_cast<double>(courant) * std::sin(kTwoPi / 4 * static_cast<double>(m) / kCells);
+        const JointMode& mode = result.modes[m - 1];
+        const double error = std::abs(mode.frequency - 2 * std::asin(half) / kTwoPi);
+        EXPECT_LT(error, 5 * mode.frequencyError) << m;
+        within += error < 2 * mode.frequencyError;
+    }
+    EXPECT_GE(within, 17U);
+}
+
 TEST(JointModes, ConstantRecordsSayNothing)
 {
     const std::vector<double> rings = samples_of(kPoles, {1, 0.5, 0.7}, 2000, 1e-3, 1);
