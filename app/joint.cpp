@@ -80,38 +80,6 @@ void take_back(std::vector<modes::Record>& lent, std::vector<Outcome>& records)
     }
 }
 
-/// The part of a joint result that is about one record, as a result of its own.
-modes::Result part_of(const modes::JointResult& joint, std::size_t record)
-{
-    const modes::JointRecord& own = joint.records[record];
-    modes::Result part;
-    for (const modes::JointMode& mode : joint.modes) {
-        const modes::Residue& residue = mode.residues[record];
-        modes::Mode& out = part.modes.emplace_back();
-        out.frequency = mode.frequency;
-        out.decay = mode.decay;
-        out.quality = mode.quality;
-        out.frequencyError = mode.frequencyError;
-        out.decayError = mode.decayError;
-        out.qualityError = mode.qualityError;
-        out.amplitude = residue.amplitude;
-        out.phase = residue.phase;
-        out.amplitudeError = residue.amplitudeError;
-        out.phaseError = residue.phaseError;
-        out.significance = mode.significance;
-        out.kind = mode.kind;
-    }
-    part.referenceTime = own.referenceTime;
-    part.firstSample = own.firstSample;
-    part.firstSampleReason = joint.firstSampleReason;
-    part.decimation = joint.decimation;
-    part.noise = own.noise;
-    part.reducedChiSquare = own.reducedChiSquare;
-    part.lowest = joint.lowest;
-    part.highest = joint.highest;
-    return part;
-}
-
 /// Whether two records are the same one, but for what printing rounds.
 template <typename Sample>
 bool alike(const std::vector<Sample>& a, const std::vector<Sample>& b)
@@ -169,7 +137,7 @@ void analyse(JointOutcome& joint, const Options& options, ProgressLine& progress
             joint.result = modes::analyseJointly(lent, first.spacing, how);
             take_back(lent, joint.records);
             for (std::size_t p = 0; p < joint.records.size(); ++p)
-                joint.records[p].result = part_of(*joint.result, p);
+                (joint.records[p].result = joint.result->of(p))->remarks.clear(); // they are said once for all
             return;
         } catch (const modes::InputError& e) {
             take_back(lent, joint.records);

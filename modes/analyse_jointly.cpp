@@ -317,6 +317,31 @@ void add_common_remarks(const Input& input, const JointStage& joint, double spac
 
 } // namespace
 
+Result JointResult::of(std::size_t record) const
+{
+    const JointRecord& own = records[record];
+    Result part;
+    for (const JointMode& m : modes) {
+        const Residue& r = m.residues[record];
+        part.modes.push_back({m.frequency, m.decay, m.quality, r.amplitude, r.phase, m.frequencyError, m.decayError,
+                              m.qualityError, r.amplitudeError, r.phaseError, m.significance, m.kind});
+    }
+    part.referenceTime = own.referenceTime;
+    part.firstSample = own.firstSample;
+    part.firstSampleReason = firstSampleReason;
+    part.decimation = decimation;
+    part.noise = own.noise;
+    part.reducedChiSquare = own.reducedChiSquare;
+    part.lowest = lowest;
+    part.highest = highest;
+    for (const Remark& remark : remarks)
+        if (remark.code == RemarkCode::constantRecord  ? own.constant
+            : remark.code == RemarkCode::recordsDiffer ? remark.value == static_cast<double>(record)
+                                                       : true)
+            part.remarks.push_back(remark);
+    return part;
+}
+
 JointResult analyseJointly(const std::vector<Record>& records, double spacing, const Options& options)
 {
     JointResult result;

@@ -41,6 +41,7 @@ constexpr int kColourRounds = 6;
 constexpr std::size_t kFew = 6;    // records that show whether all begin with a drive
 constexpr std::size_t kScouts = 4; // that may show where it ends
 constexpr std::size_t kAgree = 2;  // of them that are enough
+constexpr int kWalks = 6;          // steps back, from later
 constexpr double kLater = 0.1;     // of the record
 constexpr double kBrief = 10;      // nepers in that part, of a term that lives briefly
 constexpr double kUnlikely = 1e-4; // of a beginning that noise explains
@@ -349,8 +350,11 @@ JointStage fit_coloured(const RawSet& raw, JointStage base, Terms known, const W
             const Stage own = stage_of(stage, set, p);
             stage.good = stage.good && stationary(own.series, own.fit.terms);
         }
-        stage.good = stage.good && !imitates_drive(RecordSet(plain), before, highest);
+        const bool drive = imitates_drive(RecordSet(plain), before, highest);
+        stage.good = stage.good && !drive;
         best = std::move(stage);
+        if (drive)
+            break;
         // settled, or going to and fro
         if (round > 0 && (std::abs(gain - gains.back()) < kSettled ||
                           (round > 1 && std::abs(gain - gains[gains.size() - 2]) < kSettled)))
@@ -566,7 +570,7 @@ JointStage fit_from(const RawSet& raw, std::size_t from, const Scouts& scouts, c
         term.decay *= static_cast<Extended>(stage.factor);
         stage.fit.model.add(term);
     }
-    stage.fit = continue_fit(stage.set(), std::move(stage.fit.model), kMostModes, INFINITY, Effort::thorough, watch);
+    stage.fit = continue_fit(stage.set(), std::move(stage.fit.model), kMostModes, INFINITY, Effort::quick, watch);
     stage.good = explains(stage);
     return stage;
 }
@@ -594,7 +598,9 @@ JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, 
             if (stage.good && brief(stage.fit.model.terms, stage.factor) <= brief(scouts.terms, 1))
                 break;
             const std::size_t later = std::min(from + static_cast<std::size_t>(part * n), latest);
-            JointStage other = fit_from(raw, later, scouts, options, watch.share(0.2));
+            // a mode that the scouts do not see may be strong elsewhere: the second time with start values of all
+            JointStage other = part > 0 ? fit_from(raw, later, options, Effort::thorough, watch.share(0.2))
+                                        : fit_from(raw, later, scouts, options, watch.share(0.2));
             other.good = other.good && !imitates_drive(other);
             if (!stage.good || (other.good && cost(other) < cost(stage)))
                 stage = std::move(other);
@@ -606,7 +612,8 @@ JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, 
         }
     }
     const auto enough = std::max<std::size_t>(1, static_cast<std::size_t>(0.25 / std::max(stage.highest, 1e-4)));
-    for (std::size_t step = (stage.from - from) / 2; stage.good && stage.from > from && step >= enough;) {
+    std::size_t step = (stage.from - from) / 2;
+    for (int k = 0; k < kWalks && stage.good && stage.from > from && step >= enough; ++k) {
         JointStage more = walk_back(raw, stage, stage.from - std::min(step, stage.from - from), watch.share(0.1));
         if (more.good)
             stage = std::move(more);
@@ -684,8 +691,9 @@ JointStage fit_records(const RawSet& raw, const Options& options, const Watch& w
             return fit_white_or_coloured(std::move(stage));
     }
     if (!options.noise) {
+        const double part = static_cast<double>(few.records.size()) / static_cast<double>(raw.records.size());
         JointStage coloured =
-            fit_coloured(few, likely && many ? stage_from(few, 0, options, watch) : stage, {}, watch.share(0.1));
+            fit_coloured(few, likely && many ? stage_from(few, 0, options, watch) : stage, {}, watch.share(0.1 * part));
         if (coloured.good && many) {
             JointStage all = stage_from(raw, 0, options, watch);
             all.factor = coloured.factor;

@@ -271,6 +271,9 @@ struct JointResult {
                 return true;
         return false;
     }
+
+    /// The part of one record, from 0: the modes with its own amplitudes and phases, and the remarks about it.
+    TESSEL_MODES_API Result of(std::size_t record) const;
 };
 
 /// Finds the modes of several records of one structure, such as those of a solver's probes, together.
@@ -286,8 +289,8 @@ struct JointResult {
 /// @throws InputError      if the input cannot be analysed; its text names the record, from 0
 /// @throws Stopped         if Options::progress returned false; what it throws itself passes through
 /// @throws std::bad_alloc  if memory cannot be had
-/// @par Limits  White noise that is independent from record to record: noise in common is taken for modes. A drive ends
-///   at one instant for all records. Starts are taken to the nearest sample of the earliest record's grid when that
+/// @par Limits  Stationary noise, white or coloured, that is independent from record to record: noise in common is taken
+///   for modes, but for a simulation's own rounding. A drive ends at one instant for all records. Starts are taken to the nearest sample of the earliest record's grid when that
 ///   instant is looked for, and only then.
 /// @par State  None, as of analyse().
 /// @par Source  G. H. Golub, R. J. LeVeque, Proc. 1979 Army Numerical Analysis and Computers Conf., 1 (variable projection

@@ -151,31 +151,6 @@ tessel_modes_status analyse(const Sample* samples, std::size_t count, double sta
     });
 }
 
-/// The part of a joint result that is about one record.
-Result part_of(const JointResult& joint, std::size_t p)
-{
-    Result part;
-    for (const JointMode& m : joint.modes) {
-        const Residue& r = m.residues[p];
-        part.modes.push_back({m.frequency, m.decay, m.quality, r.amplitude, r.phase, m.frequencyError, m.decayError,
-                              m.qualityError, r.amplitudeError, r.phaseError, m.significance, m.kind});
-    }
-    part.referenceTime = joint.records[p].referenceTime;
-    part.firstSample = joint.records[p].firstSample;
-    part.firstSampleReason = joint.firstSampleReason;
-    part.decimation = joint.decimation;
-    part.noise = joint.records[p].noise;
-    part.reducedChiSquare = joint.records[p].reducedChiSquare;
-    part.lowest = joint.lowest;
-    part.highest = joint.highest;
-    for (const Remark& remark : joint.remarks)
-        if (remark.code == RemarkCode::constantRecord  ? joint.records[p].constant
-            : remark.code == RemarkCode::recordsDiffer ? remark.value == static_cast<double>(p)
-                                                       : true)
-            part.remarks.push_back(remark);
-    return part;
-}
-
 template <typename Sample>
 tessel_modes_status analyse_jointly(const Sample* const* samples, const std::size_t* counts, const double* starts,
                                     std::size_t records, double spacing, const tessel_modes_options* given,
@@ -196,7 +171,7 @@ tessel_modes_status analyse_jointly(const Sample* const* samples, const std::siz
         const JointResult joint = tessel::modes::analyseJointly(set, spacing, options);
         std::vector<std::unique_ptr<tessel_modes_result>> made;
         for (std::size_t p = 0; p < records; ++p)
-            made.push_back(std::make_unique<tessel_modes_result>(tessel_modes_result{part_of(joint, p)}));
+            made.push_back(std::make_unique<tessel_modes_result>(tessel_modes_result{joint.of(p)}));
         for (std::size_t p = 0; p < records; ++p)
             results[p] = made[p].release();
     });

@@ -284,6 +284,10 @@ TEST(JointModes, ConstantRecordsSayNothing)
     EXPECT_TRUE(result.records[0].constant);
     EXPECT_TRUE(result.has(RemarkCode::constantRecord));
     EXPECT_EQ(result.modes[0].residues[0].amplitude, 0);
+    EXPECT_TRUE(result.of(0).has(RemarkCode::constantRecord));
+    EXPECT_FALSE(result.of(1).has(RemarkCode::constantRecord));
+    EXPECT_EQ(result.of(1).modes[2].amplitude, result.modes[2].residues[1].amplitude);
+    EXPECT_EQ(result.of(1).modes[2].frequencyError, result.modes[2].frequencyError);
     EXPECT_NEAR(result.modes[0].residues[1].amplitude, 1, 0.01);
     EXPECT_TRUE(analyseJointly({{std::vector<double>(50, 2.0), 0}}, 1).has(RemarkCode::nothingRings));
 }
