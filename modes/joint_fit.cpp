@@ -598,9 +598,10 @@ JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, 
             if (stage.good && brief(stage.fit.model.terms, stage.factor) <= brief(scouts.terms, 1))
                 break;
             const std::size_t later = std::min(from + static_cast<std::size_t>(part * n), latest);
-            // a mode that the scouts do not see may be strong elsewhere: the second time with start values of all
-            JointStage other = part > 0 ? fit_from(raw, later, options, Effort::thorough, watch.share(0.2))
-                                        : fit_from(raw, later, scouts, options, watch.share(0.2));
+            JointStage other = fit_from(raw, later, scouts, options, watch.share(0.2));
+            // a mode that the scouts do not see may be strong elsewhere: start values of all records
+            if (part > 0 && !other.good)
+                other = fit_from(raw, later, options, Effort::thorough, watch.share(0.2));
             other.good = other.good && !imitates_drive(other);
             if (!stage.good || (other.good && cost(other) < cost(stage)))
                 stage = std::move(other);
