@@ -11,9 +11,10 @@ namespace tessel::modes {
 
 namespace {
 
-constexpr double kEnough = 1e-3;   // least gain in chi^2 of a step
-constexpr double kProgress = 0.05; // least part of the way to a target that a step makes
-constexpr int kCorrections = 4;    // of the residues
+constexpr double kEnough = 1e-3;    // least gain in chi^2 of a step
+constexpr double kProgress = 0.05;  // least part of the way to a target that a step makes
+constexpr int kCorrections = 4;     // of the residues
+constexpr double kRounding = 1e-12; // of weights that are alike
 
 /// Where a term is referred to on a grid of n samples, so that its column stays below one.
 std::size_t origin_of(const Term& term, std::size_t n)
@@ -94,6 +95,16 @@ Series shape_of(const Series& series)
     return shape;
 }
 
+/// Whether two series' weights are the same over time, but for a factor and rounding.
+bool same_shape(const Series& a, const Series& b)
+{
+    if (a.weight.size() != b.weight.size() || (a.weight.size() > 1 && a.segment != b.segment))
+        return false;
+    const double factor = a.weight.front() / b.weight.front();
+    return std::equal(a.weight.begin(), a.weight.end(), b.weight.begin(),
+                      [&](double v, double w) { return std::abs(v - factor * w) <= kRounding * v; });
+}
+
 void add_linear(const Terms& terms, Residues& residues, const ExtendedVector& step)
 {
     Eigen::Index at = 0;
@@ -119,9 +130,7 @@ RecordSet::RecordSet(std::vector<Series> all) : records(std::move(all))
         weight.push_back(series.weight.front());
         for (std::size_t q = 0; q < p && profile[p] == p; ++q) {
             const Series& other = records[q];
-            if (profile[q] == q && (series.weight.size() == 1 ? other.weight.size() == 1
-                                                              : series.segment == other.segment &&
-                                                                    shape_of(series).weight == shape_of(other).weight))
+            if (profile[q] == q && same_shape(series, other))
                 profile[p] = q;
         }
     }

@@ -35,6 +35,7 @@ constexpr double kMostWalking = 10;
 constexpr double kUnexplained = 1.5;
 constexpr double kWalking = 2.5;      // of the mean square of noise that walks at
                                       // random, in a part of a record
+constexpr double kAlike = 2;          // largest over smallest, of the quotient of two records' noise of one shape
 constexpr double kMostContrast = 1e3; // of noise; above it the filter takes lines for noise
 constexpr double kSettled = 0.02;     // nepers of the noise, from round to round
 constexpr int kColourRounds = 6;
@@ -217,6 +218,48 @@ bool imitates_drive(const JointStage& stage)
     return imitates_drive(stage.set(), stage.fit.model, stage.highest * static_cast<double>(stage.factor));
 }
 
+/// Noise that varies little is taken for constant, and noise that varies in much the same way in several records is
+/// given one shape: such records share a grid.
+void share_shapes(std::vector<Noise>& noise)
+{
+    std::vector<std::size_t> shapes;
+    for (std::size_t p = 0; p < noise.size(); ++p) {
+        if (!noise[p].varies)
+            continue;
+        std::vector<double>& own = noise[p].sigma;
+        const auto [least, most] = std::minmax_element(own.begin(), own.end());
+        if (*most <= kAlike * *least) {
+            double sum = 0;
+            for (const double sigma : own)
+                sum += sigma * sigma;
+            std::fill(own.begin(), own.end(), std::sqrt(sum / static_cast<double>(own.size())));
+            noise[p].varies = false;
+            continue;
+        }
+        bool shared = false;
+        for (const std::size_t q : shapes) {
+            const std::vector<double>& other = noise[q].sigma;
+            if (shared || other.size() != own.size() || noise[q].segment != noise[p].segment)
+                continue;
+            double low = INFINITY, high = 0, sum = 0;
+            for (std::size_t k = 0; k < own.size(); ++k) {
+                const double ratio = own[k] / other[k];
+                low = std::min(low, ratio);
+                high = std::max(high, ratio);
+                sum += ratio * ratio;
+            }
+            if (!(high <= kAlike * low))
+                continue;
+            shared = true;
+            const double level = std::sqrt(sum / static_cast<double>(own.size()));
+            for (std::size_t k = 0; k < own.size(); ++k)
+                own[k] = level * other[k];
+        }
+        if (!shared)
+            shapes.push_back(p);
+    }
+}
+
 /// The records from an instant on, not yet fitted.
 JointStage stage_from(const RawSet& raw, std::size_t from, const Options& options, const Watch& watch)
 {
@@ -235,6 +278,7 @@ JointStage stage_from(const RawSet& raw, std::size_t from, const Options& option
             stage.noise[p].found = true;
         }
     }
+    share_shapes(stage.noise);
     stage.factor = block_factor(stage.highest, samples);
     decimate(raw, stage);
     return stage;
