@@ -39,6 +39,8 @@ constexpr double kDoubt = 5;        // of the significance that is required, for
 constexpr double kUnwhite = 2;      // significance that is required where the noise was made white, or walks
 constexpr double kUnexplained = 10; // and where the modes do not explain the record
 constexpr double kColoured = 1.5;   // of the noise's largest over smallest density, in amplitude
+constexpr double kShort = 16;       // nepers over the record: a short life
+constexpr double kHalfKnown = 0.5;  // standard error of such a mode's amplitude, over the amplitude
 constexpr double kCertain = 5;      // standard errors beyond which a decay differs from none
 
 } // namespace
@@ -157,6 +159,10 @@ void tell_modes(Result& result, const Stage& stage, std::size_t nuisance, const 
     for (std::size_t j = 0; j + nuisance < modes.size(); ++j) {
         Mode mode = modes[j];
         if (highest_amplitude(mode) < std::max(least * strongest, kDouble) || fit.significance[j] < required * local[j])
+            continue;
+        // a crowd of short lives, each of which takes the others' part, and none of which is known
+        if (static_cast<double>(fit.terms[j].decay) * static_cast<double>(stage.series.size()) > kShort &&
+            mode.amplitudeError > kHalfKnown * mode.amplitude)
             continue;
         mode.amplitude *= unit;
         mode.amplitudeError *= unit;

@@ -3,7 +3,7 @@
 # maker's; in its place stand the functions of common/elementary.h.
 # Usage: cmake -DNM=... -DLIBM=... -DOBJECTS=A;B;... -P math_functions.cmake
 cmake_minimum_required(VERSION 3.25)
-set(allowed cabs cabsl csqrt csqrtl fabs fabsl frexp hypot hypotl ldexp llround lround remainderl round sincosl sqrt
+set(allowed cabs cabsl csqrt csqrtl fabs fabsl frexp hypot hypotl ldexp llround lround remainder remainderl round sincosl sqrt
   sqrtl)
 
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBM}
