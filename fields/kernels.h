@@ -4,6 +4,8 @@
 /// points in eight lanes that are combined in one order, and no product is fused with a sum.
 #pragma once
 
+#include "common/vector_width.h"
+
 #include <cstddef>
 
 namespace tessel::fields {
@@ -38,17 +40,10 @@ extern const Kernels kBaselineKernels;
 extern const Kernels kAvx2Kernels;
 extern const Kernels kAvx512Kernels;
 
-enum class VectorWidth
-{
-    baseline,
-    avx2,
-    avx512
-};
-
-/// The widest of this machine, which is in use from load on.
-VectorWidth widest_vectors();
-/// Changes the one in use, for comparisons: never wider than the machine's, and not while a field is analysed.
+/// Selects the kernels of another width, for comparisons: never wider than the machine's, and not while a field is
+/// analysed.
 void use_vectors(VectorWidth width);
+/// The kernels in use: those of the widest vectors, from load on.
 const Kernels& kernels();
 
 } // namespace tessel::fields

@@ -6,6 +6,8 @@
 /// formed, and one row of a few columns while these are summed.
 #pragma once
 
+#include "common/vector_width.h"
+
 #include <cstddef>
 
 namespace tessel {
@@ -59,19 +61,10 @@ extern const Kernels kBaselineKernels;
 extern const Kernels kAvx2Kernels;
 extern const Kernels kAvx512Kernels;
 
-/// The vector units that the kernels are built for. Results do not depend on the choice.
-enum class VectorWidth
-{
-    baseline,
-    avx2,
-    avx512
-};
-
-/// The widest of them on this machine, which is selected when the library is loaded.
-VectorWidth widest_vectors();
-/// Selects another one, for comparisons; never wider than the machine's. No other thread may be in a routine.
+/// Selects the kernels of another width, for comparisons; never wider than the machine's. No other thread may be in a
+/// routine.
 void use_vectors(VectorWidth width);
-/// The kernels in use.
+/// The kernels in use: those of the widest vectors, from load on.
 const Kernels& kernels();
 
 } // namespace tessel

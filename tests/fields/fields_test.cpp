@@ -233,11 +233,11 @@ TEST(Fields, NoBitHangsOnHowTheyAreRead)
             EXPECT_EQ(numbers(analyse_field(source, options)), expected);
         source.form.chunkSteps = 1; // several threads read
         EXPECT_EQ(numbers(analyse_field(source, some)), expected);
-        for (const VectorWidth width : {VectorWidth::baseline, VectorWidth::avx2}) {
+        for (const tessel::VectorWidth width : {tessel::VectorWidth::baseline, tessel::VectorWidth::avx2}) {
             use_vectors(width);
             EXPECT_EQ(numbers(analyse_field(source)), expected);
         }
-        use_vectors(widest_vectors());
+        use_vectors(tessel::widest_vectors());
     }
 }
 
