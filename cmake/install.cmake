@@ -10,7 +10,7 @@ set_target_properties(tessel_headers PROPERTIES EXPORT_NAME headers)
 install(TARGETS tessel tessel_modes tessel_headers EXPORT Tessel
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
 install(FILES THIRD_PARTY_NOTICES CHANGELOG.md docs/guide-process.md docs/guide-resonances.md docs/method-modes.md
-  docs/fields-cost.md DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
+  docs/fields-cost.md docs/modes-time.svg DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime)
 install(DIRECTORY docs/figures DESTINATION ${TESSEL_DOC_DIR} COMPONENT Runtime FILES_MATCHING PATTERN *.png)
 
 install(FILES ${TESSEL_PUBLIC_HEADERS} bindings/fortran/tessel.f90 bindings/fortran/tessel_modes.f90
