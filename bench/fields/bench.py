@@ -150,8 +150,9 @@ def accuracy(options):
             value = (file["profiles/real"][:] + 1j * file["profiles/imag"][:]).reshape(shape, -1)
             error = file["profiles/amplitude_se"][:].reshape(shape, -1)
         true = true * powers(modes, DT, [first]).astype(complex)[0][:, None]
-        df, dg, relative = joint_records.bound(modes, true.T, DT, [steps - first] * true.shape[1],
-                                               [noise] * true.shape[1])
+        points = true.shape[1]
+        df, dg, relative = joint_records.bound(modes, true.T, DT, [steps - first] * points, [noise] * points,
+                                               [None] * points)
         false += max(0, shape - count)
         for j, (f, g) in enumerate(modes):
             k = int(np.argmin(np.abs(found["frequency"] - f))) if shape else -1
