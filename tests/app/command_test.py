@@ -60,6 +60,12 @@ def gives_results_for_programs():
     modes = json.loads(run("--json", "cavity.dat")[0])["modes"]
     assert [float(row["frequency"]) for row in rows] == [mode["frequency"] for mode in modes]
     assert re.search(r"A drive was skipped: the first sample used is at 1\.4[\d ]* ns\.", err)
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, 'a "b", c.dat')
+        with open(path, "w") as file:
+            file.writelines(f"{t:.9e} {y:.9e}\n" for t, y in ringing(1000, 2e-12))
+        rows = list(csv.DictReader(io.StringIO(run("--csv", path)[0])))
+        assert rows and all(row["file"] == path for row in rows), rows
     rounded = "".join(f"{1e9 * t:.3f} {y:.9e}\n" for t, y in ringing(1000, 2.0123e-12)).encode()
     notes = json.loads(run("--json", "--time-unit", "ns", "-", given=rounded)[0])["notes"]
     assert any("times are rounded" in note for note in notes)
