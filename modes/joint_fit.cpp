@@ -72,8 +72,7 @@ double reduced_of(const RecordSet& set, const JointModel& model, std::size_t n, 
     return reduced * feet.part();
 }
 
-/// Whether terms imitate a drive, as imitates_drive() of one record finds it in
-/// most of some records.
+/// Whether terms imitate a drive, as imitates_drive() of one record finds it in most of some records.
 bool imitates_drive(const RecordSet& set, const JointModel& model, double highest)
 {
     const std::size_t count = std::min(set.size(), kFew);
@@ -85,8 +84,7 @@ bool imitates_drive(const RecordSet& set, const JointModel& model, double highes
     return 2 * found > count;
 }
 
-/// Refines and searches over the first n samples until the residuals ask for
-/// nothing more.
+/// Refines and searches over the first n samples until the residuals ask for nothing more.
 JointModel complete(const RecordSet& set, JointModel model, std::size_t n, std::size_t mostModes, double highest,
                     JointFit& fit, Effort effort, const Watch& watch)
 {
@@ -339,8 +337,7 @@ bool is_coloured(const JointStage& stage)
     return false;
 }
 
-/// Fits a stage's records anew, the noise of each coloured, as fit_coloured()
-/// of one record.
+/// Fits a stage's records anew, the noise of each coloured, as fit_coloured() of one record.
 /// @param known  terms to begin with; none: start values of its own
 JointStage fit_coloured(const RawSet& raw, JointStage base, Terms known, const Watch& watch)
 {
@@ -408,8 +405,8 @@ JointStage fit_coloured(const RawSet& raw, JointStage base, Terms known, const W
     return best;
 }
 
-/// The fit of `late`, carried to another instant and continued there. The noise
-/// is that of the late part: the drive must not count as noise.
+/// The fit of `late`, carried to another instant and continued there. The noise is that of the late part: the drive
+/// must not count as noise.
 JointStage carry(const RawSet& raw, const JointStage& late, std::size_t from, std::size_t mostModes, const Watch& watch)
 {
     JointStage stage = late;
@@ -427,8 +424,7 @@ JointStage carry(const RawSet& raw, const JointStage& late, std::size_t from, st
     return stage;
 }
 
-/// Whether the first `extension` means are explained, of all records together
-/// and of each.
+/// Whether the first `extension` means are explained, of all records together and of each.
 bool explained(const JointStage& stage, std::size_t extension)
 {
     const RecordSet set = stage.set();
@@ -472,8 +468,7 @@ bool explained(const JointStage& stage, std::size_t extension)
     }
 }
 
-/// The fit walked back from `late`; good if it stays explained by few new
-/// modes.
+/// The fit walked back from `late`; good if it stays explained by few new modes.
 JointStage walk_back(const RawSet& raw, const JointStage& late, std::size_t from, const Watch& watch)
 {
     const double periods = static_cast<double>(late.from - from) * late.highest;
@@ -492,8 +487,8 @@ double cost(const JointStage& stage)
            static_cast<double>(stage.from) * stage.highest / kPeriodsPerMode;
 }
 
-/// Leaves out what terms of short life explain at the beginning of driven
-/// records, where they take less than their share of periods.
+/// Leaves out what terms of short life explain at the beginning of driven records, where they take less than their
+/// share of periods.
 JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
 {
     for (;;) {
@@ -539,8 +534,7 @@ JointStage trim(const RawSet& raw, JointStage stage, const Watch& watch)
     }
 }
 
-/// The records that stand highest above their noise behind an instant, best
-/// first.
+/// The records that stand highest above their noise behind an instant, best first.
 std::vector<std::size_t> highest_records(const RawSet& raw, std::size_t from, double depth)
 {
     std::vector<double> height;
@@ -560,8 +554,7 @@ std::vector<std::size_t> highest_records(const RawSet& raw, std::size_t from, do
     return order;
 }
 
-/// What single records show: where the drive ends, and whether noise is
-/// coloured.
+/// What single records show: where the drive ends, and whether noise is coloured.
 struct Scouts
 {
     std::vector<std::size_t> ends; ///< instants, latest first
@@ -619,9 +612,8 @@ JointStage fit_from(const RawSet& raw, std::size_t from, const Scouts& scouts, c
     return stage;
 }
 
-/// Fits the records from the instant on from which single ones are sums of
-/// modes: the latest, then the earlier ones as long as the fit goes on to
-/// explain all records.
+/// Fits the records from the instant on from which single ones are sums of modes: the latest, then the earlier ones as
+/// long as the fit goes on to explain all records.
 JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, const Watch& watch)
 {
     const std::size_t latest = raw.latest(kFewest);
@@ -630,8 +622,7 @@ JointStage fit_behind(const RawSet& raw, Scouts scouts, const Options& options, 
     if (scouts.coloured) {
         stage = fit_coloured(raw, stage_from(raw, from, options, watch), {}, watch.share(0.4));
     } else {
-        // A record may hear late of a drive that others see: then what comes in
-        // beside the scouts' modes lives briefly.
+        // A record may hear late of a drive that others see: then what comes in beside the scouts' modes lives briefly.
         const double n = static_cast<double>(raw.latest(0) - from);
         const auto brief = [&](const Terms& terms, std::size_t factor) {
             return std::count_if(terms.begin(), terms.end(), [&](const Term& term) {
@@ -716,8 +707,7 @@ JointStage fit_records(const RawSet& raw, const Options& options, const Watch& w
     if (options.first)
         return fit_white_or_coloured(fit_from(raw, *options.first, options, Effort::thorough, watch));
     const auto begins = [](const JointStage& stage) { return stage.good && !imitates_drive(stage); };
-    // What many records begin with, and whether their noise is coloured, shows in
-    // a few of them.
+    // What many records begin with, and whether their noise is coloured, shows in a few of them.
     RawSet few = raw;
     if (raw.records.size() > 2 * kFew) {
         std::vector<std::size_t> spread;

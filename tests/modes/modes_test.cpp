@@ -246,5 +246,28 @@ TEST(Modes, KindsAreToldApart)
     EXPECT_STREQ(name(slow.modes[0].kind), "overdamped");
 }
 
+// The residual shows little of a mode between two of its kind: they take it up, and would be off by many errors.
+TEST(Modes, AHiddenNeighbourDoesNotMoveTheOthers)
+{
+    const double n = 1250;
+    for (const double amplitude : {0.002, 0.005, 0.01})
+        for (const double phase : {0.0, 1.5, 3.0, 4.5}) {
+            const std::vector<Line> lines = {{82.2 / n, 17.8 / n, 0.28, 0.4},
+                                             {89.2 / n, 21.6 / n, 0.43, -0.7},
+                                             {110.8 / n, 1.2 / n, 0.58, 2.0},
+                                             {86.3 / n, 16.7 / n, amplitude, phase}};
+            const Result result = analyse(record(lines, 1250, 6e-5), 0, 1);
+            for (std::size_t j = 0; j < 3; ++j) {
+                const auto apart = [&](const Mode& mode) { return std::abs(mode.frequency - lines[j].frequency); };
+                const auto near =
+                    std::min_element(result.modes.begin(), result.modes.end(),
+                                     [&](const Mode& one, const Mode& other) { return apart(one) < apart(other); });
+                ASSERT_NE(near, result.modes.end());
+                EXPECT_LT(apart(*near), 5 * near->frequencyError) << j << " " << amplitude << " " << phase;
+                EXPECT_LT(std::abs(near->decay - lines[j].decay), 5 * near->decayError) << j;
+            }
+        }
+}
+
 } // namespace
 } // namespace tessel::modes

@@ -102,6 +102,21 @@ TEST(Remarks, ConstantRecord)
     }
 }
 
+// A pulse without noise falls far below what its own rounding allows: exponentials explain any smooth tail.
+TEST(Remarks, TailOfAPulseHasNoMode)
+{
+    for (const double turn : {0.03, 0.1, 0.2, 0.3}) {
+        std::vector<double> y(600);
+        for (std::size_t k = 0; k < y.size(); ++k) {
+            const double t = static_cast<double>(k) - 120;
+            y[k] = 0.014 * std::exp(-0.5 * t * t / 225) * std::cos(turn * t);
+        }
+        const Result result = analyse(y, 0, 1);
+        EXPECT_TRUE(result.modes.empty()) << turn;
+        EXPECT_TRUE(result.has(RemarkCode::nothingRings)) << turn;
+    }
+}
+
 // A record of the length that the remark asks for tells the decay.
 TEST(Remarks, RecordTooShort)
 {
